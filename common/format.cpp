@@ -1,0 +1,204 @@
+#include "common/format.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+namespace {
+
+// One conversion of a format, taken apart.
+struct Conversion {
+    std::string flags;   // of "-+ #0"
+    int width = -1;      // -1: none
+    int precision = -1;  // -1: none
+    enum class Size { kDefault, kChar, kShort, kLong, kLongLong, kPointer } size = Size::kDefault;
+    bool wide = false;   // an explicit l or w before s or c
+    char type = 0;
+};
+
+bool IsDigit(WCHAR unit) { return unit >= '0' && unit <= '9'; }
+
+bool SkipPrefix(const WCHAR*& at, const char* prefix) {
+    const WCHAR* end = at;
+    for (; *prefix != '\0'; ++prefix, ++end) {
+        if (*end != static_cast<WCHAR>(*prefix)) return false;
+    }
+    at = end;
+    return true;
+}
+
+// Owns a copy of the caller's argument list while the conversions take from it.
+class Arguments {
+  public:
+    explicit Arguments(va_list list) { va_copy(list_, list); }
+    Arguments(const Arguments&) = delete;
+    Arguments& operator=(const Arguments&) = delete;
+    ~Arguments() { va_end(list_); }
+
+    template <typename Type>
+    Type Next() {
+        return va_arg(list_, Type);
+    }
+
+  private:
+    va_list list_;
+};
+
+int ReadNumber(const WCHAR*& at, Arguments& arguments) {
+    if (*at == '*') {
+        ++at;
+        return arguments.Next<int>();
+    }
+    int number = 0;
+    for (; IsDigit(*at); ++at) {
+        if (number < 100'000) number = number * 10 + static_cast<int>(*at - '0');
+    }
+    return number;
+}
+
+Conversion ReadConversion(const WCHAR*& at, Arguments& arguments) {
+    Conversion c;
+    for (; *at == '-' || *at == '+' || *at == ' ' || *at == '#' || *at == '0'; ++at) {
+        c.flags += static_cast<char>(*at);
+    }
+    if (*at == '*' || IsDigit(*at)) {
+        c.width = ReadNumber(at, arguments);
+        if (c.width < 0) {
+            c.flags += '-';
+            c.width = -c.width;
+        }
+    }
+    if (*at == '.') {
+        ++at;
+        c.precision = ReadNumber(at, arguments);
+    }
+    using Size = Conversion::Size;
+    if (SkipPrefix(at, "I64") || SkipPrefix(at, "ll") || SkipPrefix(at, "j")) {
+        c.size = Size::kLongLong;
+    } else if (SkipPrefix(at, "I32")) {
+        c.size = Size::kDefault;
+    } else if (SkipPrefix(at, "I") || SkipPrefix(at, "z") || SkipPrefix(at, "t")) {
+        c.size = Size::kPointer;
+    } else if (SkipPrefix(at, "hh")) {
+        c.size = Size::kChar;
+    } else if (SkipPrefix(at, "h")) {
+        c.size = Size::kShort;
+    } else if (SkipPrefix(at, "l") || SkipPrefix(at, "w")) {
+        c.size = Size::kLong;
+        c.wide = true;
+    }
+    if (*at != 0) c.type = *at < 0x80 ? static_cast<char>(*at) : '?';
+    return c;
+}
+
+void AppendPadded(WString& out, WStringView text, const Conversion& c) {
+    if (c.precision >= 0) text = text.substr(0, static_cast<std::size_t>(c.precision));
+    const std::size_t width = c.width < 0 ? 0 : static_cast<std::size_t>(c.width);
+    const std::size_t padding = width > text.size() ? width - text.size() : 0;
+    const bool left = c.flags.find('-') != std::string::npos;
+    if (!left) out.append(padding, WCHAR{' '});
+    out += text;
+    if (left) out.append(padding, WCHAR{' '});
+}
+
+// A number through the C library: "%" flags width precision `size` type.
+template <typename Number>
+void AppendNumber(WString& out, const Conversion& c, const char* size, Number number) {
+    std::string format = "%" + c.flags;
+    if (c.width >= 0) format += std::to_string(c.width);
+    if (c.precision >= 0) format += "." + std::to_string(c.precision);
+    format += size;
+    format += c.type;
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    const int length = std::snprintf(nullptr, 0, format.c_str(), number);
+    std::string digits(static_cast<std::size_t>(length < 0 ? 0 : length) + 1, '\0');
+    std::snprintf(digits.data(), digits.size(), format.c_str(), number);
+#pragma GCC diagnostic pop
+    digits.pop_back();
+    out.append(digits.begin(), digits.end());
+}
+
+void AppendInteger(WString& out, const Conversion& c, Arguments& arguments) {
+    using Size = Conversion::Size;
+    switch (c.size) {
+        case Size::kChar:
+            return AppendNumber(out, c, "hh", arguments.Next<int>());
+        case Size::kShort:
+            return AppendNumber(out, c, "h", arguments.Next<int>());
+        case Size::kLongLong:
+            return AppendNumber(out, c, "ll", arguments.Next<long long>());
+        case Size::kPointer:
+            return AppendNumber(out, c, "z", arguments.Next<std::size_t>());
+        default:
+            return AppendNumber(out, c, "", arguments.Next<int>());
+    }
+}
+
+void AppendText(WString& out, const Conversion& c, bool wide, Arguments& arguments) {
+    if (wide) {
+        const auto* text = arguments.Next<const WCHAR*>();
+        AppendPadded(out, text == nullptr ? TEXT("(null)") : text, c);
+    } else {
+        const auto* text = arguments.Next<const char*>();
+        AppendPadded(out, Utf8ToWide(text == nullptr ? "(null)" : text), c);
+    }
+}
+
+}  // namespace
+
+WString FormatWideV(const WCHAR* format, va_list list) {
+    Arguments arguments(list);
+    WString out;
+    for (const WCHAR* at = format; *at != 0; ++at) {
+        if (*at != '%') {
+            out += *at;
+            continue;
+        }
+        ++at;
+        const Conversion c = ReadConversion(at, arguments);
+        switch (c.type) {
+            case 0:
+                return out;  // the format ends inside a conversion
+            case '%':
+                out += WCHAR{'%'};
+                break;
+            case 's':
+                AppendText(out, c, c.size != Conversion::Size::kShort, arguments);
+                break;
+            case 'S':
+                AppendText(out, c, c.wide, arguments);
+                break;
+            case 'c':
+            case 'C': {
+                const auto unit = static_cast<WCHAR>(arguments.Next<int>());
+                AppendPadded(out, WStringView(&unit, 1), c);
+                break;
+            }
+            case 'p':
+                AppendNumber(out, c, "", arguments.Next<void*>());
+                break;
+            case 'd':
+            case 'i':
+            case 'u':
+            case 'o':
+            case 'x':
+            case 'X':
+                AppendInteger(out, c, arguments);
+                break;
+            default:
+                out += WCHAR{'%'};  // not a conversion: shown as it stands
+                out += *at;
+                break;
+        }
+    }
+    return out;
+}
+
+WString FormatWide(const WCHAR* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    WString text = FormatWideV(format, arguments);
+    va_end(arguments);
+    return text;
+}

@@ -1,0 +1,18 @@
+// Paths in the target's own form.
+#pragma once
+
+#include "common/text.h"
+
+// Characters of a path buffer with its terminator, and bytes of one in the ANSI code page.
+inline constexpr DWORD kPathCapacity = MAX_PATH + 1;
+
+// The separator between the folders of a path.
+extern const WCHAR kPathSeparator;
+
+// `folder`, a separator unless the folder already ends with one, and `name`.
+WString JoinPath(WStringView folder, WStringView name);
+
+// The part of a path before its last separator (empty when it has none), and the part after it. On
+// every target a backslash separates; a slash does where the target says so.
+WString FolderOfPath(WStringView path);
+WString FileNameOfPath(WStringView path);

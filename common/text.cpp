@@ -1,0 +1,62 @@
+#include "common/text.h"
+
+namespace {
+
+std::string WideToBytes(UINT codePage, WStringView text) {
+    text = text.substr(0, text.find(WCHAR{0}));
+    if (text.empty()) return {};
+    const int units = static_cast<int>(text.size());
+    const int size =
+        WideCharToMultiByte(codePage, 0, text.data(), units, nullptr, 0, nullptr, nullptr);
+    if (size <= 0) return {};
+    std::string bytes(static_cast<std::size_t>(size), '\0');
+    if (WideCharToMultiByte(codePage, 0, text.data(), units, bytes.data(), size, nullptr,
+                            nullptr) != size) {
+        return {};
+    }
+    return bytes;
+}
+
+bool IsBlank(WCHAR unit) { return unit == ' ' || (unit >= '\t' && unit <= '\r'); }
+
+}  // namespace
+
+WString Utf8ToWide(std::string_view text) {
+    text = text.substr(0, text.find('\0'));
+    if (text.empty()) return {};
+    const int bytes = static_cast<int>(text.size());
+    const int units = MultiByteToWideChar(CP_UTF8, 0, text.data(), bytes, nullptr, 0);
+    if (units <= 0) return {};
+    WString wide(static_cast<std::size_t>(units), WCHAR{0});
+    if (MultiByteToWideChar(CP_UTF8, 0, text.data(), bytes, wide.data(), units) != units) return {};
+    return wide;
+}
+
+std::string WideToUtf8(WStringView text) { return WideToBytes(CP_UTF8, text); }
+
+std::string WideToAnsi(WStringView text) { return WideToBytes(CP_ACP, text); }
+
+std::string WideToAnsi(WStringView text, std::size_t capacity) {
+    return WideToAnsi(text).substr(0, capacity - 1);
+}
+
+std::vector<WString> SplitText(WStringView text, WStringView delimiters) {
+    std::vector<WString> pieces;
+    for (auto start = text.find_first_not_of(delimiters); start != WStringView::npos;) {
+        const auto end = text.find_first_of(delimiters, start);
+        pieces.emplace_back(text.substr(start, end - start));
+        start = text.find_first_not_of(delimiters, end);
+    }
+    return pieces;
+}
+
+std::int32_t LeadingNumber(WStringView text) {
+    while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
+    const bool negative = !text.empty() && text.front() == '-';
+    if (negative || (!text.empty() && text.front() == '+')) text.remove_prefix(1);
+    std::uint32_t number = 0;
+    for (; !text.empty() && text.front() >= '0' && text.front() <= '9'; text.remove_prefix(1)) {
+        number = number * 10 + static_cast<std::uint32_t>(text.front() - '0');
+    }
+    return static_cast<std::int32_t>(negative ? 0 - number : number);
+}

@@ -1,0 +1,78 @@
+#include "handles.h"
+
+#include <synchapi.h>
+
+#include <mutex>
+#include <unordered_map>
+
+namespace platform {
+namespace {
+
+class HandleTable {
+  public:
+    HANDLE Add(std::shared_ptr<KernelObject> object) {
+        const std::lock_guard lock(mutex_);
+        // Values are multiples of four, as on Windows, and are not used again soon: a stale handle
+        // is caught instead of naming somebody else's object.
+        next_ += 4;
+        const auto handle = reinterpret_cast<HANDLE>(next_);
+        objects_.emplace(handle, std::move(object));
+        return handle;
+    }
+
+    std::shared_ptr<KernelObject> Find(HANDLE handle) {
+        const std::lock_guard lock(mutex_);
+        const auto found = objects_.find(handle);
+        return found == objects_.end() ? nullptr : found->second;
+    }
+
+    std::shared_ptr<KernelObject> Remove(HANDLE handle) {
+        const std::lock_guard lock(mutex_);
+        const auto found = objects_.find(handle);
+        if (found == objects_.end()) return nullptr;
+        auto object = std::move(found->second);
+        objects_.erase(found);
+        return object;
+    }
+
+  private:
+    std::mutex mutex_;
+    std::unordered_map<HANDLE, std::shared_ptr<KernelObject>> objects_;
+    ULONG_PTR next_ = 0;
+};
+
+// Never destroyed: handles are closed by destructors that may run after this library's own.
+HandleTable& Table() {
+    static auto* const table = new HandleTable;
+    return *table;
+}
+
+}  // namespace
+
+KernelObject::~KernelObject() = default;
+
+DWORD KernelObject::Wait(DWORD /*milliseconds*/) {
+    SetLastError(ERROR_INVALID_HANDLE);
+    return WAIT_FAILED;
+}
+
+HANDLE OpenHandle(std::shared_ptr<KernelObject> object) { return Table().Add(std::move(object)); }
+
+std::shared_ptr<KernelObject> ObjectOf(HANDLE handle) {
+    auto object = Table().Find(handle);
+    if (!object) SetLastError(ERROR_INVALID_HANDLE);
+    return object;
+}
+
+bool ReleaseHandle(HANDLE handle) {
+    // The object is destroyed here, outside the table's lock: its destructor may close handles.
+    const bool known = Table().Remove(handle) != nullptr;
+    if (!known) SetLastError(ERROR_INVALID_HANDLE);
+    return known;
+}
+
+}  // namespace platform
+
+extern "C" BOOL WINAPI CloseHandle(HANDLE hObject) {
+    return platform::ReleaseHandle(hObject) ? TRUE : FALSE;
+}

@@ -1,0 +1,45 @@
+// The process's handle table: every HANDLE and every opened HKEY is an entry of it.
+#pragma once
+
+#include <errhandlingapi.h>
+#include <handleapi.h>
+#include <winerror.h>
+
+#include <memory>
+
+namespace platform {
+
+// What a handle names. Objects are shared: each open handle holds one reference, and the last one
+// to go destroys the object.
+class KernelObject {
+  public:
+    KernelObject() = default;
+    KernelObject(const KernelObject&) = delete;
+    KernelObject& operator=(const KernelObject&) = delete;
+    virtual ~KernelObject();
+
+    // Waits until the object is signalled, for `milliseconds` at most (INFINITE: without limit).
+    // Returns one of the WAIT_ codes; an object that cannot be waited for gives WAIT_FAILED with
+    // ERROR_INVALID_HANDLE.
+    virtual DWORD Wait(DWORD milliseconds);
+};
+
+// Puts the object into the table. The handle is never null and never INVALID_HANDLE_VALUE.
+HANDLE OpenHandle(std::shared_ptr<KernelObject> object);
+
+// The object behind a handle; null, with ERROR_INVALID_HANDLE as last error, for a closed or
+// foreign value.
+std::shared_ptr<KernelObject> ObjectOf(HANDLE handle);
+
+// The same, for an object of one kind.
+template <typename Kind>
+std::shared_ptr<Kind> ObjectOf(HANDLE handle) {
+    auto object = std::dynamic_pointer_cast<Kind>(ObjectOf(handle));
+    if (!object) SetLastError(ERROR_INVALID_HANDLE);
+    return object;
+}
+
+// Removes the handle from the table; false, with ERROR_INVALID_HANDLE, when it is not in it.
+bool ReleaseHandle(HANDLE handle);
+
+}  // namespace platform

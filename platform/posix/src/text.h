@@ -1,0 +1,25 @@
+// Text of the layer itself: UTF-16 at the calls, bytes at the file system.
+#pragma once
+
+#include <minwindef.h>
+
+#include <string>
+#include <string_view>
+
+namespace platform {
+
+// UTF-8 to UTF-16 and back without loss: a byte that is not valid UTF-8 becomes the unpaired
+// surrogate 0xDC00 + byte, and such a unit becomes that byte again. So every file name, argument
+// and environment value of the system can pass through the wide calls unharmed. Any other unpaired
+// surrogate becomes U+FFFD.
+std::u16string WideOf(std::string_view bytes);
+std::string BytesOf(std::u16string_view text);
+
+// A path in the file system's form: BytesOf with every backslash turned into a slash.
+std::string NativePath(const WCHAR* path);
+
+// Case-insensitive order of names (registry keys and values, environment variables): simple upper
+// case by the C library's tables of the C.UTF-8 locale.
+std::u16string UpperCase(std::u16string_view text);
+
+}  // namespace platform
