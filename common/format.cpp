@@ -12,11 +12,13 @@ struct Conversion {
     int width = -1;      // -1: none
     int precision = -1;  // -1: none
     enum class Size { kDefault, kChar, kShort, kLong, kLongLong, kPointer } size = Size::kDefault;
-    bool wide = false;   // an explicit l or w before s or c
+    bool wide = false;  // an explicit l or w before s or c
     char type = 0;
 };
 
-bool IsDigit(WCHAR unit) { return unit >= '0' && unit <= '9'; }
+bool IsDigit(WCHAR unit) {
+    return unit >= '0' && unit <= '9';
+}
 
 bool SkipPrefix(const WCHAR*& at, const char* prefix) {
     const WCHAR* end = at;

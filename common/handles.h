@@ -39,7 +39,9 @@ class UniqueResource {
 
 struct HandleKind {
     using Type = HANDLE;
-    static bool IsOpen(HANDLE handle) { return handle != nullptr && handle != INVALID_HANDLE_VALUE; }
+    static bool IsOpen(HANDLE handle) {
+        return handle != nullptr && handle != INVALID_HANDLE_VALUE;
+    }
     static void Close(HANDLE handle) { CloseHandle(handle); }
 };
 struct RegKeyKind {

@@ -6,7 +6,9 @@ const WCHAR kPathSeparator = static_cast<WCHAR>(std::filesystem::path::preferred
 
 namespace {
 
-std::size_t LastSeparator(WStringView path) { return path.find_last_of(TEXT("\\/")); }
+std::size_t LastSeparator(WStringView path) {
+    return path.find_last_of(TEXT("\\/"));
+}
 
 }  // namespace
 
@@ -21,4 +23,6 @@ WString FolderOfPath(WStringView path) {
     return WString(separator == WStringView::npos ? WStringView() : path.substr(0, separator));
 }
 
-WString FileNameOfPath(WStringView path) { return WString(path.substr(LastSeparator(path) + 1)); }
+WString FileNameOfPath(WStringView path) {
+    return WString(path.substr(LastSeparator(path) + 1));
+}

@@ -1,8 +1,12 @@
 #include "common/secure_text.h"
 
-void WipeMemory(void* memory, std::size_t size) { SecureZeroMemory(memory, size); }
+void WipeMemory(void* memory, std::size_t size) {
+    SecureZeroMemory(memory, size);
+}
 
-SecureText::SecureText(WStringView text) { *this = text; }
+SecureText::SecureText(WStringView text) {
+    *this = text;
+}
 
 SecureText& SecureText::operator=(WStringView text) {
     std::vector<WCHAR, WipingAllocator<WCHAR>> units;

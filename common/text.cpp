@@ -1,5 +1,8 @@
 #include "common/text.h"
 
+#include <algorithm>
+#include <limits>
+
 namespace {
 
 std::string WideToBytes(UINT codePage, WStringView text) {
@@ -17,7 +20,9 @@ std::string WideToBytes(UINT codePage, WStringView text) {
     return bytes;
 }
 
-bool IsBlank(WCHAR unit) { return unit == ' ' || (unit >= '\t' && unit <= '\r'); }
+bool IsBlank(WCHAR unit) {
+    return unit == ' ' || (unit >= '\t' && unit <= '\r');
+}
 
 }  // namespace
 
@@ -32,9 +37,13 @@ WString Utf8ToWide(std::string_view text) {
     return wide;
 }
 
-std::string WideToUtf8(WStringView text) { return WideToBytes(CP_UTF8, text); }
+std::string WideToUtf8(WStringView text) {
+    return WideToBytes(CP_UTF8, text);
+}
 
-std::string WideToAnsi(WStringView text) { return WideToBytes(CP_ACP, text); }
+std::string WideToAnsi(WStringView text) {
+    return WideToBytes(CP_ACP, text);
+}
 
 std::string WideToAnsi(WStringView text, std::size_t capacity) {
     return WideToAnsi(text).substr(0, capacity - 1);
@@ -54,9 +63,10 @@ std::int32_t LeadingNumber(WStringView text) {
     while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
     const bool negative = !text.empty() && text.front() == '-';
     if (negative || (!text.empty() && text.front() == '+')) text.remove_prefix(1);
-    std::uint32_t number = 0;
+    constexpr std::int64_t kLimit = std::numeric_limits<std::int32_t>::max();
+    std::int64_t number = 0;
     for (; !text.empty() && text.front() >= '0' && text.front() <= '9'; text.remove_prefix(1)) {
-        number = number * 10 + static_cast<std::uint32_t>(text.front() - '0');
+        number = std::min(number * 10 + (text.front() - '0'), kLimit + 1);
     }
-    return static_cast<std::int32_t>(negative ? 0 - number : number);
+    return static_cast<std::int32_t>(negative ? -number : std::min(number, kLimit));
 }

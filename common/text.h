@@ -33,5 +33,5 @@ std::string WideToAnsi(WStringView text, std::size_t capacity);
 std::vector<WString> SplitText(WStringView text, WStringView delimiters);
 
 // The decimal number at the start of `text`: optional white space and sign, then digits up to the
-// first non-digit; 0 when there are none. Wraps modulo 2^32, as a session id given in decimal text.
+// first non-digit; 0 when there are none. A number out of range gives the nearest end of the range.
 std::int32_t LeadingNumber(WStringView text);

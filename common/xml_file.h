@@ -1,0 +1,27 @@
+// XML documents on disk, loaded and saved so that nothing in them is lost.
+//
+// TinyXML's own file functions drop text made only of white space, add line ends and indentation to
+// text that stands beside elements, take a text such as "&#x41;" for a character reference when
+// they save it, and do not see a full disk. These two do the same job without these losses; for
+// documents that hold none of this, the saved layout is TinyXML's: one element a line, four spaces
+// a level.
+#pragma once
+
+#include <tinyxml.h>
+
+#include <string>
+
+// Elements may be nested this deep. TinyXML works recursively; a deeper file is refused before it
+// can exhaust the stack.
+inline constexpr int kMaxXmlDepth = 512;
+
+// Loads the file at `path` (ANSI code page) into `document`, replacing what it held. Line ends in
+// text become "\n", as XML prescribes; other white space in text stays as it is, and white space
+// that is an element's whole content is held as a CDATA section (between two elements it is
+// layout). False, with `document` empty, when the file cannot be read, is not well formed, is
+// nested too deep or holds a zero byte.
+bool LoadXmlFile(const std::string& path, TiXmlDocument& document);
+
+// Saves `document` to `path`, replacing the file's content. False when it cannot be opened or not
+// all of it could be written.
+bool SaveXmlFile(const std::string& path, const TiXmlDocument& document);
