@@ -1,0 +1,75 @@
+#include "tests/support/machine.h"
+
+#include <fstream>
+#include <iterator>
+#include <utility>
+
+#include "tests/support/machine_port.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// How a test that starts itself again hands its machine and the part to play to the new process.
+constexpr char kMachineVariable[] = "SENTREL_TEST_MACHINE";
+constexpr char kRoleVariable[] = "SENTREL_TEST_ROLE";
+
+std::vector<std::string> ArgumentsOfRunningTest() {
+    const testing::TestInfo& test = *testing::UnitTest::GetInstance()->current_test_info();
+    return {std::string("--gtest_filter=") + test.test_suite_name() + "." + test.name()};
+}
+
+}  // namespace
+
+MachineTest::MachineTest()
+    : root_(ReadVariable(kMachineVariable)), ownsRoot_(ReadVariable(kRoleVariable).empty()) {
+    if (ownsRoot_) {
+        root_ = MakeUniqueFolder();
+        fs::create_directory(EndpointFolder());
+        fs::create_directory(TemporaryFolder());
+        fs::create_directory(ScratchFolder());
+        OpenToEveryAccount(TemporaryFolder());
+        OpenToEveryAccount(ScratchFolder());
+        SetVariable(kMachineVariable, root_.string());
+    }
+    SetVariable("SENTREL_ENDPOINT", EndpointFolder().string());
+    SetTemporaryFolder(TemporaryFolder());
+}
+
+MachineTest::~MachineTest() {
+    std::error_code ignored;
+    if (ownsRoot_) fs::remove_all(root_, ignored);
+}
+
+std::vector<fs::path> MachineTest::FilesInTemporaryFolder() const {
+    std::vector<fs::path> files;
+    for (const auto& entry : fs::recursive_directory_iterator(TemporaryFolder())) {
+        if (!entry.is_directory()) files.push_back(entry.path());
+    }
+    return files;
+}
+
+std::string MachineTest::Role() {
+    return ReadVariable(kRoleVariable);
+}
+
+BackgroundProcess MachineTest::StartRole(const std::string& role, ProcessOptions options) {
+    options.environment.emplace_back(kRoleVariable, role);
+    return {PathOfThisProgram().string(), ArgumentsOfRunningTest(), options};
+}
+
+ProcessResult MachineTest::RunRole(const std::string& role, ProcessOptions options) {
+    options.environment.emplace_back(kRoleVariable, role);
+    return RunProgram(PathOfThisProgram().string(), ArgumentsOfRunningTest(), options);
+}
+
+std::string ReadWholeFile(const fs::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void WriteWholeFile(const fs::path& path, const std::string& bytes) {
+    std::ofstream file(path, std::ios::binary);
+    file << bytes;
+    ASSERT_TRUE(file.flush().good()) << path;
+}

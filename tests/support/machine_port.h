@@ -1,0 +1,17 @@
+// What the machine fixture needs from the system.
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+// Makes a new folder with a unique name, which every account may enter.
+std::filesystem::path MakeUniqueFolder();
+// Lets every account make files in the folder, as in the system's own temporary folder.
+void OpenToEveryAccount(const std::filesystem::path& folder);
+
+// Environment of this process; reading a variable that is not set gives an empty text.
+void SetVariable(const std::string& name, const std::string& value);
+std::string ReadVariable(const std::string& name);
+
+// Names the folder of temporary files to this process and to those that it starts.
+void SetTemporaryFolder(const std::filesystem::path& folder);
