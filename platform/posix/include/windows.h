@@ -17,5 +17,6 @@
 #include <synchapi.h>
 #include <sysinfoapi.h>
 #include <winbase.h>
+#include <wincrypt.h>
 #include <winerror.h>
 #include <winreg.h>

@@ -1,0 +1,27 @@
+#include "crypto.h"
+
+#include <sys/random.h>
+
+#include <cerrno>
+#include <cstdlib>
+
+namespace platform {
+
+OSSL_LIB_CTX* CryptoContext() {
+    // Never freed: destructors of the program may still need it after this library's own have run.
+    static OSSL_LIB_CTX* const context = OSSL_LIB_CTX_new();
+    return context;
+}
+
+void FillRandom(void* memory, std::size_t size) {
+    auto* next = static_cast<unsigned char*>(memory);
+    while (size > 0) {
+        const ssize_t drawn = getrandom(next, size, 0);
+        if (drawn < 0 && errno == EINTR) continue;
+        if (drawn <= 0) std::abort();  // a kernel without random numbers: no key may be made
+        next += drawn;
+        size -= static_cast<std::size_t>(drawn);
+    }
+}
+
+}  // namespace platform
