@@ -1,0 +1,74 @@
+#include "app/run_driver.h"
+
+#include "app/client_log.h"
+#include "app/command_line.h"
+#include "app/run_settings.h"
+#include "common/handles.h"
+#include "config/configuration_mutex.h"
+#include "config/request.h"
+
+namespace {
+
+constexpr const WCHAR* kSavingFinishedEvent =
+    TEXT("Global\\_SNCONFIG_EVT_SAVING_FINISH_{F55B18CA-E475-4049-95FC-0D9889C1CD1E}");
+constexpr const WCHAR* kLogComponent = TEXT("SA_CONFIGD");
+constexpr const WCHAR* kVpnModule = TEXT("vpn");
+
+bool SetTokenVirtualization(DWORD enabled) {
+    UniqueHandle token;
+    return OpenProcessToken(GetCurrentProcess(), MAXIMUM_ALLOWED, token.put()) &&
+           SetTokenInformation(token.get(), TokenVirtualizationEnabled, &enabled, sizeof enabled);
+}
+
+// Switches the redirection of registry and file writes off for this process: what the tool writes
+// goes where it says. True when it was on.
+bool DisableTokenVirtualization() {
+    UniqueHandle token;
+    DWORD enabled = 0;
+    DWORD size = 0;
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.put()) ||
+        !GetTokenInformation(token.get(), TokenVirtualizationEnabled, &enabled, sizeof enabled,
+                             &size) ||
+        enabled == 0) {
+        return false;
+    }
+    SetTokenVirtualization(0);
+    return true;
+}
+
+// The event by which other components learn that the job is over: every account may use it.
+UniqueHandle CreateSavingFinishedEvent() {
+    SECURITY_DESCRIPTOR everyone = {};
+    InitializeSecurityDescriptor(&everyone, SECURITY_DESCRIPTOR_REVISION);
+    SetSecurityDescriptorDacl(&everyone, TRUE, nullptr, FALSE);
+    SECURITY_ATTRIBUTES attributes = {sizeof attributes, &everyone, FALSE};
+    return UniqueHandle(CreateEventW(&attributes, TRUE, FALSE, kSavingFinishedEvent));
+}
+
+int RunNormally(bool wasVirtualized) {
+    RunSettings& settings = g_RunSettings;
+    if (settings.bVpnOnly) settings.strModule = kVpnModule;
+
+    const UniqueHandle savingFinished = CreateSavingFinishedEvent();
+    ResetEvent(savingFinished.get());
+    g_hLog = log_initialize(kLogComponent);
+
+    const int result =
+        RunConfigRequest(settings.strConfigFile, settings.strModule, settings.strOperation,
+                         settings.strSessionId, settings.strPassword, settings.strUnlockPassword);
+
+    if (wasVirtualized) SetTokenVirtualization(1);
+    if (g_hLog != nullptr) log_deinitialize(g_hLog);
+    g_hLog = nullptr;
+    SetEvent(savingFinished.get());
+    return result;
+}
+
+}  // namespace
+
+int RunTool(int argc, WCHAR** argv) {
+    const ConfigurationMutex serialised;
+    const bool wasVirtualized = DisableTokenVirtualization();
+    if (const auto exitCode = ParseCommandLine(argc, argv)) return *exitCode;
+    return RunNormally(wasVirtualized);
+}

@@ -1,0 +1,14 @@
+#include "config/config_file.h"
+
+#include "common/path.h"
+#include "common/xml_file.h"
+
+ConfigFile::ConfigFile(WStringView path) : path_(WideToAnsi(path, kPathCapacity)) {}
+
+bool ConfigFile::Load() {
+    return LoadXmlFile(path_, document_);
+}
+
+bool ConfigFile::Save() const {
+    return SaveXmlFile(path_, document_);
+}

@@ -1,0 +1,33 @@
+// The in-memory document of one configuration file.
+#pragma once
+
+#include <tinyxml.h>
+
+#include <string>
+
+#include "common/text.h"
+
+// The root element of every configuration file.
+inline constexpr const char* kRootElement = "sentrel_configuration";
+
+// A document loaded from a path, changed and saved back within one function. The path goes to the
+// XML library in the ANSI code page, 260 bytes at most.
+class ConfigFile {
+  public:
+    explicit ConfigFile(WStringView path);
+
+    // False when the file cannot be opened or parsed.
+    bool Load();
+    // False when not all of the document could be written.
+    bool Save() const;
+    // True when the document itself is in error.
+    bool HasError() const { return document_.Error(); }
+
+    TiXmlDocument& Document() { return document_; }
+    // Null when there is none.
+    TiXmlElement* Root() { return document_.RootElement(); }
+
+  private:
+    std::string path_;
+    TiXmlDocument document_;
+};
