@@ -1,0 +1,8 @@
+// Text on standard output.
+#pragma once
+
+#include "common/text.h"
+
+// Writes the text through the console's own call on a console, and as UTF-8 to a file or pipe.
+// Output that cannot be written is lost without a message.
+void WriteConsoleText(WStringView text);
