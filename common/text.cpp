@@ -46,7 +46,15 @@ std::string WideToAnsi(WStringView text) {
 }
 
 std::string WideToAnsi(WStringView text, std::size_t capacity) {
-    return WideToAnsi(text).substr(0, capacity - 1);
+    // Every unit takes a byte at least, so no more of them can fit.
+    text = text.substr(0, capacity);
+    std::string bytes = WideToAnsi(text);
+    while (bytes.size() >= capacity) {
+        const bool isPaired = text.size() > 1 && text.back() >= 0xDC00 && text.back() <= 0xDFFF;
+        text.remove_suffix(isPaired ? 2 : 1);
+        bytes = WideToAnsi(text);
+    }
+    return bytes;
 }
 
 std::vector<WString> SplitText(WStringView text, WStringView delimiters) {

@@ -24,8 +24,8 @@ std::string WideToUtf8(WStringView text);
 // default character; failure or an empty text gives an empty result.
 std::string WideToAnsi(WStringView text);
 
-// The ANSI form of `text`, cut at `capacity` - 1 bytes as in a buffer of `capacity` bytes with its
-// terminator.
+// The same, cut so that it fits a buffer of `capacity` bytes with its terminator; no character is
+// cut in two.
 std::string WideToAnsi(WStringView text, std::size_t capacity);
 
 // The maximal runs of characters that are not in `delimiters`, in their order of appearance. Never

@@ -1,0 +1,169 @@
+// Text conversions, hexadecimal text, formatting, and XML files that come back as they were.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "common/format.h"
+#include "common/hex.h"
+#include "common/path.h"
+#include "common/secure_text.h"
+#include "common/xml_file.h"
+#include "tests/support/file_facts.h"
+#include "tests/support/machine.h"
+
+namespace {
+
+TEST(Text, ConvertsUpToTheFirstTerminator) {
+    using namespace std::string_literals;
+    EXPECT_EQ(Utf8ToWide("Grüße 🔒"), TEXT("Grüße 🔒"));
+    EXPECT_EQ(WideToUtf8(TEXT("Grüße 🔒")), "Grüße 🔒");
+    EXPECT_EQ(Utf8ToWide("ab\0cd"s), TEXT("ab"));
+    EXPECT_EQ(WideToUtf8(WString{'a', 0, 'b'}), "a");
+    EXPECT_EQ(Utf8ToWide("x\xFFy"), TEXT("x\uFFFDy"));
+    EXPECT_EQ(WideToUtf8({}), "");
+}
+
+TEST(Text, CutsAnAnsiBufferBetweenCharacters) {
+    EXPECT_EQ(WideToAnsi(TEXT("abcdef"), 4), "abc");
+    EXPECT_EQ(WideToAnsi(TEXT("abcdef"), 7), "abcdef");
+    // Neither half a two-byte character nor half a surrogate pair is left at the end.
+    EXPECT_EQ(WideToAnsi(TEXT("abcü"), 5), "abc");
+    EXPECT_EQ(WideToAnsi(TEXT("ab🔒"), 6), "ab");
+    EXPECT_EQ(WideToAnsi(TEXT("ab🔒"), 7), "ab🔒");
+}
+
+TEST(Text, SplitsIntoPiecesWithoutEmptyOnes) {
+    using Pieces = std::vector<WString>;
+    EXPECT_EQ(SplitText(TEXT("7..4.3.1"), TEXT(".")),
+              (Pieces{TEXT("7"), TEXT("4"), TEXT("3"), TEXT("1")}));
+    EXPECT_EQ(SplitText(TEXT("\\software\\Verdane\\"), TEXT("\\")),
+              (Pieces{TEXT("software"), TEXT("Verdane")}));
+    EXPECT_EQ(SplitText(TEXT("..."), TEXT(".")), Pieces{});
+}
+
+TEST(Text, ReadsTheLeadingNumber) {
+    EXPECT_EQ(LeadingNumber(TEXT("12abc")), 12);
+    EXPECT_EQ(LeadingNumber(TEXT(" \t-7")), -7);
+    EXPECT_EQ(LeadingNumber(TEXT("abc")), 0);
+    EXPECT_EQ(LeadingNumber(TEXT("99999999999")), 2147483647);
+    EXPECT_EQ(LeadingNumber(TEXT("-99999999999")), -2147483647 - 1);
+}
+
+TEST(Hex, ReadsPairsAsStrtolDoes) {
+    const BYTE bytes[] = {0x00, 0xAB, 0x0F};
+    EXPECT_EQ(BytesToHex(bytes, sizeof bytes), "00AB0F");
+
+    const std::pair<const char*, std::vector<BYTE>> cases[] = {
+        {"00ab0F", {0x00, 0xAB, 0x0F}}, {"ABC", {0xAB}}, {"1Gxx", {0x01, 0x00}},
+        {" 7+8", {0x07, 0x08}},         {"", {}},        {"A", {}},
+    };
+    for (const auto& [text, expected] : cases) {
+        std::vector<BYTE> decoded = {1, 2, 3};
+        EXPECT_TRUE(HexToBytes(text, decoded));
+        EXPECT_EQ(decoded, expected) << text;
+    }
+}
+
+TEST(Format, FollowsWindowsConversions) {
+    const WString wide = TEXT("weit");
+    EXPECT_EQ(FormatWide(TEXT("%s|%S|%ws|%hs|%c"), wide.c_str(), "schmal", wide.c_str(), "h", 'x'),
+              TEXT("weit|schmal|weit|h|x"));
+    EXPECT_EQ(FormatWide(TEXT("[%5u,%5u] %04d/%02d %-4d| %02x %lu %I64d %%"), 7u, 123456u, 2026, 3,
+                         5, 10u, 4294967295u, -5LL),
+              TEXT("[    7,123456] 2026/03 5   | 0a 4294967295 -5 %"));
+    EXPECT_EQ(FormatWide(TEXT("%6s|%-6s|%.2s|%*s"), wide.c_str(), wide.c_str(), wide.c_str(), 5,
+                         wide.c_str()),
+              TEXT("  weit|weit  |we| weit"));
+    EXPECT_EQ(FormatWide(TEXT("%s"), static_cast<const WCHAR*>(nullptr)), TEXT("(null)"));
+    EXPECT_EQ(FormatWide(TEXT("end %")), TEXT("end "));
+    const WString huge(100'000, WCHAR{'x'});
+    EXPECT_EQ(FormatWide(TEXT("%s"), huge.c_str()).size(), huge.size());
+}
+
+TEST(Path, JoinsAndCuts) {
+    const WString joined = JoinPath(TEXT("folder"), TEXT("file"));
+    EXPECT_EQ(FolderOfPath(joined), TEXT("folder"));
+    EXPECT_EQ(FileNameOfPath(joined), TEXT("file"));
+    EXPECT_EQ(JoinPath(joined.substr(0, 7), TEXT("file")), joined);
+    EXPECT_EQ(FileNameOfPath(TEXT("C:\\Windows\\scheduler.exe")), TEXT("scheduler.exe"));
+    EXPECT_EQ(FolderOfPath(TEXT("file")), TEXT(""));
+}
+
+TEST(SecureText, LeavesNothingBehind) {
+    alignas(SecureText) unsigned char place[sizeof(SecureText)] = {};
+    auto* const text = new (place) SecureText(TEXT("hidden"));
+    const auto* const units = reinterpret_cast<const volatile WCHAR*>(text->c_str());
+    EXPECT_EQ(units[0], 'h');
+    *text = TEXT("");
+    EXPECT_TRUE(text->empty());
+    text->~SecureText();
+    const WStringView secret = TEXT("hidden");
+    EXPECT_EQ(std::search(std::begin(place), std::end(place), secret.begin(), secret.end()),
+              std::end(place));
+}
+
+class XmlFile : public MachineTest {
+  protected:
+    std::string path_ = (ScratchFolder() / "file.xml").string();
+
+    // What a file with this content holds after one load and save; "refused" when it does not load.
+    std::string RoundTrip(const std::string& content) {
+        WriteWholeFile(path_, content);
+        TiXmlDocument document;
+        if (!LoadXmlFile(path_, document)) return "refused";
+        EXPECT_TRUE(SaveXmlFile(path_, document));
+        return ReadWholeFile(path_);
+    }
+
+    static std::string Nested(int depth) {
+        std::string text;
+        for (int i = 0; i < depth; ++i) text += "<e>";
+        for (int i = 0; i < depth; ++i) text += "</e>";
+        return text;
+    }
+};
+
+TEST_F(XmlFile, KeepsEveryText) {
+    const char* const kept[] = {
+        "<r>\n    <a>  two blanks, one behind </a>\n</r>\n",
+        "<r>\n    <a>one&#x0A;two&#x0D;&#x09;three</a>\n</r>\n",
+        "<r>\n    <a><![CDATA[ <x> & ]]></a>\n</r>\n",
+        "<r>\n    <a>before<b />between <c>in</c> behind</a>\n</r>\n",
+        "<r>\n    <a>before<![CDATA[<raw>]]>behind</a>\n</r>\n",
+        "<r>\n    <a v=\"&#x0A;&amp;#x41;&quot;&apos;\">&amp;#x41; &amp;amp; &lt;</a>\n</r>\n",
+        "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n<!-- c -->\n<r>ü🔒</r>\n",
+    };
+    for (const char* content : kept) EXPECT_EQ(RoundTrip(content), content);
+}
+
+TEST_F(XmlFile, NormalisesOnlyWhatXmlSaysIsTheSame) {
+    EXPECT_EQ(RoundTrip("<r>one\r\ntwo\rthree\nfour</r>"),
+              "<r>one&#x0A;two&#x0A;three&#x0A;four</r>\n");
+    EXPECT_EQ(RoundTrip("<r><a> \n </a></r>"), "<r>\n    <a><![CDATA[ \n ]]></a>\n</r>\n");
+    EXPECT_EQ(RoundTrip("\xEF\xBB\xBF<r a='1'/>"), "<r a=\"1\" />\n");
+    EXPECT_EQ(RoundTrip("<r><!-- <a> </a> --><a b='>'> </a></r>"),
+              "<r>\n    <!-- <a> </a> -->\n    <a b=\"&gt;\"><![CDATA[ ]]></a>\n</r>\n");
+}
+
+TEST_F(XmlFile, RefusesWhatItCannotHold) {
+    EXPECT_EQ(RoundTrip(std::string("<r>a\0b</r>", 10)), "refused");
+    EXPECT_EQ(RoundTrip("<r><a></r>"), "refused");
+    EXPECT_EQ(RoundTrip(""), "refused");
+    EXPECT_EQ(RoundTrip(Nested(kMaxXmlDepth + 1)), "refused");
+    EXPECT_EQ(RoundTrip(Nested(100'000)), "refused");
+    EXPECT_NE(RoundTrip(Nested(kMaxXmlDepth)), "refused");
+    TiXmlDocument document;
+    EXPECT_FALSE(LoadXmlFile((ScratchFolder() / "missing").string(), document));
+    EXPECT_FALSE(LoadXmlFile(ScratchFolder().string(), document));
+}
+
+TEST_F(XmlFile, SeesAFullDisk) {
+    const auto full = FileOnFullDisk();
+    if (full.empty()) GTEST_SKIP() << "needs a file on a full disk";
+    TiXmlDocument document;
+    document.InsertEndChild(TiXmlElement("r"));
+    EXPECT_FALSE(SaveXmlFile(full.string(), document));
+    EXPECT_FALSE(SaveXmlFile((ScratchFolder() / "no" / "folder").string(), document));
+}
+
+}  // namespace
