@@ -1,3 +1,22 @@
+// The process's environment and standard streams. Variables are found by their exact name first,
+// then without regard to case.
 #pragma once
 
 #include <winnt.h>
+
+#define STD_INPUT_HANDLE (static_cast<DWORD>(-10))
+#define STD_OUTPUT_HANDLE (static_cast<DWORD>(-11))
+#define STD_ERROR_HANDLE (static_cast<DWORD>(-12))
+
+extern "C" {
+// Replaces each %NAME% by the variable's value; a name that is not set stays as it is. Returns the
+// characters of the result, terminator included, also when the buffer is too small for it.
+WINAPI_EXPORT DWORD WINAPI ExpandEnvironmentStringsW(LPCWSTR lpSrc, LPWSTR lpDst, DWORD nSize);
+// Returns the length of the value, or with a small buffer the size that it needs; 0 with
+// ERROR_ENVVAR_NOT_FOUND when it is not set.
+WINAPI_EXPORT DWORD WINAPI GetEnvironmentVariableW(LPCWSTR lpName, LPWSTR lpBuffer, DWORD nSize);
+// A null value removes the variable.
+WINAPI_EXPORT BOOL WINAPI SetEnvironmentVariableW(LPCWSTR lpName, LPCWSTR lpValue);
+// A handle of the process, which need not be closed.
+WINAPI_EXPORT HANDLE WINAPI GetStdHandle(DWORD nStdHandle);
+}

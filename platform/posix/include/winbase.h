@@ -1,16 +1,43 @@
+// Older calls that belong to no newer family: copying and moving files, local memory.
 #pragma once
 
-#include <winnt.h>
+#include <minwinbase.h>
+
+#define FILE_BEGIN 0
+#define FILE_CURRENT 1
+#define FILE_END 2
+
+#define FILE_FLAG_WRITE_THROUGH 0x80000000
+#define FILE_FLAG_OVERLAPPED 0x40000000
+#define FILE_FLAG_SEQUENTIAL_SCAN 0x08000000
+#define FILE_FLAG_DELETE_ON_CLOSE 0x04000000
+
+#define MOVEFILE_REPLACE_EXISTING 0x00000001
+#define MOVEFILE_WRITE_THROUGH 0x00000008
 
 #define LMEM_FIXED 0x0000
 #define LMEM_ZEROINIT 0x0040
 #define LPTR (LMEM_FIXED | LMEM_ZEROINIT)
 
 extern "C" {
+// Copies a file. At every moment the destination is the old file or the whole new one; a failed
+// copy leaves nothing behind. A symbolic link at the destination is followed; a destination that
+// is a device or a pipe is written to. ERROR_FILE_EXISTS when it exists and may not;
+// ERROR_ACCESS_DENIED when it has the read-only attribute. A new destination gets the permissions
+// of the source, an existing one keeps its own.
+WINAPI_EXPORT BOOL WINAPI CopyFileW(LPCWSTR lpExistingFileName, LPCWSTR lpNewFileName,
+                                    BOOL bFailIfExists);
+// Renames within one file system. ERROR_ALREADY_EXISTS when the new name exists, unless
+// MOVEFILE_REPLACE_EXISTING is given.
+WINAPI_EXPORT BOOL WINAPI MoveFileExW(LPCWSTR lpExistingFileName, LPCWSTR lpNewFileName,
+                                      DWORD dwFlags);
 
 // Memory freed with LocalFree, zeroed with LMEM_ZEROINIT; null with ERROR_NOT_ENOUGH_MEMORY. It
 // never moves.
 WINAPI_EXPORT HLOCAL WINAPI LocalAlloc(UINT uFlags, SIZE_T uBytes);
-// Returns null. A null pointer is passed over.
+// Frees what LocalAlloc or a call of the system gave. Returns null. A null pointer is passed over.
 WINAPI_EXPORT HLOCAL WINAPI LocalFree(HLOCAL hMem);
+
+// Overwrites memory with zeros in a way that the compiler does not leave out.
+WINAPI_EXPORT PVOID WINAPI SecureZeroMemory(PVOID ptr, SIZE_T cnt);
 }

@@ -10,6 +10,8 @@
 #include <fileapi.h>
 #include <handleapi.h>
 #include <libloaderapi.h>
+#include <memoryapi.h>
+#include <minwinbase.h>
 #include <processenv.h>
 #include <processthreadsapi.h>
 #include <securitybaseapi.h>
@@ -19,4 +21,5 @@
 #include <winbase.h>
 #include <wincrypt.h>
 #include <winerror.h>
+#include <winnls.h>
 #include <winreg.h>

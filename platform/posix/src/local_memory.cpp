@@ -1,7 +1,9 @@
-// Memory that one side allocates and the other side frees: the process's ordinary heap.
+// Memory that one side allocates and the other side frees - the process's ordinary heap - and the
+// wiping of memory.
 #include <winbase.h>
 
 #include <cstdlib>
+#include <cstring>
 
 #include "last_error.h"
 
@@ -21,5 +23,10 @@ HLOCAL WINAPI LocalAlloc(UINT uFlags, SIZE_T uBytes) {
 HLOCAL WINAPI LocalFree(HLOCAL hMem) {
     std::free(hMem);
     return nullptr;
+}
+
+PVOID WINAPI SecureZeroMemory(PVOID ptr, SIZE_T cnt) {
+    explicit_bzero(ptr, cnt);
+    return ptr;
 }
 }

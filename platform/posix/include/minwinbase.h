@@ -1,0 +1,31 @@
+// Records that several families of calls take.
+#pragma once
+
+#include <winnt.h>
+
+// Who may use a new object. Only the difference between no descriptor and one with a present null
+// access list counts here: without, the object belongs to the creating account alone; with, every
+// account may use it. Handles are never inherited by other programs.
+struct SECURITY_ATTRIBUTES {
+    DWORD nLength;
+    LPVOID lpSecurityDescriptor;
+    BOOL bInheritHandle;
+};
+using PSECURITY_ATTRIBUTES = SECURITY_ATTRIBUTES*;
+using LPSECURITY_ATTRIBUTES = SECURITY_ATTRIBUTES*;
+
+struct SYSTEMTIME {
+    WORD wYear;
+    WORD wMonth;      // 1 to 12
+    WORD wDayOfWeek;  // 0 is Sunday
+    WORD wDay;
+    WORD wHour;
+    WORD wMinute;
+    WORD wSecond;
+    WORD wMilliseconds;
+};
+using LPSYSTEMTIME = SYSTEMTIME*;
+
+// Overlapped input and output is not supported: calls take a null pointer.
+struct OVERLAPPED;
+using LPOVERLAPPED = OVERLAPPED*;

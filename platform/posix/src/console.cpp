@@ -1,0 +1,71 @@
+#include <consoleapi.h>
+#include <fcntl.h>
+#include <processenv.h>
+#include <unistd.h>
+
+#include <array>
+#include <string>
+#include <string_view>
+
+#include "file_object.h"
+#include "last_error.h"
+#include "text.h"
+
+namespace {
+
+using platform::DescriptorObject;
+
+// The terminal behind a handle; null, with ERROR_INVALID_HANDLE, when it is none.
+std::shared_ptr<DescriptorObject> TerminalOf(HANDLE handle) {
+    auto stream = platform::ObjectOf<DescriptorObject>(handle);
+    if (!stream || isatty(stream->Descriptor()) == 1) return stream;
+    platform::Fail(ERROR_INVALID_HANDLE);
+    return nullptr;
+}
+
+HANDLE HandleOfStream(int descriptor) {
+    if (fcntl(descriptor, F_GETFD) < 0) return nullptr;
+    return platform::OpenHandle(std::make_shared<DescriptorObject>(descriptor));
+}
+
+}  // namespace
+
+extern "C" HANDLE WINAPI GetStdHandle(DWORD nStdHandle) {
+    // The same handles for the whole life of the process.
+    static const std::array<HANDLE, 3> streams{
+        HandleOfStream(STDIN_FILENO), HandleOfStream(STDOUT_FILENO), HandleOfStream(STDERR_FILENO)};
+    switch (nStdHandle) {
+        case STD_INPUT_HANDLE:
+            return streams[STDIN_FILENO];
+        case STD_OUTPUT_HANDLE:
+            return streams[STDOUT_FILENO];
+        case STD_ERROR_HANDLE:
+            return streams[STDERR_FILENO];
+        default:
+            platform::Fail(ERROR_INVALID_HANDLE);
+            return INVALID_HANDLE_VALUE;
+    }
+}
+
+extern "C" BOOL WINAPI GetConsoleMode(HANDLE hConsoleHandle, LPDWORD lpMode) {
+    const auto terminal = TerminalOf(hConsoleHandle);
+    if (!terminal) return FALSE;
+    *lpMode = terminal->Descriptor() == STDIN_FILENO
+                  ? ENABLE_PROCESSED_INPUT | ENABLE_LINE_INPUT | ENABLE_ECHO_INPUT
+                  : ENABLE_PROCESSED_OUTPUT | ENABLE_WRAP_AT_EOL_OUTPUT;
+    return TRUE;
+}
+
+extern "C" BOOL WINAPI WriteConsoleW(HANDLE hConsoleOutput, const void* lpBuffer,
+                                     DWORD nNumberOfCharsToWrite, LPDWORD lpNumberOfCharsWritten,
+                                     LPVOID /*lpReserved*/) {
+    if (lpNumberOfCharsWritten != nullptr) *lpNumberOfCharsWritten = 0;
+    const auto terminal = TerminalOf(hConsoleOutput);
+    if (!terminal) return FALSE;
+    const std::u16string_view text(static_cast<const WCHAR*>(lpBuffer), nNumberOfCharsToWrite);
+    const std::string bytes = platform::BytesOf(text);
+    DWORD written = 0;
+    if (!terminal->Write(bytes.data(), static_cast<DWORD>(bytes.size()), written)) return FALSE;
+    if (lpNumberOfCharsWritten != nullptr) *lpNumberOfCharsWritten = nNumberOfCharsToWrite;
+    return TRUE;
+}

@@ -1,0 +1,107 @@
+#include <processenv.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "last_error.h"
+#include "text.h"
+
+extern char** environ;  // NOLINT(readability-redundant-declaration): not every C library has it
+
+namespace {
+
+// The C library's environment knows no locks.
+std::mutex environmentMutex;
+
+struct Variable {
+    std::string name;
+    std::string value;
+};
+
+// A variable by its exact name, else the first whose name differs by case alone.
+std::optional<Variable> FindVariable(std::u16string_view name) {
+    std::optional<Variable> similar;
+    const std::u16string upperName = platform::UpperCase(name);
+    const std::string exactName = platform::BytesOf(name);
+    for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
+        const std::string_view text = *entry;
+        const auto equals = text.find('=');
+        if (equals == std::string_view::npos) continue;
+        Variable variable{std::string(text.substr(0, equals)),
+                          std::string(text.substr(equals + 1))};
+        if (variable.name == exactName) return variable;
+        if (!similar && platform::UpperCase(platform::WideOf(variable.name)) == upperName) {
+            similar = std::move(variable);
+        }
+    }
+    return similar;
+}
+
+bool IsName(LPCWSTR name) {
+    const std::u16string_view text = name == nullptr ? u"" : name;
+    return !text.empty() && text.find(u'=') == std::u16string_view::npos;
+}
+
+std::u16string Expand(std::u16string_view text) {
+    std::u16string result;
+    while (!text.empty()) {
+        const auto start = std::min(text.find(u'%'), text.size());
+        result += text.substr(0, start);
+        text.remove_prefix(start);
+        const auto end = text.find(u'%', 1);
+        if (end == std::u16string_view::npos) {
+            result += text;
+            break;
+        }
+        if (const auto variable = FindVariable(text.substr(1, end - 1))) {
+            result += platform::WideOf(variable->value);
+            text.remove_prefix(end + 1);
+        } else {
+            // The second sign may begin another name.
+            result += text.substr(0, end);
+            text.remove_prefix(end);
+        }
+    }
+    return result;
+}
+
+}  // namespace
+
+extern "C" DWORD WINAPI ExpandEnvironmentStringsW(LPCWSTR lpSrc, LPWSTR lpDst, DWORD nSize) {
+    if (lpSrc == nullptr) {
+        platform::Fail(ERROR_INVALID_PARAMETER);
+        return 0;
+    }
+    const std::lock_guard lock(environmentMutex);
+    const std::u16string result = Expand(lpSrc);
+    if (lpDst != nullptr && result.size() < nSize) *std::ranges::copy(result, lpDst).out = 0;
+    return static_cast<DWORD>(result.size()) + 1;
+}
+
+extern "C" DWORD WINAPI GetEnvironmentVariableW(LPCWSTR lpName, LPWSTR lpBuffer, DWORD nSize) {
+    const std::lock_guard lock(environmentMutex);
+    const auto variable = IsName(lpName) ? FindVariable(lpName) : std::nullopt;
+    if (!variable) {
+        platform::Fail(ERROR_ENVVAR_NOT_FOUND);
+        return 0;
+    }
+    const std::u16string value = platform::WideOf(variable->value);
+    SetLastError(ERROR_SUCCESS);
+    if (lpBuffer == nullptr || value.size() >= nSize) return static_cast<DWORD>(value.size()) + 1;
+    *std::ranges::copy(value, lpBuffer).out = 0;
+    return static_cast<DWORD>(value.size());
+}
+
+extern "C" BOOL WINAPI SetEnvironmentVariableW(LPCWSTR lpName, LPCWSTR lpValue) {
+    if (!IsName(lpName)) return platform::Fail(ERROR_INVALID_PARAMETER);
+    const std::lock_guard lock(environmentMutex);
+    const auto existing = FindVariable(lpName);
+    const std::string name = existing ? existing->name : platform::BytesOf(lpName);
+    const int failed = lpValue == nullptr
+                           ? unsetenv(name.c_str())
+                           : setenv(name.c_str(), platform::BytesOf(lpValue).c_str(), 1);
+    return failed == 0 ? TRUE : platform::FailWithErrno(errno);
+}

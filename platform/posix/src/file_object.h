@@ -1,0 +1,33 @@
+// What every handle can do that bytes are read from or written to: files, standard streams, pipes.
+#pragma once
+
+#include <fileapi.h>
+
+#include "handles.h"
+
+namespace platform {
+
+// Each call returns TRUE, or FALSE with the last error set; what a kind of object does not
+// offer fails with ERROR_INVALID_HANDLE.
+class FileObject : public KernelObject {
+  public:
+    virtual BOOL Read(void* buffer, DWORD size, DWORD& read) = 0;
+    virtual BOOL Write(const void* data, DWORD size, DWORD& written) = 0;
+    virtual BOOL Flush();
+};
+
+// A descriptor of this process that something owns: a regular file, a terminal, a device.
+class DescriptorObject : public FileObject {
+  public:
+    explicit DescriptorObject(int descriptor) : descriptor_(descriptor) {}
+
+    int Descriptor() const { return descriptor_; }
+    BOOL Read(void* buffer, DWORD size, DWORD& read) override;
+    BOOL Write(const void* data, DWORD size, DWORD& written) override;
+    BOOL Flush() override;
+
+  protected:
+    int descriptor_;
+};
+
+}  // namespace platform

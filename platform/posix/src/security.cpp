@@ -1,0 +1,40 @@
+#include "security.h"
+
+#include <securitybaseapi.h>
+
+#include "last_error.h"
+
+namespace platform {
+
+mode_t ModeOfNewFile(const SECURITY_ATTRIBUTES* attributes) {
+    const void* const given = attributes == nullptr ? nullptr : attributes->lpSecurityDescriptor;
+    if (given == nullptr) return 0600;
+    const auto& descriptor = *static_cast<const SECURITY_DESCRIPTOR*>(given);
+    const bool everyone = (descriptor.Control & SE_DACL_PRESENT) != 0 && descriptor.Dacl == nullptr;
+    return everyone ? 0666 : 0600;
+}
+
+}  // namespace platform
+
+extern "C" BOOL WINAPI InitializeSecurityDescriptor(PSECURITY_DESCRIPTOR pSecurityDescriptor,
+                                                    DWORD dwRevision) {
+    if (pSecurityDescriptor == nullptr || dwRevision != SECURITY_DESCRIPTOR_REVISION) {
+        return platform::Fail(ERROR_INVALID_PARAMETER);
+    }
+    auto& descriptor = *static_cast<SECURITY_DESCRIPTOR*>(pSecurityDescriptor);
+    descriptor = {};
+    descriptor.Revision = SECURITY_DESCRIPTOR_REVISION;
+    return TRUE;
+}
+
+extern "C" BOOL WINAPI SetSecurityDescriptorDacl(PSECURITY_DESCRIPTOR pSecurityDescriptor,
+                                                 BOOL bDaclPresent, PACL pDacl,
+                                                 BOOL /*bDaclDefaulted*/) {
+    if (pSecurityDescriptor == nullptr) return platform::Fail(ERROR_INVALID_PARAMETER);
+    if (pDacl != nullptr) return platform::Fail(ERROR_NOT_SUPPORTED);
+    auto& descriptor = *static_cast<SECURITY_DESCRIPTOR*>(pSecurityDescriptor);
+    descriptor.Control = static_cast<WORD>(bDaclPresent ? descriptor.Control | SE_DACL_PRESENT
+                                                        : descriptor.Control & ~SE_DACL_PRESENT);
+    descriptor.Dacl = nullptr;
+    return TRUE;
+}
