@@ -1,0 +1,360 @@
+#include "hive.h"
+
+#include <errhandlingapi.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <map>
+
+#include "endpoint.h"
+#include "text.h"
+#include "thread_identity.h"
+
+namespace platform {
+namespace {
+
+using Run = HiveDatabase::Run;
+using Transaction = HiveDatabase::Transaction;
+
+// Every hive that the process has named. Never destroyed: keys are closed, and hives read, by
+// destructors that may run after this library's own.
+struct Hives {
+    std::mutex mutex;
+    std::map<std::optional<uid_t>, std::shared_ptr<Hive>> byAccount;
+};
+
+Hives& AllHives() {
+    static auto* const hives = [] {
+        auto* const made = new Hives;
+        pthread_atfork(
+            [] {
+                AllHives().mutex.lock();
+                for (const auto& [account, hive] : AllHives().byAccount) hive->CloseBeforeFork();
+            },
+            [] {
+                for (const auto& [account, hive] : AllHives().byAccount) hive->GoOnAfterFork();
+                AllHives().mutex.unlock();
+            },
+            [] {
+                for (const auto& [account, hive] : AllHives().byAccount) hive->GoOnAfterFork();
+                AllHives().mutex.unlock();
+            });
+        return made;
+    }();
+    return *hives;
+}
+
+std::shared_ptr<Hive> HiveOf(std::optional<uid_t> account) {
+    const std::lock_guard lock(AllHives().mutex);
+    auto& hive = AllHives().byAccount[account];
+    if (!hive) hive = std::make_shared<Hive>(account);
+    return hive;
+}
+
+// What the thread's account may do, which need not be the process's.
+bool Permits(const std::string& path, int rights) {
+    return faccessat(AT_FDCWD, path.c_str(), rights, AT_EACCESS) == 0;
+}
+
+[[noreturn]] void Throw(LSTATUS code) {
+    throw HiveError{code};
+}
+
+// Tells a missing key from what is missing in it.
+[[noreturn]] void ThrowMissing(HiveDatabase& database, KeyId key, LSTATUS code) {
+    Throw(Run(database, Query::kKeyExists).Bind(key).Step() ? code : ERROR_KEY_DELETED);
+}
+
+std::optional<KeyId> FindSubkey(HiveDatabase& database, KeyId key, const std::u16string& name) {
+    const std::u16string folded = UpperCase(name);
+    Run find(database, Query::kFindSubkey);
+    if (!find.Bind(key).Bind(folded).Step()) return std::nullopt;
+    return find.Number(0);
+}
+
+KeyId AddSubkey(HiveDatabase& database, KeyId key, const std::u16string& name) {
+    const std::u16string folded = UpperCase(name);
+    Run(database, Query::kAddSubkey).Bind(key).Bind(folded).Bind(name).Step();
+    if (database.Changes() == 0) Throw(ERROR_KEY_DELETED);
+    return database.LastAdded();
+}
+
+void WriteValue(HiveDatabase& database, KeyId key, const HiveValue& value) {
+    const std::u16string folded = UpperCase(value.name);
+    Run(database, Query::kWriteValue)
+        .Bind(key)
+        .Bind(folded)
+        .Bind(value.name)
+        .Bind(value.type)
+        .Bind(value.data.data(), value.data.size())
+        .Step();
+    if (database.Changes() == 0) Throw(ERROR_KEY_DELETED);
+}
+
+HiveValue ValueOf(const Run& row) {
+    return {row.Text(0), static_cast<DWORD>(row.Number(1)), row.Bytes(2)};
+}
+
+HiveTree ReadTreeOf(HiveDatabase& database, KeyId key, std::u16string name) {
+    HiveTree tree{std::move(name), {}, {}};
+    {
+        Run values(database, Query::kValues);
+        values.Bind(key);
+        while (values.Step()) tree.values.push_back(ValueOf(values));
+    }
+    std::vector<KeyId> ids;
+    {
+        Run subkeys(database, Query::kSubkeys);
+        subkeys.Bind(key);
+        while (subkeys.Step()) {
+            ids.push_back(subkeys.Number(0));
+            tree.subkeys.push_back({subkeys.Text(1), {}, {}});
+        }
+    }
+    for (std::size_t i = 0; i < ids.size(); ++i) {
+        tree.subkeys[i] = ReadTreeOf(database, ids[i], std::move(tree.subkeys[i].name));
+    }
+    return tree;
+}
+
+void WriteTreeOf(HiveDatabase& database, KeyId key, const HiveTree& tree) {
+    for (const HiveValue& value : tree.values) WriteValue(database, key, value);
+    for (const HiveTree& subkey : tree.subkeys) {
+        const auto found = FindSubkey(database, key, subkey.name);
+        WriteTreeOf(database, found ? *found : AddSubkey(database, key, subkey.name), subkey);
+    }
+}
+
+}  // namespace
+
+// Holds the hive's lock. For reading, nothing may come of it: the hive has no file yet.
+class Hive::Use {
+  public:
+    Use(Hive& hive, bool forWriting) : lock_(hive.mutex_) {
+        hive.Connect(forWriting);
+        database_ = hive.database_.get();
+    }
+    explicit operator bool() const { return database_ != nullptr; }
+    HiveDatabase& operator*() const { return *database_; }
+    HiveDatabase* operator->() const { return database_; }
+
+  private:
+    std::lock_guard<std::mutex> lock_;
+    HiveDatabase* database_;
+};
+
+std::shared_ptr<Hive> Hive::OfMachine() {
+    return HiveOf(std::nullopt);
+}
+std::shared_ptr<Hive> Hive::OfAccount(uid_t account) {
+    return HiveOf(account);
+}
+
+Hive::Hive(std::optional<uid_t> account)
+    : account_(account),
+      folder_(EndpointFolder() +
+              (account ? "/users/" + std::to_string(*account) : std::string("/registry"))) {}
+
+std::u16string Hive::Name() const {
+    return account_ ? u"USER\\" + WideOf(std::to_string(*account_)) : u"MACHINE";
+}
+
+std::string Hive::FilePath() const {
+    return folder_ + (account_ ? "/user.db" : "/machine.db");
+}
+
+bool Hive::MayRead() const {
+    return Permits(FilePath(), R_OK) || errno == ENOENT;
+}
+
+bool Hive::MayWrite() const {
+    if (Permits(FilePath(), R_OK | W_OK)) return true;
+    if (errno != ENOENT || (account_ && *account_ != ThreadAccount())) return false;
+    // The file can be made where the nearest folder that exists can be written.
+    std::string folder = folder_;
+    while (!Permits(folder, F_OK) && errno == ENOENT && folder.size() > 1) {
+        folder.resize(std::max<std::size_t>(folder.rfind('/'), 1));
+    }
+    return Permits(folder, W_OK | X_OK);
+}
+
+void Hive::MakeFile() const {
+    // An account's hive is its own to make: a folder made by another would keep it out for ever.
+    if (account_ && *account_ != ThreadAccount()) Throw(ERROR_ACCESS_DENIED);
+    const std::string folder = account_ ? EndpointUserFolder(*account_)
+                                        : EndpointSubfolder("registry", FolderUse::kOwnerWrites);
+    if (folder.empty()) Throw(static_cast<LSTATUS>(GetLastError()));
+    HiveDatabase::Create(FilePath(), account_ ? 0600 : 0644);
+}
+
+void Hive::Connect(bool forWriting) {
+    if (database_ && (database_->Writable() || !forWriting)) return;
+    const std::string path = FilePath();
+    if (!Permits(path, F_OK)) {
+        if (errno != ENOENT) Throw(ERROR_ACCESS_DENIED);
+        if (!forWriting) return;
+        MakeFile();
+    }
+    // Only the account itself can have made its folder, unless somebody planted it.
+    struct stat info {};
+    if (account_ && (lstat(folder_.c_str(), &info) != 0 || !S_ISDIR(info.st_mode) ||
+                     info.st_uid != *account_)) {
+        Throw(ERROR_ACCESS_DENIED);
+    }
+    const bool writable = Permits(path, R_OK | W_OK);
+    if (forWriting && !writable) Throw(ERROR_ACCESS_DENIED);
+    database_.reset();
+    database_ = std::make_unique<HiveDatabase>(path, writable);
+}
+
+void Hive::CloseBeforeFork() {
+    mutex_.lock();
+    database_.reset();
+}
+
+void Hive::GoOnAfterFork() {
+    mutex_.unlock();
+}
+
+std::optional<KeyId> Hive::Find(KeyId from, const KeyPath& path) {
+    const Use use(*this, false);
+    if (!use) return path.empty() ? std::optional(from) : std::nullopt;
+    Transaction whole(*use, Query::kBeginRead);
+    if (!Run(*use, Query::kKeyExists).Bind(from).Step()) Throw(ERROR_KEY_DELETED);
+    std::optional<KeyId> key = from;
+    for (auto name = path.begin(); key && name != path.end(); ++name) {
+        key = FindSubkey(*use, *key, *name);
+    }
+    whole.Commit();
+    return key;
+}
+
+Hive::Created Hive::Create(KeyId from, const KeyPath& path) {
+    const Use use(*this, true);
+    Transaction whole(*use, Query::kBeginWrite);
+    if (!Run(*use, Query::kKeyExists).Bind(from).Step()) Throw(ERROR_KEY_DELETED);
+    Created result{from, false};
+    for (const std::u16string& name : path) {
+        const auto found = result.isNew ? std::nullopt : FindSubkey(*use, result.key, name);
+        result = found ? Created{*found, false} : Created{AddSubkey(*use, result.key, name), true};
+    }
+    whole.Commit();
+    return result;
+}
+
+std::u16string Hive::SubkeyAt(KeyId key, DWORD index) {
+    const Use use(*this, false);
+    if (!use) Throw(ERROR_NO_MORE_ITEMS);
+    Run at(*use, Query::kSubkeyAt);
+    if (!at.Bind(key).Bind(index).Step()) ThrowMissing(*use, key, ERROR_NO_MORE_ITEMS);
+    return at.Text(0);
+}
+
+KeySummary Hive::Summary(KeyId key) {
+    const Use use(*this, false);
+    if (!use) return {};
+    Transaction whole(*use, Query::kBeginRead);
+    if (!Run(*use, Query::kKeyExists).Bind(key).Step()) Throw(ERROR_KEY_DELETED);
+    KeySummary summary;
+    {
+        Run subkeys(*use, Query::kSubkeySummary);
+        Run values(*use, Query::kValueSummary);
+        subkeys.Bind(key).Step();
+        values.Bind(key).Step();
+        const auto number = [](const Run& row, int column) {
+            return static_cast<DWORD>(row.Number(column));
+        };
+        summary = {number(subkeys, 0), number(subkeys, 1), number(values, 0), number(values, 1),
+                   number(values, 2)};
+    }
+    whole.Commit();
+    return summary;
+}
+
+KeyPath Hive::PathOf(KeyId key) {
+    const Use use(*this, false);
+    KeyPath path;
+    if (!use) return path;
+    Transaction whole(*use, Query::kBeginRead);
+    while (key != kRootKey) {
+        Run parent(*use, Query::kParent);
+        if (!parent.Bind(key).Step()) Throw(ERROR_KEY_DELETED);
+        path.insert(path.begin(), parent.Text(1));
+        key = parent.Number(0);
+    }
+    whole.Commit();
+    return path;
+}
+
+void Hive::DeleteLeaf(KeyId key) {
+    if (key == kRootKey) Throw(ERROR_ACCESS_DENIED);
+    const Use use(*this, true);
+    Run(*use, Query::kDeleteLeaf).Bind(key).Step();
+    if (use->Changes() == 0) ThrowMissing(*use, key, ERROR_ACCESS_DENIED);
+}
+
+void Hive::DeleteTree(KeyId key) {
+    if (key == kRootKey) Throw(ERROR_ACCESS_DENIED);
+    const Use use(*this, true);
+    Run(*use, Query::kDeleteTree).Bind(key).Step();
+    if (use->Changes() == 0) Throw(ERROR_KEY_DELETED);
+}
+
+HiveTree Hive::ReadTree(KeyId key) {
+    const Use use(*this, false);
+    if (!use) return {};
+    Transaction whole(*use, Query::kBeginRead);
+    if (!Run(*use, Query::kKeyExists).Bind(key).Step()) Throw(ERROR_KEY_DELETED);
+    HiveTree tree = ReadTreeOf(*use, key, {});
+    whole.Commit();
+    return tree;
+}
+
+void Hive::WriteTree(KeyId key, const HiveTree& tree) {
+    const Use use(*this, true);
+    Transaction whole(*use, Query::kBeginWrite);
+    if (!Run(*use, Query::kKeyExists).Bind(key).Step()) Throw(ERROR_KEY_DELETED);
+    WriteTreeOf(*use, key, tree);
+    whole.Commit();
+}
+
+HiveValue Hive::Read(KeyId key, const std::u16string& name) {
+    const Use use(*this, false);
+    if (!use) Throw(ERROR_FILE_NOT_FOUND);
+    const std::u16string folded = UpperCase(name);
+    Run read(*use, Query::kReadValue);
+    if (!read.Bind(key).Bind(folded).Step()) Throw(ERROR_KEY_DELETED);
+    if (read.IsNull(0)) Throw(ERROR_FILE_NOT_FOUND);
+    return {name, static_cast<DWORD>(read.Number(0)), read.Bytes(1)};
+}
+
+HiveValue Hive::ValueAt(KeyId key, DWORD index) {
+    const Use use(*this, false);
+    if (!use) Throw(ERROR_NO_MORE_ITEMS);
+    Run at(*use, Query::kValueAt);
+    if (!at.Bind(key).Bind(index).Step()) ThrowMissing(*use, key, ERROR_NO_MORE_ITEMS);
+    return ValueOf(at);
+}
+
+void Hive::Write(KeyId key, const HiveValue& value) {
+    const Use use(*this, true);
+    WriteValue(*use, key, value);
+}
+
+void Hive::DeleteValue(KeyId key, const std::u16string& name) {
+    const Use use(*this, true);
+    const std::u16string folded = UpperCase(name);
+    Run(*use, Query::kDeleteValue).Bind(key).Bind(folded).Step();
+    if (use->Changes() == 0) ThrowMissing(*use, key, ERROR_FILE_NOT_FOUND);
+}
+
+void Hive::Flush() {
+    const Use use(*this, false);
+    if (use) use->Flush();
+}
+
+}  // namespace platform
