@@ -1,9 +1,12 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <poll.h>
-#include <sys/pidfd.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+extern "C" {
+#include <sys/pidfd.h>  // not ready for C++ by itself in every version of the C library
+}
 
 #include <array>
 #include <cerrno>

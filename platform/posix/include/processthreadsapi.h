@@ -9,4 +9,14 @@ WINAPI_EXPORT DWORD WINAPI GetCurrentThreadId();
 // Constants that stand for the calling process and thread; they need not be closed.
 WINAPI_EXPORT HANDLE WINAPI GetCurrentProcess();
 WINAPI_EXPORT HANDLE WINAPI GetCurrentThread();
+
+// Opens a process with rights out of PROCESS_QUERY_INFORMATION, PROCESS_QUERY_LIMITED_INFORMATION,
+// PROCESS_VM_READ and SYNCHRONIZE; with the last its end can be waited for. Null with
+// ERROR_INVALID_PARAMETER when there is no such process, ERROR_ACCESS_DENIED when it is not the
+// caller's to look at.
+WINAPI_EXPORT HANDLE WINAPI OpenProcess(DWORD dwDesiredAccess, BOOL bInheritHandle,
+                                        DWORD dwProcessId);
+// The token of a process, whose handle needs one of the two rights to query.
+WINAPI_EXPORT BOOL WINAPI OpenProcessToken(HANDLE ProcessHandle, DWORD DesiredAccess,
+                                           PHANDLE TokenHandle);
 }

@@ -1,4 +1,4 @@
-// Security descriptors.
+// Security descriptors, tokens, impersonation.
 #pragma once
 
 #include <winnt.h>
@@ -11,4 +11,30 @@ WINAPI_EXPORT BOOL WINAPI InitializeSecurityDescriptor(PSECURITY_DESCRIPTOR pSec
 WINAPI_EXPORT BOOL WINAPI SetSecurityDescriptorDacl(PSECURITY_DESCRIPTOR pSecurityDescriptor,
                                                     BOOL bDaclPresent, PACL pDacl,
                                                     BOOL bDaclDefaulted);
+
+// TokenVirtualizationEnabled (a DWORD) and TokenElevation are known. A small buffer fails with
+// ERROR_INSUFFICIENT_BUFFER and the size in *ReturnLength. The token needs TOKEN_QUERY.
+//
+// A process starts with virtualization on when the machine's folder holds a file "virtualization",
+// else with it off. Nothing is redirected in either case; the state is there to be asked for,
+// also by other processes.
+WINAPI_EXPORT BOOL WINAPI GetTokenInformation(HANDLE TokenHandle,
+                                              TOKEN_INFORMATION_CLASS TokenInformationClass,
+                                              LPVOID TokenInformation, DWORD TokenInformationLength,
+                                              PDWORD ReturnLength);
+// TokenVirtualizationEnabled of the calling process's own token can be set, with the right
+// TOKEN_ADJUST_DEFAULT.
+WINAPI_EXPORT BOOL WINAPI SetTokenInformation(HANDLE TokenHandle,
+                                              TOKEN_INFORMATION_CLASS TokenInformationClass,
+                                              LPVOID TokenInformation,
+                                              DWORD TokenInformationLength);
+
+// Lets the calling thread, and no other, use files as the token's user: with that user's groups and
+// without the process's own rights to pass over permissions. A thread that is started meanwhile
+// begins as that user. The token needs TOKEN_QUERY and TOKEN_DUPLICATE (else ERROR_ACCESS_DENIED).
+// A token of the own account always works; another one without the right to act for others fails
+// with ERROR_PRIVILEGE_NOT_HELD and leaves the thread as it was.
+WINAPI_EXPORT BOOL WINAPI ImpersonateLoggedOnUser(HANDLE hToken);
+// Lets the thread be the process's own account again; also TRUE when it was that already.
+WINAPI_EXPORT BOOL WINAPI RevertToSelf();
 }

@@ -60,9 +60,9 @@
 #define KEY_READ \
     ((STANDARD_RIGHTS_READ | KEY_QUERY_VALUE | KEY_ENUMERATE_SUB_KEYS | KEY_NOTIFY) & ~SYNCHRONIZE)
 #define KEY_WRITE ((STANDARD_RIGHTS_WRITE | KEY_SET_VALUE | KEY_CREATE_SUB_KEY) & ~SYNCHRONIZE)
-#define KEY_ALL_ACCESS                                                                   \
-    ((STANDARD_RIGHTS_ALL | KEY_QUERY_VALUE | KEY_SET_VALUE | KEY_CREATE_SUB_KEY |       \
-      KEY_ENUMERATE_SUB_KEYS | KEY_NOTIFY | KEY_CREATE_LINK) &                           \
+#define KEY_ALL_ACCESS                                                             \
+    ((STANDARD_RIGHTS_ALL | KEY_QUERY_VALUE | KEY_SET_VALUE | KEY_CREATE_SUB_KEY | \
+      KEY_ENUMERATE_SUB_KEYS | KEY_NOTIFY | KEY_CREATE_LINK) &                     \
      ~SYNCHRONIZE)
 #define REG_OPTION_NON_VOLATILE 0x00000000L
 #define REG_CREATED_NEW_KEY 0x00000001L
@@ -116,11 +116,16 @@ using PSECURITY_DESCRIPTOR = PVOID;
 #define TOKEN_IMPERSONATE 0x0004
 #define TOKEN_QUERY 0x0008
 #define TOKEN_ADJUST_PRIVILEGES 0x0020
+#define TOKEN_ADJUST_DEFAULT 0x0080
+#define TOKEN_ALL_ACCESS (STANDARD_RIGHTS_REQUIRED | 0x01FF)
 enum TOKEN_INFORMATION_CLASS {
     TokenUser = 1,
     TokenSessionId = 12,
     TokenElevation = 20,
     TokenVirtualizationEnabled = 24
+};
+struct TOKEN_ELEVATION {
+    DWORD TokenIsElevated;  // nonzero for an administrator (root)
 };
 
 // Processes.

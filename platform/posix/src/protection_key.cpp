@@ -81,14 +81,20 @@ bool MakeKey(const KeyFile& file) {
     return named;
 }
 
-}  // namespace
-
-bool LoadProtectionKey(ProtectionScope scope, MissingKey missing, ProtectionKey& key) {
+bool LoadKeyOfThread(ProtectionScope scope, MissingKey missing, ProtectionKey& key) {
     const KeyFile file = KeyFileOf(scope);
     if (file.path.empty()) return false;
     if (ReadKey(file, key)) return true;
     if (missing == MissingKey::kFail || GetLastError() != ERROR_FILE_NOT_FOUND) return false;
     return MakeKey(file) && ReadKey(file, key);
+}
+
+}  // namespace
+
+bool LoadProtectionKey(ProtectionScope scope, MissingKey missing, ProtectionKey& key) {
+    if (scope == ProtectionScope::kUser) return LoadKeyOfThread(scope, missing, key);
+    const ActAsProcess asProcess;  // the machine's key does not depend on whom the thread serves
+    return LoadKeyOfThread(scope, missing, key);
 }
 
 }  // namespace platform

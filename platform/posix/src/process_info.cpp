@@ -1,0 +1,115 @@
+#include "process_info.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <memory>
+#include <sstream>
+
+namespace platform {
+namespace {
+
+// Who started this process, as it was when this library was loaded: the system forgets a parent
+// that has ended.
+const struct Origin {
+    pid_t process = getpid();
+    pid_t parent = getppid();
+} origin;
+
+std::vector<pid_t> ProcessNumbers() {
+    std::vector<pid_t> numbers;
+    const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir("/proc"), closedir);
+    while (const dirent* entry = folder ? readdir(folder.get()) : nullptr) {
+        const std::string name = entry->d_name;
+        if (name.find_first_not_of("0123456789") == std::string::npos) {
+            numbers.push_back(static_cast<pid_t>(std::stol(name)));
+        }
+    }
+    std::sort(numbers.begin(), numbers.end());
+    return numbers;
+}
+
+std::string WithoutLineEnd(std::string text) {
+    while (!text.empty() && text.back() == '\n') text.pop_back();
+    return text;
+}
+
+// False when the process has ended meanwhile.
+bool Describe(pid_t process, ProcessInfo& info) {
+    const ProcessFolder folder(process);
+    if (!folder.IsOpen()) return false;
+    const std::string status = folder.Read("status");
+    const auto parent = StatusNumbers(status, "PPid");
+    const auto users = StatusNumbers(status, "Uid");
+    if (parent.empty() || users.size() < 2) return false;
+    info.id = process;
+    info.parent = process == origin.process ? origin.parent : static_cast<pid_t>(parent.front());
+    info.user = users[1];  // the effective one
+    info.name = LastPart(folder.ProgramPath());
+    if (info.name.empty()) info.name = WithoutLineEnd(folder.Read("comm"));
+    return true;
+}
+
+}  // namespace
+
+std::vector<ProcessInfo> ListProcesses() {
+    std::vector<ProcessInfo> processes;
+    for (const pid_t number : ProcessNumbers()) {
+        ProcessInfo info;
+        if (Describe(number, info)) processes.push_back(std::move(info));
+    }
+    return processes;
+}
+
+ProcessFolder::ProcessFolder(pid_t process)
+    : folder_(
+          open(("/proc/" + std::to_string(process)).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)) {}
+
+ProcessFolder::~ProcessFolder() {
+    if (folder_ >= 0) close(folder_);
+}
+
+std::string ProcessFolder::ProgramPath() const {
+    std::array<char, 4096> path{};
+    const ssize_t length = readlinkat(folder_, "exe", path.data(), path.size());
+    if (length <= 0) return {};
+    std::string text(path.data(), static_cast<std::size_t>(length));
+    const std::string deleted = " (deleted)";
+    if (text.ends_with(deleted)) text.erase(text.size() - deleted.size());
+    return text;
+}
+
+std::string ProcessFolder::Read(const char* file) const {
+    const int descriptor = openat(folder_, file, O_RDONLY | O_CLOEXEC);
+    if (descriptor < 0) return {};
+    std::string text;
+    std::array<char, 4096> piece{};
+    ssize_t got = 0;
+    while ((got = read(descriptor, piece.data(), piece.size())) > 0) {
+        text.append(piece.data(), static_cast<std::size_t>(got));
+    }
+    const int error = errno;
+    close(descriptor);
+    errno = error;
+    return got < 0 ? std::string() : text;
+}
+
+std::vector<unsigned> StatusNumbers(const std::string& status, const std::string& field) {
+    std::vector<unsigned> numbers;
+    const std::size_t line = ("\n" + status).find("\n" + field + ":");
+    if (line == std::string::npos) return numbers;
+    const std::size_t start = line + field.size() + 1;
+    std::istringstream values(status.substr(start, status.find('\n', start) - start));
+    for (unsigned value = 0; values >> value;) numbers.push_back(value);
+    return numbers;
+}
+
+std::string LastPart(const std::string& path) {
+    return path.substr(path.rfind('/') + 1);
+}
+
+}  // namespace platform

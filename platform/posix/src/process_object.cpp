@@ -1,0 +1,92 @@
+#include "process_object.h"
+
+#include <poll.h>
+#include <processthreadsapi.h>
+#include <synchapi.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "deadline.h"
+#include "last_error.h"
+
+namespace platform {
+namespace {
+
+constexpr DWORD kSupportedAccess =
+    PROCESS_QUERY_INFORMATION | PROCESS_QUERY_LIMITED_INFORMATION | PROCESS_VM_READ | SYNCHRONIZE;
+
+}  // namespace
+
+Process::Process(pid_t id, DWORD access, int descriptor)
+    : id_(id), access_(access), descriptor_(descriptor), folder_(id) {}
+
+Process::~Process() {
+    close(descriptor_);
+}
+
+std::shared_ptr<Process> Process::Open(pid_t id, DWORD access) {
+    const auto descriptor = static_cast<int>(syscall(SYS_pidfd_open, id, 0));
+    if (descriptor < 0) {
+        const bool noHandles = errno == EMFILE || errno == ENFILE || errno == ENOMEM;
+        Fail(noHandles ? ErrorOfErrno(errno) : ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    auto process = std::make_shared<Process>(id, access, descriptor);
+    // When the process is still there after its folder was opened, both are of the same one.
+    const bool ended =
+        syscall(SYS_pidfd_send_signal, descriptor, 0, nullptr, 0) != 0 && errno == ESRCH;
+    if (ended || !process->Folder().IsOpen()) {
+        Fail(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    // Who may look at a process is the kernel's to say; threads of the kernel have no program.
+    if (process->Folder().ProgramPath().empty() && (errno == EACCES || errno == EPERM)) {
+        Fail(ERROR_ACCESS_DENIED);
+        return nullptr;
+    }
+    return process;
+}
+
+DWORD Process::Wait(DWORD milliseconds) {
+    if (!Allows(SYNCHRONIZE)) {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return WAIT_FAILED;
+    }
+    const Deadline deadline(milliseconds);
+    pollfd polled{descriptor_, POLLIN, 0};
+    for (;;) {
+        const int ready = poll(&polled, 1, deadline.PollTimeout());
+        if (ready > 0) return WAIT_OBJECT_0;
+        if (ready == 0 && deadline.HasPassed()) return WAIT_TIMEOUT;
+        if (ready < 0 && errno != EINTR) {
+            FailWithErrno(errno);
+            return WAIT_FAILED;
+        }
+    }
+}
+
+std::shared_ptr<Process> ProcessOf(HANDLE handle, DWORD anyOf) {
+    if (handle == GetCurrentProcess()) return Process::Open(getpid(), kSupportedAccess);
+    auto process = ObjectOf<Process>(handle);
+    if (!process) return nullptr;
+    for (DWORD right = 1; right != 0; right <<= 1) {
+        if ((anyOf & right) != 0 && process->Allows(right)) return process;
+    }
+    Fail(ERROR_ACCESS_DENIED);
+    return nullptr;
+}
+
+}  // namespace platform
+
+extern "C" HANDLE WINAPI OpenProcess(DWORD dwDesiredAccess, BOOL bInheritHandle,
+                                     DWORD dwProcessId) {
+    using platform::Fail;
+    if ((dwDesiredAccess & ~platform::kSupportedAccess) != 0 || bInheritHandle) {
+        Fail(ERROR_NOT_SUPPORTED);
+        return nullptr;
+    }
+    auto process = platform::Process::Open(static_cast<pid_t>(dwProcessId), dwDesiredAccess);
+    return process ? platform::OpenHandle(std::move(process)) : nullptr;
+}

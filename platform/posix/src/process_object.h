@@ -1,0 +1,37 @@
+// Opened processes.
+#pragma once
+
+#include <string>
+
+#include "handles.h"
+#include "process_info.h"
+
+namespace platform {
+
+class Process final : public KernelObject {
+  public:
+    // Null, with the last error set, when there is no such process or the caller may not look at
+    // it.
+    static std::shared_ptr<Process> Open(pid_t id, DWORD access);
+
+    Process(pid_t id, DWORD access, int descriptor);
+    ~Process() override;
+
+    pid_t Id() const { return id_; }
+    bool Allows(DWORD access) const { return (access_ & access) == access; }
+    const ProcessFolder& Folder() const { return folder_; }
+
+    DWORD Wait(DWORD milliseconds) override;
+
+  private:
+    const pid_t id_;
+    const DWORD access_;
+    const int descriptor_;  // of the kernel's process object; readable when the process has ended
+    const ProcessFolder folder_;
+};
+
+// The process that a handle names - GetCurrentProcess() included - opened with any right of
+// `anyOf`. Null with ERROR_INVALID_HANDLE or ERROR_ACCESS_DENIED.
+std::shared_ptr<Process> ProcessOf(HANDLE handle, DWORD anyOf);
+
+}  // namespace platform

@@ -1,0 +1,119 @@
+#include "token.h"
+
+#include <processthreadsapi.h>
+#include <securitybaseapi.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "last_error.h"
+#include "process_object.h"
+#include "token_virtualization.h"
+
+namespace platform {
+namespace {
+
+// Who another process is: its effective user and group, and its groups.
+bool ReadIdentity(const ProcessFolder& folder, Identity& identity) {
+    const std::string status = folder.Read("status");
+    const auto users = StatusNumbers(status, "Uid");
+    const auto groups = StatusNumbers(status, "Gid");
+    if (users.size() < 2 || groups.size() < 2) return false;
+    const auto supplementary = StatusNumbers(status, "Groups");
+    identity = {users[1], groups[1], {supplementary.begin(), supplementary.end()}};
+    std::sort(identity.groups.begin(), identity.groups.end());
+    return true;
+}
+
+BOOL OpenTokenOf(HANDLE processHandle, DWORD access, PHANDLE token) {
+    if (token == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+    const auto process =
+        ProcessOf(processHandle, PROCESS_QUERY_INFORMATION | PROCESS_QUERY_LIMITED_INFORMATION);
+    if (!process) return FALSE;
+    Identity identity;
+    if (process->Id() == getpid()) {
+        identity = ProcessIdentity();
+    } else if (!ReadIdentity(process->Folder(), identity)) {
+        return Fail(ERROR_ACCESS_DENIED);  // it has ended
+    }
+    *token = OpenHandle(std::make_shared<Token>(std::move(identity), process->Id(), access));
+    return TRUE;
+}
+
+// A fixed-size answer of GetTokenInformation.
+template <typename Answer>
+BOOL Return(const Answer& answer, LPVOID buffer, DWORD size, PDWORD needed) {
+    if (needed != nullptr) *needed = sizeof answer;
+    if (buffer == nullptr || size < sizeof answer) return Fail(ERROR_INSUFFICIENT_BUFFER);
+    std::memcpy(buffer, &answer, sizeof answer);
+    return TRUE;
+}
+
+}  // namespace
+
+Token::Token(Identity account, pid_t process, DWORD access)
+    : account_(std::move(account)),
+      process_(process),
+      access_((access & MAXIMUM_ALLOWED) != 0 ? access | TOKEN_ALL_ACCESS : access) {}
+
+}  // namespace platform
+
+using platform::Fail;
+
+extern "C" {
+
+BOOL WINAPI OpenProcessToken(HANDLE ProcessHandle, DWORD DesiredAccess, PHANDLE TokenHandle) {
+    return platform::OpenTokenOf(ProcessHandle, DesiredAccess, TokenHandle);
+}
+
+BOOL WINAPI GetTokenInformation(HANDLE TokenHandle, TOKEN_INFORMATION_CLASS TokenInformationClass,
+                                LPVOID TokenInformation, DWORD TokenInformationLength,
+                                PDWORD ReturnLength) {
+    const auto token = platform::ObjectOf<platform::Token>(TokenHandle);
+    if (!token) return FALSE;
+    if (!token->Allows(TOKEN_QUERY)) return Fail(ERROR_ACCESS_DENIED);
+    switch (TokenInformationClass) {
+        case TokenVirtualizationEnabled: {
+            const DWORD on = platform::IsVirtualizationOn(token->ProcessId()) ? 1 : 0;
+            return platform::Return(on, TokenInformation, TokenInformationLength, ReturnLength);
+        }
+        case TokenElevation: {
+            const TOKEN_ELEVATION elevation{token->Account().user == 0 ? 1U : 0U};
+            return platform::Return(elevation, TokenInformation, TokenInformationLength,
+                                    ReturnLength);
+        }
+        default:
+            return Fail(ERROR_NOT_SUPPORTED);
+    }
+}
+
+BOOL WINAPI SetTokenInformation(HANDLE TokenHandle, TOKEN_INFORMATION_CLASS TokenInformationClass,
+                                LPVOID TokenInformation, DWORD TokenInformationLength) {
+    const auto token = platform::ObjectOf<platform::Token>(TokenHandle);
+    if (!token) return FALSE;
+    if (!token->Allows(TOKEN_ADJUST_DEFAULT)) return Fail(ERROR_ACCESS_DENIED);
+    if (TokenInformationClass != TokenVirtualizationEnabled || token->ProcessId() != getpid()) {
+        return Fail(ERROR_NOT_SUPPORTED);
+    }
+    DWORD on = 0;
+    if (TokenInformation == nullptr || TokenInformationLength < sizeof on) {
+        return Fail(ERROR_BAD_LENGTH);
+    }
+    std::memcpy(&on, TokenInformation, sizeof on);
+    return platform::SetVirtualization(on != 0) ? TRUE : FALSE;
+}
+
+BOOL WINAPI ImpersonateLoggedOnUser(HANDLE hToken) {
+    const auto token = platform::ObjectOf<platform::Token>(hToken);
+    if (!token) return FALSE;
+    if (!token->Allows(TOKEN_QUERY | TOKEN_DUPLICATE)) return Fail(ERROR_ACCESS_DENIED);
+    return platform::Impersonate(token->Account()) ? TRUE : FALSE;
+}
+
+BOOL WINAPI RevertToSelf() {
+    return platform::StopImpersonating() ? TRUE : FALSE;
+}
+}

@@ -1,0 +1,79 @@
+// A process that differs from the machine's setting has the file run/virtualization-<process>-<time
+// of its start>, which holds its setting and goes with the process.
+#include "token_virtualization.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <sstream>
+#include <string>
+
+#include "endpoint.h"
+#include "last_error.h"
+#include "process_info.h"
+#include "thread_identity.h"
+
+namespace platform {
+namespace {
+
+bool MachineSetting() {
+    return access((EndpointFolder() + "/virtualization").c_str(), F_OK) == 0;
+}
+
+// The 22nd field of a process's "stat" file; fields are counted behind the program's name, which
+// may hold anything.
+std::string StartTime(pid_t process) {
+    const ProcessFolder folder(process);
+    const std::string stat = folder.IsOpen() ? folder.Read("stat") : std::string();
+    const std::size_t nameEnd = stat.rfind(')');
+    std::istringstream fields(nameEnd == std::string::npos ? "" : stat.substr(nameEnd + 1));
+    std::string field;
+    for (int number = 3; number <= 22; ++number) fields >> field;
+    return field;
+}
+
+std::string NameOfSetting(pid_t process) {
+    return "/virtualization-" + std::to_string(process) + "-" + StartTime(process);
+}
+
+// Takes away the setting of this process when it ends.
+struct OwnSetting {
+    std::string path;
+
+    ~OwnSetting() {
+        if (!path.empty()) unlink(path.c_str());
+    }
+} ownSetting;
+
+}  // namespace
+
+bool IsVirtualizationOn(pid_t process) {
+    const std::string path = EndpointFolder() + "/run" + NameOfSetting(process);
+    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    if (file < 0) return MachineSetting();
+    char setting = 0;
+    const bool isRead = read(file, &setting, 1) == 1;
+    close(file);
+    return isRead ? setting == '1' : MachineSetting();
+}
+
+bool SetVirtualization(bool on) {
+    const ActAsProcess asProcess;
+    const std::string folder = EndpointSubfolder("run", FolderUse::kEveryoneWrites);
+    if (folder.empty()) return false;
+    ownSetting.path = folder + NameOfSetting(getpid());
+    const char* const path = ownSetting.path.c_str();
+    if (unlink(path) != 0 && errno != ENOENT) return FailWithErrno(errno);
+    if (on == MachineSetting()) return true;
+    const int file = open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+    if (file < 0) return FailWithErrno(errno);
+    const char setting = on ? '1' : '0';
+    const bool isWritten = write(file, &setting, 1) == 1 && fchmod(file, 0644) == 0;
+    const int error = errno;
+    close(file);
+    return isWritten || FailWithErrno(error);
+}
+
+}  // namespace platform
