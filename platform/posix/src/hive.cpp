@@ -66,7 +66,8 @@ bool Permits(const std::string& path, int rights) {
 
 // Tells a missing key from what is missing in it.
 [[noreturn]] void ThrowMissing(HiveDatabase& database, KeyId key, LSTATUS code) {
-    Throw(Run(database, Query::kKeyExists).Bind(key).Step() ? code : ERROR_KEY_DELETED);
+    if (!Run(database, Query::kKeyExists).Bind(key).Step()) Throw(ERROR_KEY_DELETED);
+    Throw(code);
 }
 
 std::optional<KeyId> FindSubkey(HiveDatabase& database, KeyId key, const std::u16string& name) {
