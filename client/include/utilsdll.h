@@ -1,8 +1,8 @@
 // Contract of the client's utility library (utilsdll): what the configuration tool and the plug-ins
 // may rely on. Names are those that the library exports.
 //
-// Unless a function says otherwise: text is NUL-terminated UTF-16 owned by the caller; a getter that
-// fails leaves its outputs as they were; no function throws.
+// Unless a function says otherwise: text is NUL-terminated UTF-16 owned by the caller; a getter
+// that fails leaves its outputs as they were; no function throws.
 #pragma once
 
 #include <windows.h>
@@ -19,12 +19,13 @@ extern "C" {
 // Key handles are ordinary registry key handles: RegCloseKey closes what reg_openkeyW opened, and
 // reg_closekeyW what RegOpenKeyExW opened. While the registry lock is set (sec_is_registry_locked),
 // every function that writes refuses keys at or below "software\Verdane\Sentrel" of
-// HKEY_LOCAL_MACHINE.
+// HKEY_LOCAL_MACHINE, in whatever way their handle was opened, and none is made there.
 
 // Opens an existing key with the rights to read and to set values; null when it is missing or
 // access is denied.
 UTILSDLL_API HKEY reg_openkeyW(HKEY parent, const WCHAR* path);
-// Opens a key for the same use, creating it and its parents when missing. A trailing "\" is allowed.
+// Opens a key for the same use, creating it and its parents when missing. A trailing "\" is
+// allowed.
 UTILSDLL_API HKEY reg_createkeyW(HKEY parent, const WCHAR* path);
 UTILSDLL_API void reg_closekeyW(HKEY key);
 
@@ -48,11 +49,13 @@ UTILSDLL_API void reg_free(void* data);
 typedef bool (*reg_visitorW)(HKEY key, const WCHAR* path, void* context);
 // Visits every key below `key`, each before its own subkeys and in the registry's order of subkeys;
 // not `key` itself. `path` names `key`; a visited key's path is `path`, "\" and the path below it.
-// False when the visitor ended the walk or a key could not be read.
+// The handles are for reading. A key that cannot be read is passed over; one that the visitor
+// deletes before its turn is not visited. False when the visitor ended the walk or a key could not
+// be read.
 UTILSDLL_API bool reg_walk2W(HKEY key, const WCHAR* path, reg_visitorW visitor, void* context);
 
 UTILSDLL_API bool reg_setstringW(HKEY key, const WCHAR* name, const WCHAR* text);
-// Stores the text in the library's protected form: encrypted at rest, readable on this machine...
+// Stores the text in the library's protected form: encrypted at rest, readable on this machine ...
 UTILSDLL_API bool reg_setstring_encW(HKEY key, const WCHAR* name, const WCHAR* text);
 // ... or by the current user alone (the impersonated user while the caller impersonates).
 UTILSDLL_API bool reg_setstring_enc_cuW(HKEY key, const WCHAR* name, const WCHAR* text);
@@ -66,36 +69,43 @@ UTILSDLL_API bool reg_removevalueW(HKEY key, const WCHAR* name);
 UTILSDLL_API bool sec_is_registry_locked();
 // Sets (true) or clears (false) the registry lock. False when the caller may not.
 UTILSDLL_API bool sec_set_sa_registry_lock(bool lock);
-// Each returns a handle that stands for this process's bypass of one of the client's file-protection
-// components while it is open (closed with CloseHandle); INVALID_HANDLE_VALUE when none was
-// obtained. From outside, a bypass is seen as a named event that exists while it is held.
+// Each returns a handle that stands for this process's bypass of one of the client's
+// file-protection components while it is open (closed with CloseHandle); INVALID_HANDLE_VALUE when
+// none was obtained. From outside, a bypass is seen as a named event that exists while it is held.
 UTILSDLL_API HANDLE bBypassFsfilter();
 UTILSDLL_API HANDLE bBypassGuardlet();
 
 // --- Cipher -------------------------------------------------------------------------------------
 // AES-256-GCM under a key made from a pass phrase. A null pass phrase selects the library's default
-// key, a secret of this machine. The output is 28 bytes longer than the input:
+// key, a secret of this machine that the account which first used it alone can read. The output is
+// 28 bytes longer than the input:
 //   salt[8] counter[4] ciphertext tag[16]
-// *outputSize is the capacity on entry and the bytes produced on return. 0 is success.
+// *outputSize is the capacity on entry and the bytes produced on return; a failure leaves it as it
+// was. 0 is success. Both may be called from several threads at once.
 
-UTILSDLL_API int encrypt_buffer(const void* input, DWORD inputSize, void* output,
-                                DWORD* outputSize, const WCHAR* passPhrase);
+// Input and output must not overlap.
+UTILSDLL_API int encrypt_buffer(const void* input, DWORD inputSize, void* output, DWORD* outputSize,
+                                const WCHAR* passPhrase);
 // Fails, without writing to the output, for a wrong pass phrase, a short buffer or input that
-// encrypt_buffer did not make. A leading "Enc " marker is passed over.
-UTILSDLL_API int decrypt_buffer(const void* input, DWORD inputSize, void* output,
-                                DWORD* outputSize, const WCHAR* passPhrase);
-// Reads `length` hexadecimal digits of either case. 0 on success; fails for an odd length, a
-// character that is no digit, and a buffer that is too small.
+// encrypt_buffer did not make. A leading "Enc " marker is passed over; what does not open without
+// it is tried whole.
+UTILSDLL_API int decrypt_buffer(const void* input, DWORD inputSize, void* output, DWORD* outputSize,
+                                const WCHAR* passPhrase);
+// Reads `length` hexadecimal digits of either case. 0 on success; fails, without writing to the
+// output, for an odd length, a character that is no digit, and a buffer that is too small.
 UTILSDLL_API int hex2bin(const WCHAR* text, DWORD length, BYTE* output, DWORD* outputSize);
 
 // --- Log ----------------------------------------------------------------------------------------
 
 typedef struct SN_LOG* SN_LOG_HANDLE;
 
-// Opens the log of a component; null when it cannot be opened. Closed with log_deinitialize.
+// Opens the log of a component, "<common application data>\Sentrel\logs\<component>.log"; null when
+// it cannot be opened. Closed with log_deinitialize.
 UTILSDLL_API SN_LOG_HANDLE log_initialize(const WCHAR* component);
 UTILSDLL_API void log_deinitialize(SN_LOG_HANDLE log);
-// Writes one line, formatted in the manner of Windows' wide printf. With no handle they do nothing.
+// Each appends one line, whole also beside other processes, formatted in the manner of Windows'
+// wide printf; a line end or another control character in the text becomes \x and its code. The
+// last error stays as it was. With no handle they do nothing.
 UTILSDLL_API void log_error_fmt(SN_LOG_HANDLE log, const WCHAR* format, ...);
 UTILSDLL_API void log_debug_fmt(SN_LOG_HANDLE log, const WCHAR* format, ...);
 
@@ -104,15 +114,17 @@ UTILSDLL_API void log_debug_fmt(SN_LOG_HANDLE log, const WCHAR* format, ...);
 // The client's installation folder, without a trailing separator; owned by the library.
 UTILSDLL_API const WCHAR* cfg_get_install_dir();
 // Makes a new empty file, readable by its owner alone, in `folder` and puts its path (with
-// terminator) into `path`. A null prefix gives the library's own. Nonzero on success.
+// terminator) into `path`. A null prefix gives the library's own. Nonzero on success; on failure no
+// file is left behind.
 UTILSDLL_API int fs_get_temp_file_path(const WCHAR* folder, const WCHAR* prefix, WCHAR* path,
                                        DWORD capacity);
 }
 
 // --- Switch parsing -----------------------------------------------------------------------------
 // The C library's getopt_long for wide text, with its conventions (permutation, "--name=value" and
-// "--name value", abbreviated long names, '?' for an unknown switch or a missing argument). It never
-// prints. A namespace keeps the names apart from the C library's own.
+// "--name value", abbreviated long names, '?' for an unknown switch or a missing argument).
+// Names of switches are ASCII. It never prints. A namespace keeps the names apart from the C
+// library's own.
 
 namespace utils {
 
@@ -125,7 +137,7 @@ struct option {
 
 // The argument of the switch just returned (points into argv), or null.
 extern UTILSDLL_API WCHAR* optarg;
-// Index of the next word to read; set it to 1 to start over with another argument vector.
+// Index of the next word to read. Set it to 1 to start over; another argument vector does so too.
 extern UTILSDLL_API int optind;
 
 // `longOptions` ends with a row whose name is null. Returns the switch, '?' or, at the end, -1.

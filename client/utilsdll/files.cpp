@@ -1,0 +1,98 @@
+#include <shlobj.h>
+
+#include "client/include/utilsdll.h"
+#include "client/utilsdll/boundary.h"
+#include "client/utilsdll/data_folder.h"
+#include "common/handles.h"
+#include "common/path.h"
+
+namespace utilsdll {
+namespace {
+
+constexpr const WCHAR* kProductKey = TEXT("software\\Verdane\\Sentrel");
+
+bool MakeFolder(const WString& path) {
+    return CreateDirectoryW(path.c_str(), nullptr) || GetLastError() == ERROR_ALREADY_EXISTS;
+}
+
+WString InstallFolderValue() {
+    UniqueRegKey key;
+    WCHAR* text = nullptr;
+    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, kProductKey, 0, KEY_READ, key.put()) != ERROR_SUCCESS ||
+        !reg_getstringW(key.get(), TEXT("InstallDir"), &text, nullptr)) {
+        return {};
+    }
+    WString folder(text);
+    reg_free(text);
+    return folder;
+}
+
+// The folder that this library was loaded from.
+WString LibraryFolder() {
+    HMODULE library = nullptr;
+    WCHAR path[MAX_PATH] = {};
+    if (!GetModuleHandleExW(
+            GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+            reinterpret_cast<const WCHAR*>(&InstallFolderValue), &library)) {
+        return {};
+    }
+    const DWORD length = GetModuleFileNameW(library, path, MAX_PATH);
+    return length == 0 || length == MAX_PATH ? WString() : FolderOfPath(path);
+}
+
+WString InstallFolder() {
+    WString folder = InstallFolderValue();
+    if (folder.empty()) folder = LibraryFolder();
+    while (folder.size() > 1 && (folder.back() == '\\' || folder.back() == kPathSeparator)) {
+        folder.pop_back();
+    }
+    return folder;
+}
+
+int MakeTempFile(const WCHAR* folder, const WCHAR* prefix, WCHAR* path, DWORD capacity) {
+    WCHAR made[MAX_PATH] = {};
+    if (GetTempFileNameW(folder, prefix == nullptr ? TEXT("SNC") : prefix, 0, made) == 0) return 0;
+    const WStringView name(made);
+    if (name.size() >= capacity) {
+        DeleteFileW(made);
+        return 0;
+    }
+    path[name.copy(path, name.size())] = 0;
+    return 1;
+}
+
+}  // namespace
+
+WString DataFolder() {
+    WCHAR common[MAX_PATH] = {};
+    if (SHGetFolderPathW(nullptr, CSIDL_COMMON_APPDATA, nullptr, SHGFP_TYPE_CURRENT, common) !=
+        S_OK) {
+        return {};
+    }
+    WString folder = JoinPath(common, TEXT("Sentrel"));
+    return MakeFolder(folder) ? folder : WString();
+}
+
+WString DataSubfolder(const WCHAR* name) {
+    WString folder = DataFolder();
+    if (folder.empty()) return {};
+    folder = JoinPath(folder, name);
+    return MakeFolder(folder) ? folder : WString();
+}
+
+}  // namespace utilsdll
+
+extern "C" const WCHAR* cfg_get_install_dir() {
+    return Guarded<const WCHAR*>(TEXT(""), [] {
+        static const WString folder = utilsdll::InstallFolder();
+        return folder.c_str();
+    });
+}
+
+extern "C" int fs_get_temp_file_path(const WCHAR* folder, const WCHAR* prefix, WCHAR* path,
+                                     DWORD capacity) {
+    return Guarded(0, [&] {
+        if (folder == nullptr || path == nullptr) return 0;
+        return utilsdll::MakeTempFile(folder, prefix, path, capacity);
+    });
+}

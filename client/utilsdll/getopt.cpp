@@ -1,0 +1,143 @@
+// The C library reads bytes. It is given a shadow of the wide words in which every wide character
+// is exactly one byte - an ASCII character itself, any other one byte that is in no switch - so a
+// place in the shadow is the same place in the wide word.
+#include <getopt.h>
+
+#include <algorithm>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "client/include/utilsdll.h"
+#include "client/utilsdll/boundary.h"
+#include "common/secure_text.h"
+
+namespace {
+
+constexpr char kOther = '\xFF';
+
+char Narrow(WCHAR unit) {
+    return unit < 0x80 ? static_cast<char>(unit) : kOther;
+}
+
+std::string Narrow(WStringView text) {
+    std::string narrow;
+    for (const WCHAR unit : text) narrow += Narrow(unit);
+    return narrow;
+}
+
+// The shadow of one argument vector. Its text may hold a password and is wiped.
+class Shadow {
+  public:
+    Shadow(int argc, WCHAR* const* argv) : vector_(argv), wide_(argv, argv + argc) {
+        std::size_t size = 0;
+        for (const WCHAR* word : wide_) size += WStringView(word).size() + 1;
+        text_.reserve(size);
+        for (WCHAR* word : wide_) {
+            pointers_.push_back(text_.data() + text_.size());
+            words_.push_back({pointers_.back(), word});
+            for (const WCHAR unit : WStringView(word)) text_.push_back(Narrow(unit));
+            text_.push_back('\0');
+        }
+        pointers_.push_back(nullptr);
+    }
+
+    // Whether this is the shadow of the vector in the order in which it was left.
+    bool IsOf(int argc, WCHAR* const* argv) const {
+        return argv == vector_ && std::equal(wide_.begin(), wide_.end(), argv, argv + argc);
+    }
+
+    char** Pointers() { return pointers_.data(); }
+
+    // Moves the wide words to where the C library moved their shadows.
+    void FollowPermutation() {
+        auto* argv = const_cast<WCHAR**>(vector_);
+        for (std::size_t i = 0; i < wide_.size(); ++i) {
+            wide_[i] = WordAt(pointers_[i]).wide;
+            argv[i] = wide_[i];
+        }
+    }
+
+    // The wide place of a place in the shadow.
+    WCHAR* WidePlace(const char* place) const {
+        if (place == nullptr) return nullptr;
+        const Word& word = WordAt(place);
+        return word.wide + (place - word.shadow);
+    }
+
+  private:
+    struct Word {
+        const char* shadow;
+        WCHAR* wide;
+    };
+
+    // The word in whose shadow the place lies; words_ is in the order of the text.
+    const Word& WordAt(const char* place) const {
+        const auto after = std::upper_bound(
+            words_.begin(), words_.end(), place,
+            [](const char* at, const Word& word) { return std::less<>()(at, word.shadow); });
+        return *(after - 1);
+    }
+
+    WCHAR* const* vector_;
+    std::vector<WCHAR*> wide_;  // as it was left
+    std::vector<char, WipingAllocator<char>> text_;
+    std::vector<Word> words_;
+    std::vector<char*> pointers_;
+};
+
+// What lasts from one call to the next.
+struct Scan {
+    std::vector<Shadow> shadow;  // one, or none before the first call
+    int leftAt = 1;              // optind as the last call left it
+};
+Scan scan;
+
+int NextSwitch(int argc, WCHAR* const* argv, const WCHAR* shortOptions,
+               const utils::option* longOptions, int* longIndex) {
+    const bool restart = utils::optind != scan.leftAt && utils::optind <= 1;
+    if (restart || scan.shadow.empty() || !scan.shadow.front().IsOf(argc, argv)) {
+        scan.shadow.clear();
+        scan.shadow.emplace_back(argc, argv);
+        utils::optind = 0;  // the C library's sign to start over
+    }
+    Shadow& shadow = scan.shadow.front();
+
+    const std::string letters = Narrow(shortOptions);
+    std::vector<std::string> names;
+    for (const auto* row = longOptions; row != nullptr && row->name != nullptr; ++row) {
+        names.push_back(Narrow(row->name));
+    }
+    std::vector<::option> table;
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        const utils::option& row = longOptions[i];
+        table.push_back({names[i].c_str(), row.has_arg, row.flag, row.val});
+    }
+    table.push_back({});
+
+    ::opterr = 0;
+    ::optind = utils::optind;
+    const int result =
+        ::getopt_long(argc, shadow.Pointers(), letters.c_str(), table.data(), longIndex);
+    shadow.FollowPermutation();
+    utils::optarg = shadow.WidePlace(::optarg);
+    utils::optind = scan.leftAt = ::optind;
+    return result;
+}
+
+}  // namespace
+
+namespace utils {
+
+WCHAR* optarg = nullptr;
+int optind = 1;
+
+int getopt_long(int argc, WCHAR* const* argv, const WCHAR* shortOptions, const option* longOptions,
+                int* longIndex) {
+    return Guarded(-1, [&] {
+        if (argv == nullptr || shortOptions == nullptr || argc < 1) return -1;
+        return NextSwitch(argc, argv, shortOptions, longOptions, longIndex);
+    });
+}
+
+}  // namespace utils

@@ -1,0 +1,66 @@
+#include "client/utilsdll/kdf.h"
+
+#include <openssl/core_names.h>
+#include <openssl/evp.h>
+#include <openssl/kdf.h>
+#include <openssl/params.h>
+
+#include <climits>
+#include <memory>
+
+namespace utilsdll {
+namespace {
+
+struct FreeKdf {
+    void operator()(EVP_KDF* kdf) const { EVP_KDF_free(kdf); }
+    void operator()(EVP_KDF_CTX* context) const { EVP_KDF_CTX_free(context); }
+};
+
+// The parameter only reads the bytes, although its type says otherwise.
+OSSL_PARAM ByteParameter(const char* name, Bytes bytes) {
+    static BYTE none = 0;
+    void* data = bytes.empty() ? &none : const_cast<BYTE*>(bytes.data());
+    return OSSL_PARAM_construct_octet_string(name, data, bytes.size());
+}
+
+}  // namespace
+
+bool Hkdf(Bytes key, Bytes salt, Bytes info, std::size_t size, SecureBytes& derived) {
+    const std::unique_ptr<EVP_KDF, FreeKdf> kdf(EVP_KDF_fetch(nullptr, "HKDF", nullptr));
+    const std::unique_ptr<EVP_KDF_CTX, FreeKdf> context(EVP_KDF_CTX_new(kdf.get()));
+    if (!context) return false;
+    char digest[] = "SHA512";
+    const OSSL_PARAM parameters[] = {
+        OSSL_PARAM_construct_utf8_string(OSSL_KDF_PARAM_DIGEST, digest, 0),
+        ByteParameter(OSSL_KDF_PARAM_KEY, key),
+        ByteParameter(OSSL_KDF_PARAM_SALT, salt),
+        ByteParameter(OSSL_KDF_PARAM_INFO, info),
+        OSSL_PARAM_construct_end(),
+    };
+    SecureBytes bytes(size);
+    if (EVP_KDF_derive(context.get(), bytes.data(), size, parameters) != 1) return false;
+    derived.swap(bytes);
+    return true;
+}
+
+bool Pbkdf2(Bytes passPhrase, Bytes salt, int rounds, std::size_t size, SecureBytes& derived) {
+    if (passPhrase.size() > INT_MAX || salt.size() > INT_MAX || size > INT_MAX) return false;
+    SecureBytes bytes(size);
+    const char* text = passPhrase.empty() ? "" : reinterpret_cast<const char*>(passPhrase.data());
+    if (PKCS5_PBKDF2_HMAC(text, static_cast<int>(passPhrase.size()), salt.data(),
+                          static_cast<int>(salt.size()), rounds, EVP_sha512(),
+                          static_cast<int>(size), bytes.data()) != 1) {
+        return false;
+    }
+    derived.swap(bytes);
+    return true;
+}
+
+std::vector<BYTE> Labelled(std::string_view label, Bytes data) {
+    std::vector<BYTE> bytes(label.begin(), label.end());
+    bytes.push_back(0);
+    bytes.insert(bytes.end(), data.begin(), data.end());
+    return bytes;
+}
+
+}  // namespace utilsdll

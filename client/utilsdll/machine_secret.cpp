@@ -1,0 +1,64 @@
+#include "client/utilsdll/machine_secret.h"
+
+#include <openssl/rand.h>
+
+#include "client/utilsdll/data_folder.h"
+#include "common/handles.h"
+#include "common/path.h"
+
+namespace utilsdll {
+namespace {
+
+constexpr DWORD kSecretSize = 32;
+
+UniqueHandle OpenSecretFile(const WString& path) {
+    return UniqueHandle(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                    OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+}
+
+bool ReadSecret(HANDLE file, SecureBytes& secret) {
+    SecureBytes bytes(kSecretSize + 1);
+    DWORD got = 0;
+    if (!ReadFile(file, bytes.data(), kSecretSize + 1, &got, nullptr) || got != kSecretSize) {
+        return false;
+    }
+    bytes.resize(kSecretSize);
+    secret.swap(bytes);
+    return true;
+}
+
+bool WriteNewSecret(const WString& path) {
+    SecureBytes secret(kSecretSize);
+    if (RAND_bytes(secret.data(), kSecretSize) != 1) return false;
+    const UniqueHandle file(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+                                        FILE_ATTRIBUTE_NORMAL, nullptr));
+    DWORD written = 0;
+    return file && WriteFile(file.get(), secret.data(), kSecretSize, &written, nullptr) &&
+           written == kSecretSize && FlushFileBuffers(file.get());
+}
+
+// Makes the secret under a name of its own and gives it the real name only when it is complete:
+// of several makers the first one to get there wins, and nobody ever reads half a secret.
+void MakeSecretFile(const WString& folder, const WString& path) {
+    WCHAR draft[MAX_PATH] = {};
+    if (GetTempFileNameW(folder.c_str(), TEXT("key"), 0, draft) == 0) return;
+    if (!WriteNewSecret(draft) || !MoveFileExW(draft, path.c_str(), MOVEFILE_WRITE_THROUGH)) {
+        DeleteFileW(draft);
+    }
+}
+
+}  // namespace
+
+bool MachineSecret(SecureBytes& secret) {
+    const WString folder = DataFolder();
+    if (folder.empty()) return false;
+    const WString path = JoinPath(folder, TEXT("machine.key"));
+    UniqueHandle file = OpenSecretFile(path);
+    if (!file && GetLastError() == ERROR_FILE_NOT_FOUND) {
+        MakeSecretFile(folder, path);
+        file = OpenSecretFile(path);
+    }
+    return file && ReadSecret(file.get(), secret);
+}
+
+}  // namespace utilsdll

@@ -1,0 +1,292 @@
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "client/include/utilsdll.h"
+#include "client/utilsdll/boundary.h"
+#include "client/utilsdll/protected_string.h"
+#include "client/utilsdll/registry_lock.h"
+#include "common/handles.h"
+
+using namespace utilsdll;
+
+namespace {
+
+constexpr REGSAM kReadAndSet = KEY_READ | KEY_SET_VALUE;
+
+// --- Memory that is handed out ------------------------------------------------------------------
+
+// Stands before what a getter hands out, so that reg_free can wipe it: it may hold a secret.
+struct alignas(std::max_align_t) ResultHeader {
+    std::size_t size;
+};
+
+// A copy for the caller; null when memory runs out.
+void* MakeResult(const void* data, std::size_t size) {
+    void* memory = std::malloc(sizeof(ResultHeader) + size);
+    if (memory == nullptr) return nullptr;
+    auto* header = new (memory) ResultHeader{size};
+    return std::memcpy(header + 1, data, size);
+}
+
+// --- Values -------------------------------------------------------------------------------------
+
+// Reads a value of one type whole, also when it grows meanwhile.
+bool ReadValue(HKEY key, const WCHAR* name, DWORD wantedType, SecureBytes& data) {
+    DWORD size = 0;
+    LSTATUS result = RegQueryValueExW(key, name, nullptr, nullptr, nullptr, &size);
+    SecureBytes bytes;
+    DWORD type = REG_NONE;
+    do {
+        // Room for one byte at least: a null buffer would ask for the size again.
+        bytes.resize(size + std::size_t{1});
+        size = static_cast<DWORD>(bytes.size());
+        result = RegQueryValueExW(key, name, nullptr, &type, bytes.data(), &size);
+    } while (result == ERROR_MORE_DATA);
+    if (result != ERROR_SUCCESS || type != wantedType) return false;
+    bytes.resize(size);
+    data.swap(bytes);
+    return true;
+}
+
+// The characters of the stored bytes; half a character at the end does not count.
+std::vector<WCHAR, WipingAllocator<WCHAR>> UnitsOf(const SecureBytes& bytes) {
+    std::vector<WCHAR, WipingAllocator<WCHAR>> units(bytes.size() / sizeof(WCHAR));
+    if (!units.empty()) std::memcpy(units.data(), bytes.data(), units.size() * sizeof(WCHAR));
+    return units;
+}
+
+// The text as it is stored, up to its first terminator.
+bool ReadStoredText(HKEY key, const WCHAR* name, SecureText& stored) {
+    SecureBytes bytes;
+    if (!ReadValue(key, name, REG_SZ, bytes)) return false;
+    const auto units = UnitsOf(bytes);
+    const WStringView text(units.data(), units.size());
+    stored = text.substr(0, text.find(WCHAR{0}));
+    return true;
+}
+
+bool WriteValue(HKEY key, const WCHAR* name, DWORD type, const void* data, std::size_t size) {
+    return MayWrite(key) && RegSetValueExW(key, name, 0, type, static_cast<const BYTE*>(data),
+                                           static_cast<DWORD>(size)) == ERROR_SUCCESS;
+}
+
+bool WriteText(HKEY key, const WCHAR* name, const WString& stored) {
+    return WriteValue(key, name, REG_SZ, stored.c_str(), (stored.size() + 1) * sizeof(WCHAR));
+}
+
+bool WriteProtected(HKEY key, const WCHAR* name, const WCHAR* text, Protection protection) {
+    WString stored;
+    return text != nullptr && ProtectString(text, protection, stored) &&
+           WriteText(key, name, stored);
+}
+
+// --- The walk -----------------------------------------------------------------------------------
+
+bool SubkeyNames(HKEY key, std::vector<WString>& names) {
+    constexpr DWORD kLongestKeyName = 255;
+    for (DWORD index = 0;; ++index) {
+        WCHAR name[kLongestKeyName + 1];
+        DWORD length = kLongestKeyName + 1;
+        const LSTATUS result =
+            RegEnumKeyExW(key, index, name, &length, nullptr, nullptr, nullptr, nullptr);
+        if (result == ERROR_NO_MORE_ITEMS) return true;
+        if (result != ERROR_SUCCESS) return false;
+        names.emplace_back(name, length);
+    }
+}
+
+class Walk {
+  public:
+    Walk(reg_visitorW visitor, void* context) : visitor_(visitor), context_(context) {}
+
+    // Visits what lies below the key; false when the visitor ended the walk.
+    bool VisitBelow(HKEY key, const WString& path) {
+        // The names are read first: the visitor may change what it walks over.
+        std::vector<WString> names;
+        if (!SubkeyNames(key, names)) readAll_ = false;
+        for (const WString& name : names) {
+            UniqueRegKey subkey;
+            const LSTATUS opened = RegOpenKeyExW(key, name.c_str(), 0, KEY_READ, subkey.put());
+            if (opened == ERROR_FILE_NOT_FOUND) continue;  // deleted since
+            if (opened != ERROR_SUCCESS) {
+                readAll_ = false;
+                continue;
+            }
+            const WString subpath = path + TEXT('\\') + name;
+            if (!visitor_(subkey.get(), subpath.c_str(), context_)) return false;
+            if (!VisitBelow(subkey.get(), subpath)) return false;
+        }
+        return true;
+    }
+
+    bool ReadAll() const { return readAll_; }
+
+  private:
+    reg_visitorW visitor_;
+    void* context_;
+    bool readAll_ = true;
+};
+
+}  // namespace
+
+extern "C" {
+
+// --- Keys ---------------------------------------------------------------------------------------
+
+HKEY reg_openkeyW(HKEY parent, const WCHAR* path) {
+    HKEY key = nullptr;
+    return RegOpenKeyExW(parent, path, 0, kReadAndSet, &key) == ERROR_SUCCESS ? key : nullptr;
+}
+
+HKEY reg_createkeyW(HKEY parent, const WCHAR* path) {
+    return Guarded<HKEY>(nullptr, [&]() -> HKEY {
+        if (path == nullptr) return nullptr;
+        WString trimmed(path);
+        if (trimmed.ends_with(TEXT('\\'))) trimmed.pop_back();
+        HKEY key = nullptr;
+        if (!MayCreate(parent, trimmed.c_str()) ||
+            RegCreateKeyExW(parent, trimmed.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
+                            kReadAndSet, nullptr, &key, nullptr) != ERROR_SUCCESS) {
+            return nullptr;
+        }
+        return key;
+    });
+}
+
+void reg_closekeyW(HKEY key) {
+    if (key != nullptr) RegCloseKey(key);
+}
+
+// --- Reading ------------------------------------------------------------------------------------
+
+bool reg_getstringW(HKEY key, const WCHAR* name, WCHAR** text, DWORD* characters) {
+    return Guarded(false, [&] {
+        SecureText stored;
+        SecureText plain;
+        if (text == nullptr || !ReadStoredText(key, name, stored) ||
+            !ReadStoredString({stored.c_str(), stored.size()}, plain)) {
+            return false;
+        }
+        void* result = MakeResult(plain.c_str(), (plain.size() + 1) * sizeof(WCHAR));
+        if (result == nullptr) return false;
+        *text = static_cast<WCHAR*>(result);
+        if (characters != nullptr) *characters = static_cast<DWORD>(plain.size());
+        return true;
+    });
+}
+
+bool reg_getmultistringW(HKEY key, const WCHAR* name, WCHAR** data, DWORD* bytes) {
+    return Guarded(false, [&] {
+        SecureBytes stored;
+        if (data == nullptr || bytes == nullptr || !ReadValue(key, name, REG_MULTI_SZ, stored)) {
+            return false;
+        }
+        auto units = UnitsOf(stored);
+        while (units.size() < 2 || units[units.size() - 1] != 0 || units[units.size() - 2] != 0) {
+            units.push_back(WCHAR{0});
+        }
+        const std::size_t size = units.size() * sizeof(WCHAR);
+        void* result = MakeResult(units.data(), size);
+        if (result == nullptr) return false;
+        *data = static_cast<WCHAR*>(result);
+        *bytes = static_cast<DWORD>(size);
+        return true;
+    });
+}
+
+bool reg_getDWORDW(HKEY key, const WCHAR* name, DWORD* number) {
+    return Guarded(false, [&] {
+        SecureBytes data;
+        if (number == nullptr || !ReadValue(key, name, REG_DWORD, data) ||
+            data.size() != sizeof *number) {
+            return false;
+        }
+        std::memcpy(number, data.data(), sizeof *number);
+        return true;
+    });
+}
+
+bool reg_is_encrypted_valueW(HKEY key, const WCHAR* name) {
+    return Guarded(false, [&] {
+        SecureText stored;
+        return ReadStoredText(key, name, stored) &&
+               IsProtectedString({stored.c_str(), stored.size()});
+    });
+}
+
+bool reg_getvaluecount(HKEY key, DWORD* count, DWORD reserved) {
+    DWORD values = 0;
+    if (count == nullptr || reserved != 0 ||
+        RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &values,
+                         nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) {
+        return false;
+    }
+    *count = values;
+    return true;
+}
+
+bool reg_getvaluenamebyindexW(HKEY key, DWORD index, WCHAR* name, DWORD capacity) {
+    return Guarded(false, [&] {
+        if (name == nullptr || capacity == 0) return false;
+        WString buffer(capacity, WCHAR{0});
+        DWORD length = capacity;
+        if (RegEnumValueW(key, index, buffer.data(), &length, nullptr, nullptr, nullptr, nullptr) !=
+            ERROR_SUCCESS) {
+            return false;
+        }
+        std::memcpy(name, buffer.c_str(), (length + std::size_t{1}) * sizeof(WCHAR));
+        return true;
+    });
+}
+
+void reg_free(void* data) {
+    if (data == nullptr) return;
+    auto* header = static_cast<ResultHeader*>(data) - 1;
+    WipeMemory(data, header->size);
+    std::free(header);
+}
+
+bool reg_walk2W(HKEY key, const WCHAR* path, reg_visitorW visitor, void* context) {
+    return Guarded(false, [&] {
+        if (path == nullptr || visitor == nullptr) return false;
+        Walk walk(visitor, context);
+        return walk.VisitBelow(key, path) && walk.ReadAll();
+    });
+}
+
+// --- Writing ------------------------------------------------------------------------------------
+
+bool reg_setstringW(HKEY key, const WCHAR* name, const WCHAR* text) {
+    return Guarded(false,
+                   [&] { return text != nullptr && WriteText(key, name, StoreString(text)); });
+}
+
+bool reg_setstring_encW(HKEY key, const WCHAR* name, const WCHAR* text) {
+    return Guarded(false, [&] { return WriteProtected(key, name, text, Protection::kMachine); });
+}
+
+bool reg_setstring_enc_cuW(HKEY key, const WCHAR* name, const WCHAR* text) {
+    return Guarded(false, [&] { return WriteProtected(key, name, text, Protection::kUser); });
+}
+
+bool reg_setDWORDW(HKEY key, const WCHAR* name, DWORD number) {
+    return Guarded(false, [&] { return WriteValue(key, name, REG_DWORD, &number, sizeof number); });
+}
+
+bool reg_setmultistringW(HKEY key, const WCHAR* name, const WCHAR* list) {
+    return Guarded(false, [&] {
+        if (list == nullptr) return false;
+        const WCHAR* end = list;
+        while (*end != 0) end += WStringView(end).size() + 1;
+        return WriteValue(key, name, REG_MULTI_SZ, list,
+                          static_cast<std::size_t>(end + 1 - list) * sizeof(WCHAR));
+    });
+}
+
+bool reg_removevalueW(HKEY key, const WCHAR* name) {
+    return Guarded(false,
+                   [&] { return MayWrite(key) && RegDeleteValueW(key, name) == ERROR_SUCCESS; });
+}
+
+}  // extern "C"

@@ -1,0 +1,123 @@
+#include "client/utilsdll/registry_lock.h"
+
+#include <vector>
+
+#include "client/include/utilsdll.h"
+#include "client/utilsdll/boundary.h"
+#include "common/handles.h"
+#include "common/text.h"
+
+namespace utilsdll {
+namespace {
+
+constexpr const WCHAR* kProductKey = TEXT("software\\Verdane\\Sentrel");
+constexpr const WCHAR* kLockKey = TEXT("software\\Verdane\\Sentrel\\SA_LOCK");
+constexpr const WCHAR* kLockValue = TEXT("registry_locked");
+
+UniqueRegKey OpenKey(HKEY parent, const WCHAR* path) {
+    UniqueRegKey key;
+    RegOpenKeyExW(parent, path, 0, KEY_QUERY_VALUE, key.put());
+    return key;
+}
+
+// A hive root such as HKEY_LOCAL_MACHINE is a number, not an open handle.
+bool IsRoot(HKEY key) {
+    return (static_cast<DWORD>(reinterpret_cast<ULONG_PTR>(key)) & 0x80000000U) != 0;
+}
+
+// The native call that knows a key's name, and what it returns.
+using NtQueryKeyFunction = LONG(WINAPI*)(HANDLE key, int informationClass, PVOID information,
+                                         ULONG length, ULONG* resultLength);
+constexpr int kKeyNameInformation = 3;
+struct KeyName {
+    ULONG bytes;
+    WCHAR text[1];
+};
+
+NtQueryKeyFunction QueryKeyFunction() {
+    static const UniqueLibrary library(LoadLibraryW(TEXT("ntdll")));
+    if (!library) return nullptr;
+    return reinterpret_cast<NtQueryKeyFunction>(
+        reinterpret_cast<void*>(GetProcAddress(library.get(), "NtQueryKey")));
+}
+
+// The name of an open key from the root of all hives down, as the registry stores it: two handles
+// of one key give the same text. Empty when it cannot be learnt.
+WString NameOfKey(HKEY key) {
+    static const NtQueryKeyFunction query = QueryKeyFunction();
+    if (query == nullptr) return {};
+    ULONG size = 0;
+    query(key, kKeyNameInformation, nullptr, 0, &size);
+    std::vector<ULONG> memory(size / sizeof(ULONG) + 1);
+    const auto* name = reinterpret_cast<const KeyName*>(memory.data());
+    if (size < sizeof(KeyName) ||
+        query(key, kKeyNameInformation, memory.data(), size, &size) != 0) {
+        return {};
+    }
+    return {name->text, name->bytes / sizeof(WCHAR)};
+}
+
+bool IsAtOrBelow(const WString& name, const WString& ancestor) {
+    return name == ancestor || name.starts_with(ancestor + TEXT('\\'));
+}
+
+WStringView ParentPath(WStringView path) {
+    const auto separator = path.find_last_of(TEXT('\\'));
+    return separator == WStringView::npos ? WStringView() : path.substr(0, separator);
+}
+
+}  // namespace
+
+bool IsRegistryLocked() {
+    UniqueRegKey key;
+    const LSTATUS opened =
+        RegOpenKeyExW(HKEY_LOCAL_MACHINE, kLockKey, 0, KEY_QUERY_VALUE, key.put());
+    if (opened != ERROR_SUCCESS) return opened != ERROR_FILE_NOT_FOUND;
+    DWORD state = 0;
+    DWORD type = 0;
+    DWORD size = sizeof state;
+    const LSTATUS read = RegQueryValueExW(key.get(), kLockValue, nullptr, &type,
+                                          reinterpret_cast<BYTE*>(&state), &size);
+    if (read != ERROR_SUCCESS) return read != ERROR_FILE_NOT_FOUND;
+    return type != REG_DWORD || size != sizeof state || state != 0;
+}
+
+bool SetRegistryLock(bool lock) {
+    UniqueRegKey key;
+    const LSTATUS opened =
+        lock ? RegCreateKeyExW(HKEY_LOCAL_MACHINE, kLockKey, 0, nullptr, REG_OPTION_NON_VOLATILE,
+                               KEY_SET_VALUE, nullptr, key.put(), nullptr)
+             : RegOpenKeyExW(HKEY_LOCAL_MACHINE, kLockKey, 0, KEY_SET_VALUE, key.put());
+    if (opened != ERROR_SUCCESS) return !lock && opened == ERROR_FILE_NOT_FOUND;
+    const DWORD state = lock ? 1 : 0;
+    return RegSetValueExW(key.get(), kLockValue, 0, REG_DWORD,
+                          reinterpret_cast<const BYTE*>(&state), sizeof state) == ERROR_SUCCESS;
+}
+
+bool MayWrite(HKEY key) {
+    if (!IsRegistryLocked() || IsRoot(key)) return true;
+    const UniqueRegKey product = OpenKey(HKEY_LOCAL_MACHINE, kProductKey);
+    if (!product) return false;
+    const WString name = NameOfKey(key);
+    const WString productName = NameOfKey(product.get());
+    return !name.empty() && !productName.empty() && !IsAtOrBelow(name, productName);
+}
+
+bool MayCreate(HKEY parent, const WCHAR* path) {
+    if (!IsRegistryLocked() || OpenKey(parent, path)) return true;
+    // The new key goes below the deepest key of the path that exists; the product key does.
+    for (WString above(ParentPath(path)); !above.empty(); above = ParentPath(above)) {
+        if (const UniqueRegKey key = OpenKey(parent, above.c_str())) return MayWrite(key.get());
+    }
+    return MayWrite(parent);
+}
+
+}  // namespace utilsdll
+
+extern "C" bool sec_is_registry_locked() {
+    return Guarded(true, [] { return utilsdll::IsRegistryLocked(); });
+}
+
+extern "C" bool sec_set_sa_registry_lock(bool lock) {
+    return Guarded(false, [lock] { return utilsdll::SetRegistryLock(lock); });
+}
