@@ -1,0 +1,31 @@
+// How a registry value stands in a configuration file:
+//
+//   <value name="Timeout" type="4" data="30" />
+//   <value name="Secret" type="1" data="EncX 0B5E..." enc="1" />
+//   <value name="List" type="7" data="61000000" data-encoding="hex" />
+//
+// `type` is the registry's number. `data` is the text of a string, the unsigned decimal of a
+// number, and for everything else - also for a string or number whose stored bytes are not quite
+// one, or that XML cannot carry - the stored bytes in hexadecimal, with data-encoding="hex". A
+// string that the registry holds protected is "EncX " and the hexadecimal of its UTF-16LE text
+// encrypted under the run's password, with enc="1".
+#pragma once
+
+#include <tinyxml.h>
+
+#include "common/secure_text.h"
+
+// One value of a key.
+struct RegistryValue {
+    WString name;
+    DWORD type = REG_NONE;
+    SecureBytes data;  // as stored
+};
+
+// Sets an attribute to a text: UTF-8 or, for a text that XML cannot carry, the hexadecimal of its
+// UTF-16LE units and <attribute>-encoding="hex".
+void SetTextAttribute(TiXmlElement& element, const std::string& attribute, WStringView text);
+
+// Adds the element of a value of `key` to `parent`; false, with nothing added, when a protected
+// value cannot be carried over.
+bool ValueToXml(HKEY key, const RegistryValue& value, const WCHAR* password, TiXmlElement& parent);
