@@ -2,9 +2,13 @@
 
 #include <utilsdll.h>
 
+#include <cstdlib>
+
 #include "app/console.h"
 #include "app/run_settings.h"
+#include "app/user_context.h"
 #include "common/path.h"
+#include "protect/encrypted_forms.h"
 
 namespace {
 
@@ -70,12 +74,24 @@ WString ExpandPath(const WCHAR* typed) {
     return length == 0 || length > kPathCapacity ? typed : expanded;
 }
 
-// A password given with -p. False, with a message, when it is too short.
+// A password given with -p: encrypted, or in plain and then long enough. False, with a message,
+// when it is too short.
 bool TakePassword(const WCHAR* argument) {
-    g_RunSettings.strPassword = argument;
-    if (g_RunSettings.strPassword.size() >= kMinPasswordLength) return true;
+    SecureText& password = g_RunSettings.strPassword;
+    if (DecryptPasswordArgument(argument, password)) return true;
+    password = argument;
+    if (password.size() >= kMinPasswordLength) return true;
     ConsolePrint(kPasswordTooShort);
     return false;
+}
+
+// A process proves that it started this one by its own id, encrypted with the key of this machine.
+// An argument that does not decrypt proves nothing either way.
+void TakeCaller(const WCHAR* argument) {
+    const auto plain = DecryptArgument(argument, nullptr);
+    if (!plain) return;
+    const long id = std::strtol(reinterpret_cast<const char*>(plain->data()), nullptr, 10);
+    g_RunSettings.bCallerVerified = id == static_cast<long>(GetParentProcessId());
 }
 
 }  // namespace
@@ -102,6 +118,9 @@ std::optional<int> ParseCommandLine(int argc, WCHAR** argv) {
                 break;
             case 'o':
                 settings.strOperation = argument;
+                break;
+            case 'c':
+                TakeCaller(argument);
                 break;
             case 'k':
                 settings.strUnlockPassword = argument;

@@ -3,7 +3,9 @@
 #include "app/client_log.h"
 #include "app/command_line.h"
 #include "app/run_settings.h"
+#include "app/ui_language.h"
 #include "common/handles.h"
+#include "common/security.h"
 #include "config/configuration_mutex.h"
 #include "config/request.h"
 
@@ -38,11 +40,8 @@ bool DisableTokenVirtualization() {
 
 // The event by which other components learn that the job is over: every account may use it.
 UniqueHandle CreateSavingFinishedEvent() {
-    SECURITY_DESCRIPTOR everyone = {};
-    InitializeSecurityDescriptor(&everyone, SECURITY_DESCRIPTOR_REVISION);
-    SetSecurityDescriptorDacl(&everyone, TRUE, nullptr, FALSE);
-    SECURITY_ATTRIBUTES attributes = {sizeof attributes, &everyone, FALSE};
-    return UniqueHandle(CreateEventW(&attributes, TRUE, FALSE, kSavingFinishedEvent));
+    EveryoneAccess everyone;
+    return UniqueHandle(CreateEventW(everyone.get(), TRUE, FALSE, kSavingFinishedEvent));
 }
 
 int RunNormally(bool wasVirtualized) {
@@ -69,6 +68,7 @@ int RunNormally(bool wasVirtualized) {
 int RunTool(int argc, WCHAR** argv) {
     const ConfigurationMutex serialised;
     const bool wasVirtualized = DisableTokenVirtualization();
+    SetUiLanguage();
     if (const auto exitCode = ParseCommandLine(argc, argv)) return *exitCode;
     return RunNormally(wasVirtualized);
 }

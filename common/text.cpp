@@ -24,6 +24,10 @@ bool IsBlank(WCHAR unit) {
     return unit == ' ' || (unit >= '\t' && unit <= '\r');
 }
 
+WCHAR LowerCase(WCHAR unit) {
+    return unit >= 'A' && unit <= 'Z' ? static_cast<WCHAR>(unit + ('a' - 'A')) : unit;
+}
+
 }  // namespace
 
 WString Utf8ToWide(std::string_view text) {
@@ -77,4 +81,9 @@ std::int32_t LeadingNumber(WStringView text) {
         number = std::min(number * 10 + (text.front() - '0'), kLimit + 1);
     }
     return static_cast<std::int32_t>(negative ? -number : std::min(number, kLimit));
+}
+
+bool EqualIgnoringCase(WStringView a, WStringView b) {
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [](WCHAR x, WCHAR y) { return LowerCase(x) == LowerCase(y); });
 }

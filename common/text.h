@@ -35,3 +35,7 @@ std::vector<WString> SplitText(WStringView text, WStringView delimiters);
 // The decimal number at the start of `text`: optional white space and sign, then digits up to the
 // first non-digit; 0 when there are none. A number out of range gives the nearest end of the range.
 std::int32_t LeadingNumber(WStringView text);
+
+// True when the texts are equal apart from the case of the letters A to Z, as file names of the
+// system's own and registry paths of the client are compared.
+bool EqualIgnoringCase(WStringView a, WStringView b);

@@ -4,8 +4,13 @@
 //
 #include <io.h>
 
+#include <optional>
+
 #include "app/client_log.h"
 #include "app/console.h"
+#include "app/notifications.h"
+#include "app/run_settings.h"
+#include "app/user_context.h"
 #include "config/comments.h"
 #include "config/config_file.h"
 #include "config/header.h"
@@ -14,6 +19,7 @@
 #include "config/temporary_file.h"
 #include "registry/locations.h"
 #include "registry/registry.h"
+#include "registry/user_configuration.h"
 
 namespace {
 
@@ -88,6 +94,21 @@ bool WriteHeaderToFile(const WString& path, const SecureText& password) {
     return true;
 }
 
+// Appends the settings of the session's user. A file that does not load is only logged; false when
+// it has no root element.
+bool AddUserConfiguration(const WString& path, const SecureText& password, DWORD sessionId) {
+    ConfigFile file(path);
+    if (!file.Load()) log_error_fmt(g_hLog, kCannotParse, path.c_str());
+    if (file.Root() == nullptr) {
+        NotifyGui(GuiCode::kInvalidFormat, sessionId);
+        log_error_fmt(g_hLog, kNoRoot, path.c_str());
+        return false;
+    }
+    ExportUserConfiguration(file.Root(), password, sessionId);
+    file.Save();
+    return true;
+}
+
 bool RemoveComments(const WString& path) {
     ConfigFile file(path);
     if (!file.Load() || file.Root() == nullptr) {
@@ -100,13 +121,17 @@ bool RemoveComments(const WString& path) {
     return saved;
 }
 
-// Fills the skeleton at `path`: header, then each module's element, then what the operation asks
-// for. False when a phase or a plug-in failed.
+// Fills the skeleton at `path`: header, each module's element, the user's settings, and what the
+// operation asks for. False when a phase or a plug-in failed.
 bool WriteConfiguration(const WString& path, const std::vector<WString>& modules,
                         const WString& operation, const WString& sessionId,
                         const SecureText& password) {
     if (!WriteHeaderToFile(path, password)) return false;
     bool succeeded = RunModules(path, modules, operation, sessionId, password);
+    if (succeeded && g_RunSettings.bIncludeUserConfig &&
+        !AddUserConfiguration(path, password, SessionNumber(sessionId))) {
+        return false;
+    }
     if (operation == kOpExportNoComments || operation == kOpExportInstall) {
         succeeded = RemoveComments(path) && succeeded;
     }
@@ -121,6 +146,10 @@ void ExportConfiguration(const WString& moduleText, const WString& file, const W
     if (operation != kOpExportInstall && IsBackupDisabled()) return Refuse(kBackupDisabled);
     if (password.empty()) return Refuse(kPasswordRequired);
 
+    const DWORD session = SessionNumber(sessionId);
+    std::optional<SessionUserContext> asUser;
+    if (g_RunSettings.bImpersonateUser) asUser.emplace(session);
+
     const TemporaryFile temporary;
     if (temporary.Path().empty()) {
         log_error_fmt(g_hLog, kNoTemporaryFile);
@@ -132,5 +161,9 @@ void ExportConfiguration(const WString& moduleText, const WString& file, const W
     const bool written =
         WriteConfiguration(temporary.Path(), modules, operation, sessionId, password);
     const bool copied = CopyFileW(temporary.Path().c_str(), file.c_str(), FALSE) != FALSE;
-    if (!written || !copied) ConsolePrint(kAccessDenied);
+    if (written && copied) {
+        NotifyGui(GuiCode::kBackupCompleted, session);
+    } else {
+        ConsolePrint(kAccessDenied);
+    }
 }

@@ -1,0 +1,32 @@
+// The account that the tool works for: the user logged on to the session it serves.
+#pragma once
+
+#include "common/text.h"
+
+// The session that a session id text names: its leading decimal number, 0 when there is none.
+inline DWORD SessionNumber(WStringView sessionId) {
+    return static_cast<DWORD>(LeadingNumber(sessionId));
+}
+
+// Makes the calling thread act as the user of a session: with the session's own token, else with
+// that of the first explorer process that runs in it. Nonzero on success; the caller then calls
+// RevertToSelf when it is done. On failure the thread stays in the tool's own context.
+BOOL ImpersonateSessionUser(DWORD sessionId);
+
+// The id of the process that created this one, which may have ended since; 0 when it cannot be
+// found.
+DWORD GetParentProcessId();
+
+// Acts as the session's user while it lives, as far as the system allows it.
+class SessionUserContext {
+  public:
+    explicit SessionUserContext(DWORD sessionId) : active_(ImpersonateSessionUser(sessionId)) {}
+    SessionUserContext(const SessionUserContext&) = delete;
+    SessionUserContext& operator=(const SessionUserContext&) = delete;
+    ~SessionUserContext() {
+        if (active_) RevertToSelf();
+    }
+
+  private:
+    BOOL active_;
+};
