@@ -2,10 +2,10 @@
 
 #include <windows.h>
 
-#include <cstdio>
 #include <string>
 
 #include "app/run_settings.h"
+#include "common/format.h"
 #include "config/password_verifier.h"
 #include "install/installed_version.h"
 #include "registry/locations.h"
@@ -63,9 +63,7 @@ ClientVersion DecideVersion() {
 std::string ExportDate() {
     SYSTEMTIME now = {};
     GetSystemTime(&now);
-    char date[16];
-    std::snprintf(date, sizeof date, "%04d/%02d/%02d", now.wYear, now.wMonth, now.wDay);
-    return date;
+    return WideToAnsi(FormatWide(TEXT("%04d/%02d/%02d"), now.wYear, now.wMonth, now.wDay));
 }
 
 void AppendElement(TiXmlElement* root, const char* name, const std::string& text) {

@@ -75,6 +75,54 @@ UTILSDLL_API bool sec_set_sa_registry_lock(bool lock);
 UTILSDLL_API HANDLE bBypassFsfilter();
 UTILSDLL_API HANDLE bBypassGuardlet();
 
+// --- Management and rights ----------------------------------------------------------------------
+
+// Nonzero when the client is managed by the central management server.
+UTILSDLL_API int cfg_is_managed_by_cms();
+// Nonzero when the client's scheduler service ("SA_Scheduler") runs.
+UTILSDLL_API int cfg_is_scheduler_running();
+// True when the service of that name runs.
+UTILSDLL_API bool service_is_running(const WCHAR* service);
+// Nonzero when the client is in FIPS mode.
+UTILSDLL_API int cfg_is_fips_mode_enabled();
+
+// Size in bytes of the buffer that cfg_get_sentrelmanager_info fills.
+#define SENTRELMANAGER_INFO_SIZE 568
+// Fills the management information (a NUL-terminated description in UTF-16, then zeros).
+UTILSDLL_API void cfg_get_sentrelmanager_info(void* buffer);
+// True when the password equals the configuration lock password. The empty text equals it exactly
+// when none is set.
+UTILSDLL_API bool cfg_sentrelmanager_cmp_pwd(const WCHAR* password);
+// Sets the configuration lock password, of which only a salted hash is kept; empty removes it.
+UTILSDLL_API bool cfg_sentrelmanager_set_pwd(const WCHAR* password);
+
+// What kind of account the process runs in: 2 for the system's own account, else 1.
+UTILSDLL_API int sec_get_account_type();
+// What the process's user may do: 0 guest, 1 standard user, 2 administrator.
+UTILSDLL_API int sec_get_user_type();
+
+// Tells the client's scheduler that the configuration changed.
+UTILSDLL_API void signal_scheduler();
+
+// --- Sessions and the user interface
+// --------------------------------------------------------------
+
+// Nonzero on a 64-bit system, and on Windows Vista and later.
+UTILSDLL_API bool is64Bit();
+UTILSDLL_API bool os_is_windows_Vista();
+
+// Puts a token of the user logged on to a session into *token, which the caller closes; `reserved`
+// is 0. 0 on success, else a Windows error code.
+UTILSDLL_API int GetTokenOfSession(DWORD sessionId, HANDLE* token, DWORD reserved);
+
+// Posts a code with four parameters to the user interface that listens on the pipe. Nonzero when it
+// was delivered.
+UTILSDLL_API int PostMessageGui(const WCHAR* pipe, DWORD code, DWORD parameter1, DWORD parameter2,
+                                DWORD parameter3, DWORD parameter4);
+// Shows the text as a tray notification of the client, through the user interface that the last
+// PostMessageGui of this process reached; `reserved` is 0.
+UTILSDLL_API void ShowTrayIconNotification(const WCHAR* text, DWORD reserved);
+
 // --- Cipher -------------------------------------------------------------------------------------
 // AES-256-GCM under a key made from a pass phrase. A null pass phrase selects the library's default
 // key, a secret of this machine that the account which first used it alone can read. The output is
