@@ -14,9 +14,9 @@
 
 extern "C" {
 // Opens or creates a file; INVALID_HANDLE_VALUE on failure. The share mode is honoured between the
-// opens of all processes that use this call (ERROR_SHARING_VIOLATION); deleting a file that
-// somebody has open is always possible. CREATE_ALWAYS and OPEN_ALWAYS set ERROR_ALREADY_EXISTS,
-// with a valid handle, when the file was there. A new file belongs to its creator alone, unless the
+// opens of all processes that use this call, and by the calls that delete, rename or copy over a
+// file (ERROR_SHARING_VIOLATION). CREATE_ALWAYS and OPEN_ALWAYS set ERROR_ALREADY_EXISTS, with a
+// valid handle, when the file was there. A new file belongs to its creator alone, unless the
 // security attributes carry a null access list. FILE_APPEND_DATA without FILE_WRITE_DATA makes
 // every write an append, also beside the appends of others.
 WINAPI_EXPORT HANDLE WINAPI CreateFileW(LPCWSTR lpFileName, DWORD dwDesiredAccess,

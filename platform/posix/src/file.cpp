@@ -1,0 +1,239 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <winbase.h>
+
+#include <cerrno>
+#include <string>
+
+#include "descriptor.h"
+#include "file_object.h"
+#include "last_error.h"
+#include "paths.h"
+#include "security.h"
+#include "share_mode.h"
+
+namespace {
+
+using platform::Fail;
+using platform::FailOnPath;
+using platform::FailWithErrno;
+using platform::UniqueDescriptor;
+
+constexpr DWORD kWriteAccess = FILE_WRITE_DATA | FILE_APPEND_DATA;
+constexpr DWORD kKnownFlags = FILE_ATTRIBUTE_NORMAL | FILE_ATTRIBUTE_TEMPORARY |
+                              FILE_ATTRIBUTE_READONLY | FILE_FLAG_DELETE_ON_CLOSE |
+                              FILE_FLAG_SEQUENTIAL_SCAN | FILE_FLAG_WRITE_THROUGH;
+
+bool IsSameFile(const struct stat& one, const struct stat& other) {
+    return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+}
+
+// An opened file.
+class File : public platform::DescriptorObject {
+  public:
+    File(UniqueDescriptor descriptor, DWORD access, std::string pathToDelete)
+        : DescriptorObject(descriptor.Release()),
+          access_(access),
+          pathToDelete_(std::move(pathToDelete)) {}
+    ~File() override {
+        if (!pathToDelete_.empty()) DeleteOwnFile();
+        close(descriptor_);
+    }
+
+    bool MayWrite() const { return (access_ & kWriteAccess) != 0; }
+    BOOL Read(void* buffer, DWORD size, DWORD& read) override {
+        if ((access_ & FILE_READ_DATA) == 0) return Fail(ERROR_ACCESS_DENIED);
+        return DescriptorObject::Read(buffer, size, read);
+    }
+    BOOL Write(const void* data, DWORD size, DWORD& written) override {
+        if (!MayWrite()) return Fail(ERROR_ACCESS_DENIED);
+        return DescriptorObject::Write(data, size, written);
+    }
+    BOOL Flush() override {
+        if (!MayWrite()) return Fail(ERROR_ACCESS_DENIED);
+        return DescriptorObject::Flush();
+    }
+
+  private:
+    // The name may belong to another file by now.
+    void DeleteOwnFile() const {
+        struct stat own {};
+        struct stat named {};
+        if (fstat(descriptor_, &own) == 0 && lstat(pathToDelete_.c_str(), &named) == 0 &&
+            IsSameFile(own, named)) {
+            unlink(pathToDelete_.c_str());
+        }
+    }
+
+    DWORD access_;
+    std::string pathToDelete_;
+};
+
+// What the caller asks for.
+struct Request {
+    std::string path;
+    DWORD access;  // generic rights resolved
+    DWORD share;
+    DWORD disposition;
+    DWORD flags;
+    mode_t mode;  // of a new file
+};
+
+DWORD SpecificAccess(DWORD access) {
+    if ((access & GENERIC_ALL) != 0) access |= FILE_READ_DATA | kWriteAccess | DELETE;
+    if ((access & GENERIC_READ) != 0) access |= FILE_READ_DATA;
+    if ((access & GENERIC_WRITE) != 0) access |= kWriteAccess;
+    return access;
+}
+
+bool CheckRequest(const Request& request, HANDLE templateFile) {
+    const bool known =
+        request.disposition >= CREATE_NEW && request.disposition <= TRUNCATE_EXISTING;
+    const bool truncates = request.disposition == TRUNCATE_EXISTING;
+    if (!known || (truncates && (request.access & FILE_WRITE_DATA) == 0)) {
+        return Fail(ERROR_INVALID_PARAMETER);
+    }
+    if (templateFile != nullptr || (request.flags & ~kKnownFlags) != 0) {
+        return Fail(ERROR_NOT_SUPPORTED);
+    }
+    return true;
+}
+
+// The flags of open() for the access. A regular file that is only written is opened for reading,
+// too, where that is allowed: a share mode can be announced on no other descriptor.
+int OpenFlags(const Request& request, bool regular) {
+    const bool reads = (request.access & FILE_READ_DATA) != 0;
+    const bool writes = (request.access & kWriteAccess) != 0;
+    int flags = O_CLOEXEC | O_NOCTTY;
+    flags |= !writes ? O_RDONLY : reads || regular ? O_RDWR : O_WRONLY;
+    if (writes && (request.access & FILE_WRITE_DATA) == 0) flags |= O_APPEND;
+    if ((request.flags & FILE_FLAG_WRITE_THROUGH) != 0) flags |= O_DSYNC;
+    return flags;
+}
+
+UniqueDescriptor OpenExisting(const Request& request) {
+    struct stat info {};
+    const bool regular = stat(request.path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
+    UniqueDescriptor file(open(request.path.c_str(), OpenFlags(request, regular)));
+    if (!file && errno == EACCES && (request.access & FILE_READ_DATA) == 0) {
+        file = UniqueDescriptor(open(request.path.c_str(), OpenFlags(request, false)));
+    }
+    return file;
+}
+
+UniqueDescriptor Create(const Request& request, int extraFlags) {
+    return UniqueDescriptor(
+        open(request.path.c_str(), OpenFlags(request, true) | O_CREAT | extraFlags, 0600));
+}
+
+// Opens or creates as the disposition says, without changing an existing file. `existed` tells
+// which it was.
+UniqueDescriptor OpenByDisposition(const Request& request, bool& existed) {
+    const bool creates = request.disposition != OPEN_EXISTING &&  //
+                         request.disposition != TRUNCATE_EXISTING;
+    existed = !creates;
+    if (!creates) return OpenExisting(request);
+    UniqueDescriptor file = Create(request, O_EXCL);
+    if (file || errno != EEXIST || request.disposition == CREATE_NEW) return file;
+    existed = true;
+    file = OpenExisting(request);
+    if (file || errno != ENOENT) return file;
+    // It went meanwhile, or a symbolic link names a file that is still to be made.
+    existed = false;
+    return Create(request, 0);
+}
+
+// Refuses what may not be opened so, whoever asks.
+bool CheckKind(const Request& request, const struct stat& info) {
+    const bool deniedToAll = S_ISDIR(info.st_mode) ||
+                             (platform::IsReadOnly(info) && (request.access & kWriteAccess) != 0);
+    return !deniedToAll || Fail(ERROR_ACCESS_DENIED);
+}
+
+// Gives a file just made its permissions, or cuts an existing one to nothing where asked for.
+bool PrepareContent(const Request& request, int file, bool existed) {
+    if (!existed) {
+        const bool readOnly = (request.flags & FILE_ATTRIBUTE_READONLY) != 0;
+        return fchmod(file, readOnly ? request.mode & 0444u : request.mode) == 0 ||
+               FailWithErrno(errno);
+    }
+    const bool cuts =
+        request.disposition == CREATE_ALWAYS || request.disposition == TRUNCATE_EXISTING;
+    return !cuts || ftruncate(file, 0) == 0 || FailWithErrno(errno);
+}
+
+HANDLE OpenFile(const Request& request) {
+    // 1. The file itself.
+    bool existed = false;
+    UniqueDescriptor file = OpenByDisposition(request, existed);
+    struct stat info {};
+    if (!file || fstat(file.get(), &info) != 0) {
+        FailOnPath(errno, request.path);
+        return INVALID_HANDLE_VALUE;
+    }
+    // 2. May it be used so, also beside those who use it already?
+    const DWORD deletes = (request.flags & FILE_FLAG_DELETE_ON_CLOSE) != 0 ? DELETE : 0;
+    if ((existed && !CheckKind(request, info)) ||
+        (S_ISREG(info.st_mode) &&
+         !platform::TakeShare(file.get(), request.access | deletes, request.share))) {
+        return INVALID_HANDLE_VALUE;
+    }
+    // 3. Only now it is changed.
+    if (S_ISREG(info.st_mode) && !PrepareContent(request, file.get(), existed)) {
+        return INVALID_HANDLE_VALUE;
+    }
+    SetLastError(existed && request.disposition != OPEN_EXISTING &&
+                         request.disposition != TRUNCATE_EXISTING
+                     ? ERROR_ALREADY_EXISTS
+                     : ERROR_SUCCESS);
+    return platform::OpenHandle(
+        std::make_shared<File>(std::move(file), request.access, deletes != 0 ? request.path : ""));
+}
+
+}  // namespace
+
+extern "C" HANDLE WINAPI CreateFileW(LPCWSTR lpFileName, DWORD dwDesiredAccess, DWORD dwShareMode,
+                                     LPSECURITY_ATTRIBUTES lpSecurityAttributes,
+                                     DWORD dwCreationDisposition, DWORD dwFlagsAndAttributes,
+                                     HANDLE hTemplateFile) {
+    const Request request{.path = platform::PathOf(lpFileName),
+                          .access = SpecificAccess(dwDesiredAccess),
+                          .share = dwShareMode,
+                          .disposition = dwCreationDisposition,
+                          .flags = dwFlagsAndAttributes,
+                          .mode = platform::ModeOfNewFile(lpSecurityAttributes)};
+    return CheckRequest(request, hTemplateFile) ? OpenFile(request) : INVALID_HANDLE_VALUE;
+}
+
+extern "C" BOOL WINAPI GetFileSizeEx(HANDLE hFile, PLARGE_INTEGER lpFileSize) {
+    const auto file = platform::ObjectOf<platform::DescriptorObject>(hFile);
+    if (!file) return FALSE;
+    struct stat info {};
+    if (fstat(file->Descriptor(), &info) != 0) return FailWithErrno(errno);
+    lpFileSize->QuadPart = info.st_size;
+    return TRUE;
+}
+
+extern "C" BOOL WINAPI SetFilePointerEx(HANDLE hFile, LARGE_INTEGER liDistanceToMove,
+                                        PLARGE_INTEGER lpNewFilePointer, DWORD dwMoveMethod) {
+    static_assert(FILE_BEGIN == SEEK_SET && FILE_CURRENT == SEEK_CUR && FILE_END == SEEK_END);
+    const auto file = platform::ObjectOf<platform::DescriptorObject>(hFile);
+    if (!file) return FALSE;
+    if (dwMoveMethod > FILE_END) return Fail(ERROR_INVALID_PARAMETER);
+    const off_t position =
+        lseek(file->Descriptor(), liDistanceToMove.QuadPart, static_cast<int>(dwMoveMethod));
+    if (position < 0 && errno == EINVAL) return Fail(ERROR_NEGATIVE_SEEK);
+    if (position < 0) return FailWithErrno(errno);
+    if (lpNewFilePointer != nullptr) lpNewFilePointer->QuadPart = position;
+    return TRUE;
+}
+
+extern "C" BOOL WINAPI SetEndOfFile(HANDLE hFile) {
+    const auto file = platform::ObjectOf<File>(hFile);
+    if (!file) return FALSE;
+    if (!file->MayWrite()) return Fail(ERROR_ACCESS_DENIED);
+    const off_t position = lseek(file->Descriptor(), 0, SEEK_CUR);
+    if (position < 0 || ftruncate(file->Descriptor(), position) != 0) return FailWithErrno(errno);
+    return TRUE;
+}

@@ -1,0 +1,147 @@
+// Calls on files and folders by their names alone.
+#include <fcntl.h>
+#include <io.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <winbase.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+#include <string>
+
+#include "descriptor.h"
+#include "last_error.h"
+#include "paths.h"
+#include "share_mode.h"
+#include "text.h"
+
+namespace {
+
+using platform::Fail;
+using platform::FailOnPath;
+using platform::FailWithErrno;
+using platform::PathOf;
+
+// Whether the file of that name may go: it is no folder, has no read-only attribute, and nobody
+// has it open who forbids it. The caller's permissions are left to the call that follows.
+bool MayGo(const std::string& path) {
+    struct stat info {};
+    if (lstat(path.c_str(), &info) != 0) return FailOnPath(errno, path);
+    if (S_ISDIR(info.st_mode) || platform::IsReadOnly(info)) return Fail(ERROR_ACCESS_DENIED);
+    if (!S_ISREG(info.st_mode)) return true;
+    const platform::UniqueDescriptor file(
+        open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    return !file || platform::SharingAllows(file.get(), DELETE);
+}
+
+}  // namespace
+
+extern "C" BOOL WINAPI DeleteFileW(LPCWSTR lpFileName) {
+    const std::string path = PathOf(lpFileName);
+    if (!MayGo(path)) return FALSE;
+    return unlink(path.c_str()) == 0 ? TRUE : FailOnPath(errno, path);
+}
+
+extern "C" BOOL WINAPI MoveFileExW(LPCWSTR lpExistingFileName, LPCWSTR lpNewFileName,
+                                   DWORD dwFlags) {
+    if ((dwFlags & ~DWORD{MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH}) != 0) {
+        return Fail(ERROR_NOT_SUPPORTED);
+    }
+    // 1. The old name: a folder may be renamed as well.
+    const std::string from = PathOf(lpExistingFileName);
+    const std::string to = PathOf(lpNewFileName);
+    struct stat info {};
+    if (lstat(from.c_str(), &info) != 0) return FailOnPath(errno, from);
+    if (S_ISREG(info.st_mode) && !platform::IsReadOnly(info) && !MayGo(from)) return FALSE;
+    // 2. The new name.
+    const bool replaces = (dwFlags & MOVEFILE_REPLACE_EXISTING) != 0;
+    if (replaces && lstat(to.c_str(), &info) == 0 && !MayGo(to)) return FALSE;
+    // 3. The change of names.
+    if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), replaces ? 0 : RENAME_NOREPLACE)) {
+        if (errno == EEXIST) return Fail(ERROR_ALREADY_EXISTS);
+        if (errno == EXDEV) return Fail(ERROR_NOT_SAME_DEVICE);
+        return FailOnPath(errno, to);
+    }
+    return TRUE;
+}
+
+extern "C" DWORD WINAPI GetFileAttributesW(LPCWSTR lpFileName) {
+    const std::string path = PathOf(lpFileName);
+    struct stat info {};
+    if (stat(path.c_str(), &info) != 0) {
+        FailOnPath(errno, path);
+        return INVALID_FILE_ATTRIBUTES;
+    }
+    if (S_ISDIR(info.st_mode)) return FILE_ATTRIBUTE_DIRECTORY;
+    if (!S_ISREG(info.st_mode)) return FILE_ATTRIBUTE_DEVICE;
+    return platform::IsReadOnly(info) ? FILE_ATTRIBUTE_READONLY : FILE_ATTRIBUTE_NORMAL;
+}
+
+extern "C" BOOL WINAPI SetFileAttributesW(LPCWSTR lpFileName, DWORD dwFileAttributes) {
+    const std::string path = PathOf(lpFileName);
+    struct stat info {};
+    if (stat(path.c_str(), &info) != 0) return FailOnPath(errno, path);
+    const bool readOnly = (dwFileAttributes & FILE_ATTRIBUTE_READONLY) != 0;
+    // Folders bear the attribute without effect.
+    if (!S_ISREG(info.st_mode) || readOnly == platform::IsReadOnly(info)) return TRUE;
+    const mode_t mode = readOnly ? info.st_mode & 07555u : (info.st_mode & 07777u) | 0200u;
+    return chmod(path.c_str(), mode) == 0 ? TRUE : FailOnPath(errno, path);
+}
+
+extern "C" BOOL WINAPI CreateDirectoryW(LPCWSTR lpPathName,
+                                        LPSECURITY_ATTRIBUTES lpSecurityAttributes) {
+    if (lpSecurityAttributes != nullptr && lpSecurityAttributes->lpSecurityDescriptor != nullptr) {
+        return Fail(ERROR_NOT_SUPPORTED);
+    }
+    if (mkdir(PathOf(lpPathName).c_str(), 0755) == 0) return TRUE;
+    if (errno == EEXIST) return Fail(ERROR_ALREADY_EXISTS);
+    return errno == ENOENT ? Fail(ERROR_PATH_NOT_FOUND) : FailWithErrno(errno);
+}
+
+extern "C" BOOL WINAPI RemoveDirectoryW(LPCWSTR lpPathName) {
+    const std::string path = PathOf(lpPathName);
+    if (rmdir(path.c_str()) == 0) return TRUE;
+    if (errno == ENOTEMPTY) return Fail(ERROR_DIR_NOT_EMPTY);
+    return errno == ENOTDIR ? Fail(ERROR_DIRECTORY) : FailOnPath(errno, path);
+}
+
+extern "C" DWORD WINAPI GetFullPathNameW(LPCWSTR lpFileName, DWORD nBufferLength, LPWSTR lpBuffer,
+                                         LPWSTR* lpFilePart) {
+    std::error_code error;
+    const auto absolute = std::filesystem::absolute(PathOf(lpFileName), error);
+    if (error) {
+        FailWithErrno(error.value());
+        return 0;
+    }
+    const std::u16string path = platform::WideOf(absolute.lexically_normal().native());
+    if (path.size() >= nBufferLength) return static_cast<DWORD>(path.size()) + 1;
+    *std::ranges::copy(path, lpBuffer).out = 0;
+    if (lpFilePart != nullptr) {
+        const std::size_t last = path.rfind(u'/') + 1;
+        *lpFilePart = last == path.size() ? nullptr : lpBuffer + last;
+    }
+    return static_cast<DWORD>(path.size());
+}
+
+extern "C" int _waccess(const WCHAR* path, int mode) {
+    const std::string native = PathOf(path);
+    struct stat info {};
+    const int wanted = ((mode & 4) != 0 ? R_OK : 0) | ((mode & 2) != 0 ? W_OK : 0);
+    // AT_EACCESS: for the account that the thread acts as.
+    if (stat(native.c_str(), &info) != 0 ||
+        faccessat(AT_FDCWD, native.c_str(), wanted, AT_EACCESS) != 0) {
+        return -1;
+    }
+    if ((mode & 2) == 0 || !platform::IsReadOnly(info)) return 0;
+    errno = EACCES;
+    return -1;
+}
+
+extern "C" int _wunlink(const WCHAR* path) {
+    if (DeleteFileW(path)) return 0;
+    const DWORD error = GetLastError();
+    errno = error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND ? ENOENT : EACCES;
+    return -1;
+}

@@ -1,0 +1,33 @@
+#include "paths.h"
+
+#include <cerrno>
+
+#include "last_error.h"
+#include "text.h"
+
+namespace platform {
+
+std::string PathOf(LPCWSTR argument) {
+    return argument == nullptr ? "" : NativePath(argument);
+}
+
+std::string ParentOf(const std::string& path) {
+    const std::size_t end = path.find_last_not_of('/');
+    const std::size_t slash = end == std::string::npos ? end : path.rfind('/', end);
+    if (slash == std::string::npos) return path.starts_with('/') ? "/" : ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+BOOL FailOnPath(int error, const std::string& path) {
+    struct stat info {};
+    if (error == ENOENT && (path.empty() || stat(ParentOf(path).c_str(), &info) != 0)) {
+        return Fail(ERROR_PATH_NOT_FOUND);
+    }
+    return FailWithErrno(error);
+}
+
+bool IsReadOnly(const struct stat& info) {
+    return S_ISREG(info.st_mode) && (info.st_mode & 0222) == 0;
+}
+
+}  // namespace platform

@@ -1,0 +1,114 @@
+#include <fcntl.h>
+#include <fileapi.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <random>
+#include <string>
+
+#include "descriptor.h"
+#include "last_error.h"
+#include "paths.h"
+#include "text.h"
+#include "thread_identity.h"
+
+namespace {
+
+using platform::Fail;
+using platform::FailOnPath;
+
+std::string CommonTempFolder() {
+    const char* const variable = std::getenv("TMPDIR");
+    const std::string folder = variable == nullptr || *variable == '\0' ? "/tmp" : variable;
+    std::error_code ignored;
+    return std::filesystem::absolute(folder, ignored).lexically_normal().string();
+}
+
+// The account's own folder in the common one, where it is safe from every other account, also
+// from one that made a folder or a link of this name first. Empty, with the last error set, when
+// it is not.
+std::string PrivateTempFolder() {
+    const uid_t account = platform::ThreadAccount();
+    std::string folder = CommonTempFolder();
+    if (!folder.ends_with('/')) folder += '/';
+    folder += "sentrel-" + std::to_string(account);
+    if (mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) {
+        FailOnPath(errno, folder);
+        return {};
+    }
+    struct stat info {};
+    if (lstat(folder.c_str(), &info) != 0 || !S_ISDIR(info.st_mode) || info.st_uid != account ||
+        (info.st_mode & 0077) != 0) {
+        Fail(ERROR_ACCESS_DENIED);
+        return {};
+    }
+    return folder + "/";
+}
+
+// The name of a number: as Windows', up to three characters of the prefix, up to four
+// hexadecimal digits, ".tmp".
+std::string TempFilePath(const std::string& folder, const std::string& prefix, UINT number) {
+    std::array<char, 8> digits{};
+    std::snprintf(digits.data(), digits.size(), "%x", number & 0xFFFF);
+    return folder + prefix + digits.data() + ".tmp";
+}
+
+// Creates the first file whose name is free, beginning at a random number; 0 on failure.
+UINT CreateTempFile(const std::string& folder, const std::string& prefix) {
+    constexpr UINT kNumbers = 0xFFFF;  // 1 to 0xFFFF
+    const UINT start = std::random_device()() % kNumbers;
+    for (UINT i = 0; i < kNumbers; ++i) {
+        const UINT number = (start + i) % kNumbers + 1;
+        const std::string path = TempFilePath(folder, prefix, number);
+        const platform::UniqueDescriptor file(
+            open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+        if (file) return number;
+        if (errno != EEXIST) {
+            FailOnPath(errno, path);
+            return 0;
+        }
+    }
+    Fail(ERROR_FILE_EXISTS);
+    return 0;
+}
+
+}  // namespace
+
+extern "C" DWORD WINAPI GetTempPathW(DWORD nBufferLength, LPWSTR lpBuffer) {
+    const std::u16string path = platform::WideOf(PrivateTempFolder());
+    if (path.empty()) return 0;
+    if (lpBuffer == nullptr || path.size() >= nBufferLength) {
+        return static_cast<DWORD>(path.size()) + 1;
+    }
+    *std::ranges::copy(path, lpBuffer).out = 0;
+    return static_cast<DWORD>(path.size());
+}
+
+extern "C" UINT WINAPI GetTempFileNameW(LPCWSTR lpPathName, LPCWSTR lpPrefixString, UINT uUnique,
+                                        LPWSTR lpTempFileName) {
+    // 1. The folder and the prefix.
+    std::string folder = platform::PathOf(lpPathName);
+    struct stat info {};
+    if (stat(folder.c_str(), &info) != 0 || !S_ISDIR(info.st_mode))
+        return static_cast<UINT>(Fail(ERROR_DIRECTORY));
+    if (!folder.ends_with('/')) folder += '/';
+    const std::u16string_view prefix = lpPrefixString == nullptr ? u"" : lpPrefixString;
+    const std::string shortPrefix = platform::BytesOf(prefix.substr(0, 3));
+    // 2. Room for the longest name, before a file is made.
+    constexpr std::size_t kLongestName = 3 + 4 + 4;
+    if (platform::WideOf(folder).size() + kLongestName >= MAX_PATH) {
+        return static_cast<UINT>(Fail(ERROR_BUFFER_OVERFLOW));
+    }
+    // 3. The file, or with a number of the caller's its name alone.
+    const UINT number = uUnique != 0 ? uUnique : CreateTempFile(folder, shortPrefix);
+    if (number == 0) return 0;
+    const auto path = platform::WideOf(TempFilePath(folder, shortPrefix, number));
+    *std::ranges::copy(path, lpTempFileName).out = 0;
+    return number;
+}
