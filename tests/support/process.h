@@ -40,6 +40,9 @@ struct ProcessResult {
 std::filesystem::path ProgramFolder();
 std::filesystem::path PathOfThisProgram();
 
+// Time that this process's threads spent on a processor up to now.
+std::chrono::milliseconds ProcessorTimeOfThisProcess();
+
 // A running program. Its standard input is empty.
 class BackgroundProcess {
   public:

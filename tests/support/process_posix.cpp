@@ -13,6 +13,7 @@ extern "C" {
 #include <condition_variable>
 #include <csignal>
 #include <cstring>
+#include <ctime>
 #include <mutex>
 #include <system_error>
 #include <thread>
@@ -142,6 +143,10 @@ fs::path PathOfThisProgram() {
 
 fs::path ProgramFolder() {
     return PathOfThisProgram().parent_path();
+}
+
+std::chrono::milliseconds ProcessorTimeOfThisProcess() {
+    return std::chrono::milliseconds(std::clock() / (CLOCKS_PER_SEC / 1000));
 }
 
 // Follows one process with a thread: collects what it writes and notices its end.
