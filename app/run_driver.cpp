@@ -4,10 +4,12 @@
 #include "app/command_line.h"
 #include "app/run_settings.h"
 #include "app/ui_language.h"
+#include "app/user_context.h"
 #include "common/handles.h"
 #include "common/security.h"
 #include "config/configuration_mutex.h"
 #include "config/request.h"
+#include "config/working_copy.h"
 
 namespace {
 
@@ -44,6 +46,17 @@ UniqueHandle CreateSavingFinishedEvent() {
     return UniqueHandle(CreateEventW(everyone.get(), TRUE, FALSE, kSavingFinishedEvent));
 }
 
+// Writes a plain copy of the configuration file to the path of the caller's choice. Reports nothing
+// itself: a wrong password shows as a notification and a missing output file.
+void DecryptOnly() {
+    const RunSettings& settings = g_RunSettings;
+    const DWORD session = SessionNumber(settings.strSessionId);
+    const WString plainCopy =
+        PrepareConfigCopy(settings.strConfigFile, session, settings.strPassword);
+    CopyFileW(plainCopy.c_str(), settings.strOutputFile.c_str(), FALSE);
+    DeleteConfigCopy(plainCopy, session);
+}
+
 int RunNormally(bool wasVirtualized) {
     RunSettings& settings = g_RunSettings;
     if (settings.bVpnOnly) settings.strModule = kVpnModule;
@@ -70,5 +83,11 @@ int RunTool(int argc, WCHAR** argv) {
     const bool wasVirtualized = DisableTokenVirtualization();
     SetUiLanguage();
     if (const auto exitCode = ParseCommandLine(argc, argv)) return *exitCode;
+    const RunSettings& settings = g_RunSettings;
+    if (!settings.strConfigFile.empty() && !settings.strOutputFile.empty() &&
+        !settings.strPassword.empty()) {
+        DecryptOnly();
+        return kResultOk;
+    }
     return RunNormally(wasVirtualized);
 }

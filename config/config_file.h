@@ -4,11 +4,15 @@
 #include <tinyxml.h>
 
 #include <string>
+#include <string_view>
 
 #include "common/text.h"
 
-// The root element of every configuration file.
+// The root element of every configuration file, and how a plain file can begin and where it ends.
 inline constexpr const char* kRootElement = "sentrel_configuration";
+inline constexpr std::string_view kDeclarationStart = "<?xml version=";
+inline constexpr std::string_view kRootStartTag = "<sentrel_configuration>";
+inline constexpr std::string_view kRootEndTag = "</sentrel_configuration>";
 
 // A document loaded from a path, changed and saved back within one function. The path goes to the
 // XML library in the ANSI code page, 260 bytes at most.

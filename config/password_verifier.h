@@ -2,9 +2,14 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "common/secure_text.h"
 
 // The verifier for a password: upper-case hexadecimal of the ciphertext of one zero byte under it.
 // Empty when the encryption fails.
 std::string MakePasswordVerifier(const SecureText& password);
+
+// True when the verifier decrypts with the password. What it decrypts to is of no account; a
+// verifier that cannot be decoded for want of memory is passed over.
+bool CheckPasswordVerifier(std::string_view verifier, const SecureText& password);

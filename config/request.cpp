@@ -2,35 +2,101 @@
 
 #include <utilsdll.h>
 
-#include "app/console.h"
+#include <algorithm>
+#include <iterator>
+
+#include "app/run_settings.h"
+#include "app/user_context.h"
 #include "common/handles.h"
-#include "config/export.h"
+#include "config/operation.h"
 #include "config/operations.h"
+#include "config/trusted_parent.h"
+#include "config/working_copy.h"
+#include "registry/vpn_only.h"
 
 namespace {
 
-constexpr int kResultOk = 0;
-constexpr int kResultUnusable = 5;
-
 constexpr const WCHAR* kEveryModule = TEXT("*");
-constexpr const WCHAR* kUnavailable = TEXT("The operation is not available: %s\n");
+
+constexpr const WCHAR* kGuardedImports[] = {kOpImport, kOpImportPushConfig, kOpImportGwyipConfig,
+                                            kOpImportInstallerConfig};
+// Operations after which a configuration with a lock password is locked again.
+constexpr const WCHAR* kLockingOperations[] = {kOpImport, kOpImportSettings, kOpImportPushConfig,
+                                               kOpImportInstallerConfig};
+
+template <std::size_t size>
+bool Contains(const WCHAR* const (&operations)[size], const WString& operation) {
+    return std::find(std::begin(operations), std::end(operations), operation) !=
+           std::end(operations);
+}
+
+// The file that a request works on: the given one, or a copy that is deleted at the end.
+class WorkingFile {
+  public:
+    WorkingFile(const WString& file, DWORD sessionId)
+        : file_(file), path_(file), sessionId_(sessionId) {}
+    WorkingFile(const WorkingFile&) = delete;
+    WorkingFile& operator=(const WorkingFile&) = delete;
+    ~WorkingFile() {
+        if (path_ != file_) DeleteConfigCopy(path_, sessionId_);
+    }
+
+    // Goes over to a plain copy; false when it cannot be made.
+    bool UseCopy(const SecureText& password) {
+        path_ = PrepareConfigCopy(file_, sessionId_, password);
+        return !path_.empty();
+    }
+    const WString& Path() const { return path_; }
+
+  private:
+    WString file_;
+    WString path_;
+    DWORD sessionId_;
+};
 
 }  // namespace
 
 int RunConfigRequest(const WString& file, const WString& moduleText, const WString& operation,
                      const WString& sessionId, const SecureText& password,
-                     const SecureText& /*unlockPassword*/) {
-    const WString modules = moduleText.empty() ? kEveryModule : moduleText;
-    const WString effectiveOperation = operation.empty() ? kOpExport : operation;
-    if (!IsExport(effectiveOperation)) {
-        ConsolePrint(kUnavailable, effectiveOperation.c_str());
-        return kResultUnusable;
+                     const SecureText& unlockPassword) {
+    const DWORD session = SessionNumber(sessionId);
+    WorkingFile working(file, session);
+    const bool isGuarded = Contains(kGuardedImports, operation);
+
+    // May the caller, and does the file open?
+    if (isGuarded) {
+        if (const int refused = CheckRights()) return refused;
+        if (!working.UseCopy(password)) return kResultUnusable;
+        if (!password.empty()) {
+            if (const int refused = CheckFilePassword(working.Path(), password, session)) {
+                return refused;
+            }
+        }
+        if (g_RunSettings.bVpnOnly && FilterVpnOnlyConfig(working.Path()) != kVpnOnlyDone) {
+            return kResultOk;
+        }
     }
 
-    // The client's file protection stands aside while the handles are open.
+    const WString modules = moduleText.empty() ? kEveryModule : moduleText;
+    const WString effectiveOperation = operation.empty() ? kOpExport : operation;
+
+    // Is the configuration locked?
+    const bool isParentTrusted = IsParentTrusted();
+    if (isGuarded) {
+        if (const int refused = CheckLocks(unlockPassword, isParentTrusted)) return refused;
+    }
+
+    // The client's file protection stands aside while these are open.
     const UniqueHandle fileSystemFilter(bBypassFsfilter());
     const UniqueHandle fileShield(bBypassGuardlet());
+    if (effectiveOperation == kOpImport && !unlockPassword.empty() && !isParentTrusted) {
+        sec_set_sa_registry_lock(false);
+    }
 
-    ExportConfiguration(modules, file, effectiveOperation, sessionId, password);
+    RunOperation(modules, working.Path(), effectiveOperation, sessionId, password);
+
+    if (Contains(kLockingOperations, effectiveOperation) && IsLockPasswordSet()) {
+        sec_set_sa_registry_lock(true);
+    }
     return kResultOk;
 }

@@ -3,9 +3,13 @@
 
 #include "common/secure_text.h"
 #include "common/text.h"
+#include "config/guards.h"
 
-// Does what the operation asks for and returns the run's result code. An empty module text means
-// every module, an empty operation an export. An export returns 0 whatever became of it.
+// Does what the operation asks for and returns a result code (config/guards.h). An empty module
+// text means every module, an empty operation an export. The guarded imports - "import",
+// "import_push_config", "import_gwyip_config" and "import_installer_config" - are refused before
+// anything is touched when the caller may not change the configuration; they work on a plain copy
+// of the file. Once an operation has run, its result is kResultOk whatever became of it.
 int RunConfigRequest(const WString& file, const WString& moduleText, const WString& operation,
                      const WString& sessionId, const SecureText& password,
                      const SecureText& unlockPassword);

@@ -1,6 +1,8 @@
 // A file that exists for the duration of one operation.
 #pragma once
 
+#include <utility>
+
 #include "common/text.h"
 
 // Owns a unique file of its own in the calling account's temporary folder and deletes it at the
@@ -15,6 +17,8 @@ class TemporaryFile {
 
     // Empty when the file could not be made.
     const WString& Path() const { return path_; }
+    // Hands the file over to the caller, who deletes it.
+    WString Release() { return std::exchange(path_, WString()); }
 
   private:
     WString path_;

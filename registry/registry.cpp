@@ -84,12 +84,14 @@ void CRegistry::CloseKey() {
 
 bool CRegistry::DeleteKeyTree(const WString& path, bool useLocalMachine) {
     if (m_bReadOnly) return false;
-    return Record(SHDeleteKeyW(RootOf(useLocalMachine), WithoutTrailingBackslash(path).c_str()), 0);
+    return Record(static_cast<LSTATUS>(SHDeleteKeyW(RootOf(useLocalMachine),
+                                                    WithoutTrailingBackslash(path).c_str())),
+                  0);
 }
 
 bool CRegistry::DeleteSubKeyTree(const WString& name) {
     if (m_bReadOnly) return false;
-    return Record(SHDeleteKeyW(m_hKey, name.c_str()), 0);
+    return Record(static_cast<LSTATUS>(SHDeleteKeyW(m_hKey, name.c_str())), 0);
 }
 
 bool CRegistry::DeleteValue(const WString& name) {

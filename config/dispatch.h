@@ -1,0 +1,14 @@
+// One operation over a configuration file: its first phase, the modules, its closing phase.
+#pragma once
+
+#include <vector>
+
+#include "common/secure_text.h"
+#include "common/text.h"
+
+// Runs the operation on `file` - for an export a skeleton, for an import the plain document - with
+// every requested module. True when no plug-in that was called reported an error and no phase
+// failed.
+bool DispatchModules(const WString& file, const std::vector<WString>& modules,
+                     const WString& operation, const WString& sessionId,
+                     const SecureText& password);

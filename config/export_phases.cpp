@@ -1,0 +1,77 @@
+#include "config/export_phases.h"
+
+#include "app/client_log.h"
+#include "app/notifications.h"
+#include "app/run_settings.h"
+#include "app/user_context.h"
+#include "config/comments.h"
+#include "config/config_file.h"
+#include "config/header.h"
+#include "config/operations.h"
+#include "registry/user_configuration.h"
+
+namespace {
+
+constexpr const WCHAR* kCannotOpen = TEXT("Cannot open file %s");
+constexpr const WCHAR* kNoRoot = TEXT("Failed to acquire root element ... (%s)");
+constexpr const WCHAR* kHeaderNotSaved = TEXT("Failed to save system settings to config file (%s)");
+constexpr const WCHAR* kCannotParse = TEXT("Failed to parse config file (%s)");
+constexpr const WCHAR* kCommentsRemoved = TEXT("Comments removed from %s");
+
+// Appends the settings of the session's user. False when the file has no root element.
+bool AddUserConfiguration(const WString& path, const SecureText& password, DWORD sessionId) {
+    ConfigFile file(path);
+    if (!file.Load()) log_error_fmt(g_hLog, kCannotParse, path.c_str());
+    if (file.Root() == nullptr) {
+        NotifyGui(GuiCode::kInvalidFormat, sessionId);
+        log_error_fmt(g_hLog, kNoRoot, path.c_str());
+        return false;
+    }
+    ExportUserConfiguration(file.Root(), password, sessionId);
+    return file.Save();
+}
+
+bool RemoveComments(const WString& path) {
+    ConfigFile file(path);
+    if (!file.Load() || file.Root() == nullptr) {
+        log_error_fmt(g_hLog, kCannotParse, path.c_str());
+        return false;
+    }
+    StripComments(file.Root());
+    if (!file.Save()) return false;
+    log_debug_fmt(g_hLog, kCommentsRemoved, path.c_str());
+    return true;
+}
+
+}  // namespace
+
+bool BeginExport(const WString& path, const SecureText& password) {
+    ConfigFile file(path);
+    if (!file.Load()) {
+        log_error_fmt(g_hLog, kCannotOpen, path.c_str());
+        return false;
+    }
+    if (file.Root() == nullptr) {
+        log_error_fmt(g_hLog, kNoRoot, path.c_str());
+        return false;
+    }
+    WriteHeader(file.Root(), password);
+    if (!file.Save()) {
+        log_error_fmt(g_hLog, kHeaderNotSaved, path.c_str());
+        return false;
+    }
+    return true;
+}
+
+bool FinishExport(const WString& file, const WString& operation, const WString& sessionId,
+                  const SecureText& password, bool modulesSucceeded) {
+    bool succeeded = modulesSucceeded;
+    if (modulesSucceeded && g_RunSettings.bIncludeUserConfig &&
+        !AddUserConfiguration(file, password, SessionNumber(sessionId))) {
+        return false;
+    }
+    if (operation == kOpExportNoComments || operation == kOpExportInstall) {
+        succeeded = RemoveComments(file) && succeeded;
+    }
+    return succeeded;
+}

@@ -1,0 +1,64 @@
+#include "config/import_phases.h"
+
+#include "app/client_log.h"
+#include "app/notifications.h"
+#include "app/user_context.h"
+#include "config/comments.h"
+#include "config/config_file.h"
+#include "config/operations.h"
+#include "registry/user_configuration.h"
+
+namespace {
+
+constexpr const WCHAR* kNoFile = TEXT("Failed to copy file for import (%s)");
+constexpr const WCHAR* kCannotProcess = TEXT("Failed to process the file (%s)");
+constexpr const WCHAR* kNoRoot = TEXT("Failed to acquire root element ... (%s)");
+constexpr const WCHAR* kCommentsRemoved = TEXT("Comments removed from (%s)");
+
+bool CheckFile(const WString& path, DWORD sessionId) {
+    if (path.empty()) {
+        log_error_fmt(g_hLog, kNoFile, path.c_str());
+        return false;
+    }
+    ConfigFile file(path);
+    if (!file.Load()) {
+        NotifyGui(GuiCode::kProcessingFailed, sessionId);
+        log_error_fmt(g_hLog, kCannotProcess, path.c_str());
+        return false;
+    }
+    if (file.Root() == nullptr) {
+        NotifyGui(GuiCode::kInvalidFormat, sessionId);
+        log_error_fmt(g_hLog, kNoRoot, path.c_str());
+        return false;
+    }
+    return true;
+}
+
+// A file that does not load is left to the plug-ins as it is.
+void RemoveComments(const WString& path) {
+    ConfigFile file(path);
+    if (!file.Load() || file.Root() == nullptr) return;
+    StripComments(file.Root());
+    file.Save();
+    log_debug_fmt(g_hLog, kCommentsRemoved, path.c_str());
+}
+
+}  // namespace
+
+bool BeginImport(const WString& file, const WString& operation, const WString& sessionId) {
+    if ((operation == kOpImport || operation == kOpImportSettings) &&
+        !CheckFile(file, SessionNumber(sessionId))) {
+        return false;
+    }
+    RemoveComments(file);
+    return true;
+}
+
+void FinishImport(const WString& file, const WString& operation, const WString& sessionId,
+                  const SecureText& password, bool modulesSucceeded) {
+    if (operation != kOpImport) return;
+    const DWORD session = SessionNumber(sessionId);
+    ImportUserConfiguration(file, password, session);
+    DeleteFileW(file.c_str());
+    NotifyGui(modulesSucceeded ? GuiCode::kRestoreCompleted : GuiCode::kProcessingFailed, session);
+}

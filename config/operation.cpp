@@ -1,0 +1,117 @@
+#include "config/operation.h"
+
+#include <windows.h>
+//
+#include <io.h>
+#include <utilsdll.h>
+
+#include <optional>
+
+#include "app/client_log.h"
+#include "app/console.h"
+#include "app/notifications.h"
+#include "app/run_settings.h"
+#include "app/user_context.h"
+#include "config/config_file.h"
+#include "config/configuration_mutex.h"
+#include "config/dispatch.h"
+#include "config/modules.h"
+#include "config/operations.h"
+#include "config/temporary_file.h"
+#include "registry/locations.h"
+#include "registry/registry.h"
+
+namespace {
+
+constexpr const WCHAR* kBackupDisabled = TEXT("Backup is disabled");
+constexpr const WCHAR* kPasswordRequired = TEXT("Backup requires a password");
+constexpr const WCHAR* kNoTemporaryFile = TEXT("Cannot create temp file");
+constexpr const WCHAR* kSkeletonInError = TEXT("Cannot create file %s");
+constexpr const WCHAR* kSkeletonNotSaved = TEXT("Failed to create config file (%s)");
+constexpr const WCHAR* kAccessDenied = TEXT("Access denied.");
+
+// The administrator's switch against backups; a missing key or value allows them.
+bool IsBackupDisabled() {
+    CRegistry key(true, true);
+    DWORD disabled = 0;
+    if (key.OpenKey(kUiKey)) {
+        key.GetDWORD(kDisableBackupValue, disabled);
+        key.CloseKey();
+    }
+    return disabled != 0;
+}
+
+void Refuse(const WCHAR* message) {
+    log_error_fmt(g_hLog, message);
+    ConsolePrint(message);
+}
+
+void RemoveExistingFile(const WString& path) {
+    if (_waccess(path.c_str(), 0) != 0) return;
+    const DWORD attributes = GetFileAttributesW(path.c_str());
+    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY) != 0) {
+        SetFileAttributesW(path.c_str(), attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
+    }
+    _wunlink(path.c_str());
+}
+
+// A document with nothing but a declaration and an empty root element.
+bool CreateSkeleton(const WString& path, const WString& destination) {
+    ConfigFile skeleton(path);
+    if (skeleton.HasError()) {
+        log_error_fmt(g_hLog, kSkeletonInError, path.c_str());
+        return false;
+    }
+    skeleton.Document().InsertEndChild(TiXmlDeclaration("1.0", "UTF-8", ""));
+    skeleton.Document().InsertEndChild(TiXmlElement(kRootElement));
+    if (!skeleton.Save()) {
+        log_error_fmt(g_hLog, kSkeletonNotSaved, destination.c_str());
+        return false;
+    }
+    return true;
+}
+
+void RunExport(const std::vector<WString>& modules, const WString& file, const WString& operation,
+               const WString& sessionId, const SecureText& password) {
+    if (operation != kOpExportInstall && IsBackupDisabled()) return Refuse(kBackupDisabled);
+    if (password.empty()) return Refuse(kPasswordRequired);
+
+    const DWORD session = SessionNumber(sessionId);
+    std::optional<SessionUserContext> asUser;
+    if (g_RunSettings.bImpersonateUser) asUser.emplace(session);
+
+    const TemporaryFile temporary;
+    if (temporary.Path().empty()) {
+        log_error_fmt(g_hLog, kNoTemporaryFile);
+        return;
+    }
+    RemoveExistingFile(temporary.Path());
+    if (!CreateSkeleton(temporary.Path(), file)) return;
+
+    const bool written = DispatchModules(temporary.Path(), modules, operation, sessionId, password);
+    const bool copied = CopyFileW(temporary.Path().c_str(), file.c_str(), FALSE) != FALSE;
+    if (written && copied) {
+        NotifyGui(GuiCode::kBackupCompleted, session);
+    } else {
+        ConsolePrint(kAccessDenied);
+    }
+}
+
+void RunImport(const std::vector<WString>& modules, const WString& file, const WString& operation,
+               const WString& sessionId, const SecureText& password) {
+    const ConfigurationMutex serialised;
+    DispatchModules(file, modules, operation, sessionId, password);
+    signal_scheduler();
+}
+
+}  // namespace
+
+void RunOperation(const WString& moduleText, const WString& file, const WString& operation,
+                  const WString& sessionId, const SecureText& password) {
+    const auto modules = SplitModuleText(moduleText);
+    if (IsExport(operation)) {
+        RunExport(modules, file, operation, sessionId, password);
+    } else {
+        RunImport(modules, file, operation, sessionId, password);
+    }
+}

@@ -1,0 +1,157 @@
+#include "config/working_copy.h"
+
+#include <windows.h>
+//
+#include <io.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+#include <optional>
+#include <string_view>
+
+#include "app/notifications.h"
+#include "app/run_settings.h"
+#include "app/user_context.h"
+#include "common/handles.h"
+#include "config/config_file.h"
+#include "config/password_decryption.h"
+#include "config/temporary_file.h"
+#include "protect/built_in_secrets.h"
+#include "protect/data_protect.h"
+
+namespace {
+
+constexpr std::string_view kEncryptedMarker = "Enc ";
+constexpr LONGLONG kMaxFileSize = 0x7FFFFFFF;  // its double, the room to decrypt it, has 32 bits
+
+// The content of a file: zeroed memory that the system hands out page by page as it is touched, so
+// that the room left at its end costs nothing. Wiped at the end as far as it was used.
+class Content {
+  public:
+    bool Allocate(std::size_t capacity) {
+        bytes_.reset(static_cast<BYTE*>(std::calloc(capacity + 1, 1)));
+        capacity_ = bytes_ ? capacity : 0;
+        return bytes_ != nullptr;
+    }
+    Content() = default;
+    Content(const Content&) = delete;
+    Content& operator=(const Content&) = delete;
+    ~Content() { WipeMemory(bytes_.get(), size_); }
+
+    BYTE* Bytes() { return bytes_.get(); }
+    DWORD Capacity() const { return static_cast<DWORD>(capacity_); }
+    DWORD Size() const { return static_cast<DWORD>(size_); }
+    void Resize(std::size_t size) { size_ = size; }
+    std::string_view Text() const { return {reinterpret_cast<const char*>(bytes_.get()), size_}; }
+
+  private:
+    struct Free {
+        void operator()(void* memory) const { std::free(memory); }
+    };
+    std::unique_ptr<BYTE, Free> bytes_;
+    std::size_t capacity_ = 0;
+    std::size_t size_ = 0;
+};
+
+bool ReadFileWhole(const WString& path, Content& content) {
+    const UniqueHandle file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                        OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    LARGE_INTEGER size = {};
+    if (!file || !GetFileSizeEx(file.get(), &size) || size.QuadPart > kMaxFileSize ||
+        !content.Allocate(static_cast<std::size_t>(size.QuadPart))) {
+        return false;
+    }
+    DWORD read = 0;
+    if (!ReadFile(file.get(), content.Bytes(), content.Capacity(), &read, nullptr)) return false;
+    content.Resize(read);
+    return read == content.Capacity();
+}
+
+bool WriteFileWhole(const WString& path, std::string_view text) {
+    const UniqueHandle file(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                                        FILE_ATTRIBUTE_NORMAL, nullptr));
+    DWORD written = 0;
+    return file &&
+           WriteFile(file.get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr) &&
+           written == text.size();
+}
+
+bool IsPlain(std::string_view text) {
+    return text.starts_with(kDeclarationStart) || text.starts_with(kRootStartTag);
+}
+
+bool CopyOver(const TemporaryFile& from, const TemporaryFile& to) {
+    return CopyFileW(from.Path().c_str(), to.Path().c_str(), FALSE) != FALSE;
+}
+
+// Decrypts with the password; failing that, with the pass phrase that this program itself once
+// encrypted files with. That one is handed the whole content, marker included: decrypt_buffer
+// passes over the marker by itself.
+bool Decrypt(Content& cipher, const SecureText& password, Content& plain) {
+    const bool isMarked = cipher.Text().starts_with(kEncryptedMarker);
+    const std::size_t start = isMarked ? kEncryptedMarker.size() : 0;
+    DWORD size = 0;
+    if (!DecryptWithPassword(cipher.Bytes() + start, static_cast<DWORD>(cipher.Size() - start),
+                             plain.Bytes(), plain.Capacity(), password.c_str(), size)) {
+        const OpenedPassPhrase builtIn(isMarked ? BuiltInPassPhrase::kB : BuiltInPassPhrase::kA);
+        if (!DecryptWithPassword(cipher.Bytes(), cipher.Size(), plain.Bytes(), plain.Capacity(),
+                                 builtIn.c_str(), size)) {
+            return false;
+        }
+    }
+    plain.Resize(size);
+    return true;
+}
+
+// The document in a decrypted text: up to the end of the root element and to the first zero byte.
+std::string_view DocumentIn(std::string_view text) {
+    const std::size_t end = text.find(kRootEndTag);
+    if (end != std::string_view::npos) text = text.substr(0, end + kRootEndTag.size());
+    return text.substr(0, text.find('\0'));
+}
+
+bool DecryptInto(Content& cipher, const SecureText& password, DWORD sessionId,
+                 const TemporaryFile& output) {
+    Content plain;
+    if (!plain.Allocate(2 * static_cast<std::size_t>(cipher.Size()))) return false;
+    if (!Decrypt(cipher, password, plain)) {
+        NotifyGui(GuiCode::kWrongPassword, sessionId);
+        return false;
+    }
+    return IsPlain(plain.Text()) && WriteFileWhole(output.Path(), DocumentIn(plain.Text()));
+}
+
+// Turns the input copy, in whatever form, into the plain output copy.
+bool MakePlain(const TemporaryFile& input, const TemporaryFile& output, DWORD sessionId,
+               const SecureText& password) {
+    Content content;
+    if (!ReadFileWhole(input.Path(), content)) return false;
+    if (IsPlain(content.Text())) return CopyOver(input, output);
+    if (password.empty()) {
+        return DataUnprotectFile(input.Path().c_str()) == kDataOk && CopyOver(input, output);
+    }
+    return DecryptInto(content, password, sessionId, output);
+}
+
+}  // namespace
+
+WString PrepareConfigCopy(const WString& source, DWORD sessionId, const SecureText& password) {
+    std::optional<SessionUserContext> asUser;
+    if (g_RunSettings.bImpersonateUser) asUser.emplace(sessionId);
+    const TemporaryFile input;
+    if (!input.Path().empty()) CopyFileW(source.c_str(), input.Path().c_str(), FALSE);
+    TemporaryFile output;
+    asUser.reset();
+
+    if (input.Path().empty() || output.Path().empty() ||
+        !MakePlain(input, output, sessionId, password)) {
+        return {};
+    }
+    return output.Release();
+}
+
+void DeleteConfigCopy(const WString& path, DWORD sessionId) {
+    const SessionUserContext asUser(sessionId);
+    _wunlink(path.c_str());
+}
