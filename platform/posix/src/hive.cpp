@@ -186,6 +186,8 @@ bool Hive::MayWrite() const {
 void Hive::MakeFile() const {
     // An account's hive is its own to make: a folder made by another would keep it out for ever.
     if (account_ && *account_ != ThreadAccount()) Throw(ERROR_ACCESS_DENIED);
+    // Whoever makes the machine makes the place of the accounts too, where they may not.
+    EndpointSubfolder("users", FolderUse::kEveryoneWrites);
     const std::string folder = account_ ? EndpointUserFolder(*account_)
                                         : EndpointSubfolder("registry", FolderUse::kOwnerWrites);
     if (folder.empty()) Throw(static_cast<LSTATUS>(GetLastError()));

@@ -1,0 +1,278 @@
+#include <fstream>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "reg_file.h"
+#include "tests/support/machine.h"
+
+namespace {
+
+using namespace std::string_literals;
+using Bytes = std::vector<BYTE>;
+
+constexpr char kStart[] = "Windows Registry Editor Version 5.00\r\n\r\n";
+constexpr char kKeyLine[] = "[HKEY_LOCAL_MACHINE\\Software\\Test]\r\n";
+
+std::vector<RegOperation> Operations(const std::string& bytes) {
+    const auto parsed = ParseRegFile(bytes);
+    if (const auto* error = std::get_if<RegFileError>(&parsed)) {
+        ADD_FAILURE() << "line " << error->line << ": " << error->what;
+        return {};
+    }
+    return std::get<std::vector<RegOperation>>(parsed);
+}
+
+// The line of a file's error; 0 when it has none.
+std::size_t ErrorLine(const std::string& bytes) {
+    const auto parsed = ParseRegFile(bytes);
+    const auto* error = std::get_if<RegFileError>(&parsed);
+    if (error == nullptr) return 0;
+    EXPECT_FALSE(error->what.empty());
+    return error->line;
+}
+
+// The data and type of the only value of a file with these lines below a key.
+std::pair<DWORD, Bytes> Value(const std::string& lines) {
+    const auto operations = Operations(kStart + (kKeyLine + lines));
+    if (operations.size() != 2) return {0xDEAD, {}};
+    return {operations[1].type, operations[1].data};
+}
+
+std::string Utf16File(const std::string& text) {
+    return RegFileBytes(Utf8ToWide(text));
+}
+
+TEST(RegFile, ReadsKeysValuesAndDeletionsInEveryEncoding) {
+    const std::string text =
+        std::string(kStart) +
+        "; a comment\r\n"
+        "[hkey_local_machine\\Software\\A[1]\\]  ; the last bracket ends it\r\n"
+        "@=\"default\"\r\n"
+        "  \"n\\\\a\\\"me\" = dword:0000002A ; answer\r\n"
+        "\"gone\"=-\r\n"
+        "\r\n"
+        "[-HKEY_CURRENT_USER\\Software\\Gr\xC3\xB6\xC3\x9F"
+        "e]\r\n";
+    std::string withLf = text;
+    std::erase(withLf, '\r');
+    for (const std::string& file :
+         {text, withLf, "\xEF\xBB\xBF" + text, Utf16File(text), Utf16File(withLf)}) {
+        const auto operations = Operations(file);
+        ASSERT_EQ(operations.size(), 5u);
+        EXPECT_EQ(operations[0].action, RegAction::kOpenKey);
+        EXPECT_EQ(operations[0].key.root, HKEY_LOCAL_MACHINE);
+        EXPECT_EQ(operations[0].key.path, TEXT("Software\\A[1]"));
+        EXPECT_EQ(operations[1].name, TEXT(""));
+        EXPECT_EQ(operations[1].data.size(), 16u);
+        EXPECT_EQ(operations[2].name, TEXT("n\\a\"me"));
+        EXPECT_EQ(operations[2].type, static_cast<DWORD>(REG_DWORD));
+        EXPECT_EQ(operations[2].data, (Bytes{0x2A, 0, 0, 0}));
+        EXPECT_EQ(operations[3].action, RegAction::kDeleteValue);
+        EXPECT_EQ(operations[4].action, RegAction::kDeleteKey);
+        EXPECT_EQ(operations[4].key.full, TEXT("HKEY_CURRENT_USER\\Software\\Gr\u00F6\u00DFe"));
+    }
+}
+
+TEST(RegFile, ReadsEveryFormOfData) {
+    using Pair = std::pair<DWORD, Bytes>;
+    EXPECT_EQ(Value("\"v\"=\"a;\\\\\\\"\" ;\r\n"),
+              (Pair{REG_SZ, {'a', 0, ';', 0, '\\', 0, '"', 0, 0, 0}}));
+    EXPECT_EQ(Value("\"v\"=\"\""), (Pair{REG_SZ, {0, 0}}));
+    EXPECT_EQ(Value("\"v\"=hex:01, 2,\\\r\n  fF,\\\r\n\tA0\r\n"),
+              (Pair{REG_BINARY, {1, 2, 0xFF, 0xA0}}));
+    EXPECT_EQ(Value("\"v\"=hex:"), (Pair{REG_BINARY, {}}));
+    EXPECT_EQ(Value("\"v\"=hex(b):1,0,0,0,0,0,0,80"),
+              (Pair{REG_QWORD, {1, 0, 0, 0, 0, 0, 0, 0x80}}));
+    EXPECT_EQ(Value("\"v\"=HEX(FFFFFFFF):00"), (Pair{0xFFFFFFFF, {0}}));
+    EXPECT_EQ(Value("\"v\"=dword:a"), (Pair{REG_DWORD, {10, 0, 0, 0}}));
+}
+
+TEST(RegFile, NamesTheLineOfAnError) {
+    EXPECT_EQ(ErrorLine(""), 1u);
+    EXPECT_EQ(ErrorLine("REGEDIT4\r\n"), 1u);
+    EXPECT_EQ(ErrorLine("Windows Registry Editor Version 5.001\r\n"), 1u);
+    EXPECT_EQ(ErrorLine(std::string(kStart) + "@=\"value without key\""), 3u);
+    EXPECT_EQ(ErrorLine(std::string(kStart) + "[-HKEY_LOCAL_MACHINE\\x]\n\n@=\"deleted key\""), 5u);
+    for (const std::string& line : {"[HKEY_LOCAL_MACHINE\\x"s,
+                                    "[HKLM\\x]"s,
+                                    "[HKEY_LOCAL_MACHINE\\a\\\\b]"s,
+                                    "[-HKEY_LOCAL_MACHINE]"s,
+                                    "[HKEY_LOCAL_MACHINE\\x] y"s,
+                                    "[HKEY_LOCAL_MACHINE\\" + std::string(256, 'x') + "]",
+                                    "\"v\""s,
+                                    "\"v=\"x\""s,
+                                    "\"v\"=x"s,
+                                    "\"v\"=\"x"s,
+                                    "\"v\"=\"x\\n\""s,
+                                    "\"v\"=\"x\\"s,
+                                    "\"v\"=\"x\" y"s,
+                                    "\"v\"=dword:"s,
+                                    "\"v\"=dword:123456789"s,
+                                    "\"v\"=dword:12g"s,
+                                    "\"v\"=hex:1 2"s,
+                                    "\"v\"=hex:100"s,
+                                    "\"v\"=hex:1,,2"s,
+                                    "\"v\"=hex:1\\2"s,
+                                    "\"v\"=hex(3:1"s,
+                                    "\"v\"=hex():1"s,
+                                    "\"v\"=hex:1,\\"s,
+                                    "\"\xFF\"=dword:1"s,
+                                    "\"\0\"=dword:1"s,
+                                    "\"" + std::string(16384, 'n') + "\"=-",
+                                    "junk"s}) {
+        EXPECT_EQ(ErrorLine(kStart + (kKeyLine + line)), 4u) << line;
+        EXPECT_EQ(ErrorLine(std::string(kStart) + "\n[HKEY_USERS\\1]\n" + line + "\n@=-\n"),
+                  line == "\"v\"=hex:1,\\" ? 6u : 5u)
+            << line;
+    }
+    EXPECT_EQ(ErrorLine(Utf16File(kStart) + "\n"), 1u) << "half a character";
+}
+
+TEST(RegFile, StandsAnyBytes) {
+    const std::string good =
+        kStart + (kKeyLine + "\"a\\\\\"=hex(7):61,00,\\\r\n  00,00\r\n@=\"x\""s);
+    for (const std::string& file : {good, Utf16File(good)}) {
+        ASSERT_EQ(ErrorLine(file), 0u);
+        for (std::size_t i = 0; i < file.size(); ++i) {
+            EXPECT_LE(ErrorLine(file.substr(0, i)), 6u);
+            for (const char byte : {'\0', '\\', '"', '[', ',', '\n', '\xFF'}) {
+                std::string changed = file;
+                changed[i] = byte;
+                EXPECT_LE(ErrorLine(changed), 8u);
+            }
+        }
+    }
+}
+
+TEST(RegFile, WritesWhatItReads) {
+    Bytes everyByte;
+    for (int i = 0; i < 256; ++i) everyByte.push_back(static_cast<BYTE>(i));
+    const RegOperation values[] = {
+        {RegAction::kSetValue, {}, TEXT(""), REG_SZ, {'\\', 0, '"', 0, ';', 0, 0, 0}},
+        {RegAction::kSetValue, {}, TEXT("\\\"; =[x]"), REG_BINARY, everyByte},
+        {RegAction::kSetValue, {}, TEXT("unterminated"), REG_SZ, {'a', 0}},
+        {RegAction::kSetValue, {}, TEXT("two lines"), REG_SZ, {'a', 0, '\n', 0, 0, 0}},
+        {RegAction::kSetValue, {}, TEXT("odd"), REG_SZ, {'a', 0, 0}},
+        {RegAction::kSetValue, {}, TEXT("number"), REG_DWORD, {0xEF, 0xBE, 0xAD, 0xDE}},
+        {RegAction::kSetValue, {}, TEXT("short"), REG_DWORD, {1, 2}},
+        {RegAction::kSetValue, {}, TEXT("none"), REG_NONE, {}},
+        {RegAction::kSetValue, {}, TEXT("other"), 0x12345678, {9}}};
+    WString text = RegFileStart() + RegKeyLine(TEXT("HKEY_USERS\\1000\\\U0001F600"));
+    for (const auto& value : values) text += RegValueLine(value.name, value.type, value.data);
+    const auto read = Operations(RegFileBytes(text + RegKeyEnd()));
+    ASSERT_EQ(read.size(), std::size(values) + 1);
+    EXPECT_EQ(read[0].key.path, TEXT("1000\\\U0001F600"));
+    for (std::size_t i = 0; i < std::size(values); ++i) {
+        EXPECT_EQ(read[i + 1].name, values[i].name);
+        EXPECT_EQ(read[i + 1].type, values[i].type);
+        EXPECT_EQ(read[i + 1].data, values[i].data);
+    }
+    for (std::size_t start = 0; start < text.size();) {
+        const std::size_t end = text.find(TEXT("\r\n"), start);
+        EXPECT_LE(end - start, 80u);
+        start = end + 2;
+    }
+}
+
+class Snreg : public MachineTest {
+  protected:
+    // Runs the tool and gives what it printed.
+    static std::string Run(const std::vector<std::string>& arguments, int exitCode = 0) {
+        const ProcessResult result = RunProgram("snreg", arguments);
+        EXPECT_EQ(result.exitCode, exitCode) << result.output << result.errors;
+        return exitCode == 0 ? result.output : result.errors;
+    }
+    const std::string done_ = "The operation completed successfully.\n";
+    const std::string missing_ =
+        "ERROR: The system was unable to find the specified registry key or value.\n";
+};
+
+TEST_F(Snreg, AddsQueriesAndDeletes) {
+    const std::string key = "HKLM\\Software\\Test";
+    EXPECT_EQ(Run({"query", key}, 1), missing_);
+    EXPECT_EQ(Run({"add", key + "\\Sub"}), done_);
+    EXPECT_EQ(Run({"ADD", key, "/ve", "/d", "gr\xC3\xBC\xC3\x9F"}), done_);
+    EXPECT_EQ(Run({"add", key, "/v", "n", "/t", "reg_dword", "/d", "300"}), done_);
+    EXPECT_EQ(Run({"add", key, "/v", "l", "/t", "REG_MULTI_SZ", "/s", ";", "/d", "a;;b c"}), done_);
+    EXPECT_EQ(Run({"add", key, "/v", "b", "/t", "REG_BINARY", "/d", "0aFF"}), done_);
+    EXPECT_EQ(Run({"add", key, "/v", "n", "/d", "x"}, 1),
+              "ERROR: The operation was canceled by the user.\n");
+    EXPECT_EQ(Run({"query", "hklm\\software\\TEST\\"}),
+              "\nHKEY_LOCAL_MACHINE\\software\\TEST\n"
+              "    (Default)    REG_SZ    gr\xC3\xBC\xC3\x9F\n"
+              "    n    REG_DWORD    0x12c\n"
+              "    l    REG_MULTI_SZ    a\\0b c\n"
+              "    b    REG_BINARY    0AFF\n"
+              "\n"
+              "HKEY_LOCAL_MACHINE\\software\\TEST\\Sub\n");
+    EXPECT_EQ(Run({"add", key, "-v", "N", "-d", "x", "-f"}), done_);
+    EXPECT_EQ(Run({"query", key, "/s", "/v", "n"}),
+              "\nHKEY_LOCAL_MACHINE\\Software\\Test\n    n    REG_SZ    x\n"
+              "\nEnd of search: 1 match(es) found.\n");
+    EXPECT_EQ(Run({"query", key + "\\Sub", "/ve"}),
+              "\nHKEY_LOCAL_MACHINE\\Software\\Test\\Sub\n"
+              "    (Default)    REG_SZ    (value not set)\n\n");
+    EXPECT_EQ(Run({"delete", key, "/v", "n", "/f"}), done_);
+    EXPECT_EQ(Run({"delete", key, "/v", "n", "/f"}, 1), missing_);
+    EXPECT_EQ(Run({"delete", key, "/va", "/f"}), done_);
+    EXPECT_EQ(Run({"query", key}), "\nHKEY_LOCAL_MACHINE\\Software\\Test\\Sub\n");
+    EXPECT_EQ(Run({"delete", key, "/f"}), done_);
+    EXPECT_EQ(Run({"delete", key, "/f"}, 1), missing_);
+}
+
+TEST_F(Snreg, RefusesWrongWords) {
+    const std::string key = "HKCU\\Software\\Test";
+    const std::string usage = "ERROR: Invalid syntax.\nType \"REG ADD /?\" for usage.\n";
+    EXPECT_EQ(Run({"add"}, 1), usage);
+    EXPECT_EQ(Run({"add", key, "/v"}, 1), usage);
+    EXPECT_EQ(Run({"add", key, "/ve", "/v", "x"}, 1), usage);
+    EXPECT_EQ(Run({"add", key, "/x"}, 1), usage);
+    EXPECT_EQ(Run({"add", key, "/v", "x", "/t", "REG_WORD"}, 1), usage);
+    for (const char* number : {"", "-1", "12x", "4294967296", "0x"}) {
+        Run({"add", key, "/v", "x", "/t", "REG_DWORD", "/d", number}, 1);
+    }
+    EXPECT_EQ(Run({"query", "HKXX\\Software"}, 1),
+              "ERROR: Invalid key name.\nType \"REG QUERY /?\" for usage.\n");
+    EXPECT_EQ(Run({"delete", "HKLM", "/f"}, 1), "ERROR: Access is denied.\n");
+    EXPECT_EQ(Run({"copy"}, 1), "ERROR: Invalid syntax.\nType \"REG /?\" for usage.\n");
+    EXPECT_NE(Run({"add", "/?"}).find("REG ADD KeyName"), std::string::npos);
+    EXPECT_EQ(Run({"query", key}, 1), missing_);
+}
+
+TEST_F(Snreg, ImportsAllOrNothingAndExportsWhatItImported) {
+    const std::string file = (ScratchFolder() / "in.reg").string();
+    const std::string copy = (ScratchFolder() / "out.reg").string();
+    const std::string text = std::string(kStart) +
+                             "[HKEY_CURRENT_USER\\Software\\Test]\r\n"
+                             "\"b\"=\"second, made first\"\r\n"
+                             "\"a\"=dword:00000001\r\n\r\n"
+                             "[HKEY_CURRENT_USER\\Software\\Test\\Sub]\r\n"
+                             "@=hex(2):25,00,78,00,00,00\r\n\r\n";
+    WriteWholeFile(file, text + "\"broken\r\n");
+    const std::string refusal = Run({"import", file}, 1);
+    EXPECT_NE(refusal.find("line 10: "), std::string::npos) << refusal;
+    EXPECT_EQ(Run({"query", "HKCU\\Software\\Test"}, 1), missing_);
+
+    WriteWholeFile(file, text);
+    EXPECT_EQ(Run({"import", file}), done_);
+    EXPECT_EQ(Run({"export", "HKCU\\Software\\Test", copy}), done_);
+    EXPECT_EQ(ReadWholeFile(copy), Utf16File(text));
+    EXPECT_EQ(Run({"export", "HKCU\\Software\\Test\\Sub", copy}, 1),
+              "ERROR: The operation was canceled by the user.\n");
+    EXPECT_EQ(ReadWholeFile(copy), Utf16File(text));
+
+    WriteWholeFile(file, std::string(kStart) +
+                             "[HKEY_CURRENT_USER\\Software\\Test]\n\"a\"=-\n\"never\"=-\n"
+                             "[-HKEY_CURRENT_USER\\Software\\Test\\Sub]\n"
+                             "[-HKEY_CURRENT_USER\\Software\\Never]\n");
+    EXPECT_EQ(Run({"import", file}), done_);
+    EXPECT_EQ(Run({"query", "HKCU\\Software\\Test", "/s"}),
+              "\nHKEY_CURRENT_USER\\Software\\Test\n    b    REG_SZ    second, made first\n\n");
+    EXPECT_EQ(Run({"import", file + "x"}, 1),
+              "ERROR: Error opening the file. There may be a disk or file system error.\n");
+    EXPECT_EQ(Run({"export", "HKCU\\Software", "/no/such/folder/x.reg"}, 1),
+              "ERROR: Unable to write to the file. There may be a disk or file system error.\n");
+}
+
+}  // namespace

@@ -1,0 +1,5 @@
+#include "tests/support/registry_tool.h"
+
+std::string RegistryTool() {
+    return "snreg";
+}
