@@ -49,6 +49,11 @@ struct RegKeyKind {
     static bool IsOpen(HKEY key) { return key != nullptr; }
     static void Close(HKEY key) { RegCloseKey(key); }
 };
+struct ServiceHandleKind {
+    using Type = SC_HANDLE;
+    static bool IsOpen(SC_HANDLE service) { return service != nullptr; }
+    static void Close(SC_HANDLE service) { CloseServiceHandle(service); }
+};
 struct LibraryKind {
     using Type = HMODULE;
     static bool IsOpen(HMODULE library) { return library != nullptr; }
@@ -57,4 +62,5 @@ struct LibraryKind {
 
 using UniqueHandle = UniqueResource<HandleKind>;
 using UniqueRegKey = UniqueResource<RegKeyKind>;
+using UniqueServiceHandle = UniqueResource<ServiceHandleKind>;
 using UniqueLibrary = UniqueResource<LibraryKind>;

@@ -79,12 +79,15 @@ UTILSDLL_API HANDLE bBypassGuardlet();
 
 // Nonzero when the client is managed by the central management server.
 UTILSDLL_API int cfg_is_managed_by_cms();
+// Says whether it is. Like every call that sets something here: false when the caller may not.
+UTILSDLL_API bool cfg_set_managed_by_cms(bool managed);
 // Nonzero when the client's scheduler service ("SA_Scheduler") runs.
 UTILSDLL_API int cfg_is_scheduler_running();
 // True when the service of that name runs.
 UTILSDLL_API bool service_is_running(const WCHAR* service);
 // Nonzero when the client is in FIPS mode.
 UTILSDLL_API int cfg_is_fips_mode_enabled();
+UTILSDLL_API bool cfg_set_fips_mode(bool on);
 
 // Size in bytes of the buffer that cfg_get_sentrelmanager_info fills.
 #define SENTRELMANAGER_INFO_SIZE 568
@@ -101,11 +104,11 @@ UTILSDLL_API int sec_get_account_type();
 // What the process's user may do: 0 guest, 1 standard user, 2 administrator.
 UTILSDLL_API int sec_get_user_type();
 
-// Tells the client's scheduler that the configuration changed.
+// Tells the client's scheduler that the configuration changed: sets the event
+// "Global\SN_CONFIG_CHANGED" where it exists.
 UTILSDLL_API void signal_scheduler();
 
-// --- Sessions and the user interface
-// --------------------------------------------------------------
+// --- Sessions and the user interface ------------------------------------------------------------
 
 // Nonzero on a 64-bit system, and on Windows Vista and later.
 UTILSDLL_API bool is64Bit();

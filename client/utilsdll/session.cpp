@@ -1,3 +1,4 @@
+#include <windows.h>
 #include <wtsapi32.h>
 
 #include "client/include/utilsdll.h"

@@ -63,6 +63,7 @@ using HINSTANCE = struct HINSTANCE__*;
 using HMODULE = HINSTANCE;
 using HKEY = struct HKEY__*;
 using PHKEY = HKEY*;
+using SC_HANDLE = struct SC_HANDLE__*;
 using HWND = struct HWND__*;
 using FARPROC = std::intptr_t (*)();
 

@@ -37,4 +37,14 @@ WINAPI_EXPORT BOOL WINAPI SetTokenInformation(HANDLE TokenHandle,
 WINAPI_EXPORT BOOL WINAPI ImpersonateLoggedOnUser(HANDLE hToken);
 // Lets the thread be the process's own account again; also TRUE when it was that already.
 WINAPI_EXPORT BOOL WINAPI RevertToSelf();
+
+// Writes the identifier of the system's account, of the administrators or of the guests; others are
+// not supported. No domain is taken. *cbSid is the buffer's size on entry and the identifier's on
+// return, also when the buffer is too small (ERROR_INSUFFICIENT_BUFFER).
+WINAPI_EXPORT BOOL WINAPI CreateWellKnownSid(WELL_KNOWN_SID_TYPE WellKnownSidType, PSID DomainSid,
+                                             PSID pSid, DWORD* cbSid);
+// Whether the calling thread's account is, or belongs to, one of those three; the token is null.
+// Root is the system's account. An administrator is who may write the machine's registry. The
+// guests are the accounts "guest" and "nobody".
+WINAPI_EXPORT BOOL WINAPI CheckTokenMembership(HANDLE TokenHandle, PSID SidToCheck, BOOL* IsMember);
 }

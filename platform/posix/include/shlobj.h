@@ -1,4 +1,4 @@
-// Well-known folders.
+// Well-known folders, and the rights of the user.
 #pragma once
 
 #include <winnt.h>
@@ -11,4 +11,7 @@ extern "C" {
 // CSIDL_COMMON_APPDATA, the machine's folder for programs' data, alone; others are E_INVALIDARG.
 WINAPI_EXPORT HRESULT WINAPI SHGetFolderPathW(HWND hwnd, int csidl, HANDLE hToken, DWORD dwFlags,
                                               LPWSTR pszPath);
+
+// Nonzero when the calling thread's account is an administrator of the machine.
+WINAPI_EXPORT BOOL WINAPI IsUserAnAdmin();
 }

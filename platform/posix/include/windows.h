@@ -23,3 +23,4 @@
 #include <winerror.h>
 #include <winnls.h>
 #include <winreg.h>
+#include <winsvc.h>

@@ -110,6 +110,22 @@ struct SECURITY_DESCRIPTOR {
 using PSECURITY_DESCRIPTOR = PVOID;
 #define SE_DACL_PRESENT 0x0004
 
+// Security identifiers: who an account or a group is.
+#define SID_REVISION 1
+#define SECURITY_MAX_SID_SIZE 68
+struct SID {
+    BYTE Revision;
+    BYTE SubAuthorityCount;
+    BYTE IdentifierAuthority[6];  // the highest byte first
+    DWORD SubAuthority[1];        // as many as SubAuthorityCount says
+};
+using PSID = PVOID;
+enum WELL_KNOWN_SID_TYPE {
+    WinLocalSystemSid = 22,
+    WinBuiltinAdministratorsSid = 26,
+    WinBuiltinGuestsSid = 28
+};
+
 // Tokens.
 #define TOKEN_ASSIGN_PRIMARY 0x0001
 #define TOKEN_DUPLICATE 0x0002

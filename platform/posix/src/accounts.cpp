@@ -1,0 +1,105 @@
+// Who the calling thread's account is among those that Windows knows by name.
+#include <pwd.h>
+#include <securitybaseapi.h>
+#include <shlobj.h>
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstring>
+#include <string_view>
+#include <vector>
+
+#include "hive.h"
+#include "last_error.h"
+#include "thread_identity.h"
+
+namespace platform {
+namespace {
+
+bool IsSystem() {
+    return ThreadAccount() == 0;
+}
+
+bool IsAdministrator() {
+    return Hive::OfMachine()->MayWrite();
+}
+
+bool IsGuest() {
+    std::array<char, 4096> text{};
+    passwd entry{};
+    passwd* found = nullptr;
+    if (getpwuid_r(ThreadAccount(), &entry, text.data(), text.size(), &found) != 0 ||
+        found == nullptr) {
+        return false;
+    }
+    const std::string_view name = found->pw_name;
+    return name == "guest" || name == "nobody";
+}
+
+struct WellKnownSid {
+    WELL_KNOWN_SID_TYPE type;
+    std::vector<DWORD> authorities;  // below the authority 5 of the system
+    bool (*isMember)();
+};
+
+const std::vector<WellKnownSid>& WellKnownSids() {
+    static const std::vector<WellKnownSid> sids = {
+        {WinLocalSystemSid, {18}, IsSystem},
+        {WinBuiltinAdministratorsSid, {32, 544}, IsAdministrator},
+        {WinBuiltinGuestsSid, {32, 546}, IsGuest},
+    };
+    return sids;
+}
+
+constexpr std::size_t kSidHeaderSize = offsetof(SID, SubAuthority);
+
+std::vector<BYTE> BytesOfSid(const WellKnownSid& sid) {
+    const std::size_t size = sid.authorities.size() * sizeof(DWORD);
+    std::vector<BYTE> bytes = {
+        SID_REVISION, static_cast<BYTE>(sid.authorities.size()), 0, 0, 0, 0, 0, 5};
+    bytes.resize(kSidHeaderSize + size);
+    std::memcpy(bytes.data() + kSidHeaderSize, sid.authorities.data(), size);
+    return bytes;
+}
+
+bool IsSid(const std::vector<BYTE>& bytes, const void* sid) {
+    return std::memcmp(sid, bytes.data(), kSidHeaderSize) == 0 &&
+           std::memcmp(sid, bytes.data(), bytes.size()) == 0;
+}
+
+}  // namespace
+}  // namespace platform
+
+using platform::Fail;
+
+extern "C" BOOL WINAPI CreateWellKnownSid(WELL_KNOWN_SID_TYPE WellKnownSidType, PSID DomainSid,
+                                          PSID pSid, DWORD* cbSid) {
+    if (cbSid == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+    if (DomainSid != nullptr) return Fail(ERROR_NOT_SUPPORTED);
+    for (const auto& sid : platform::WellKnownSids()) {
+        if (sid.type != WellKnownSidType) continue;
+        const auto bytes = platform::BytesOfSid(sid);
+        const DWORD capacity = *cbSid;
+        *cbSid = static_cast<DWORD>(bytes.size());
+        if (pSid == nullptr || capacity < bytes.size()) return Fail(ERROR_INSUFFICIENT_BUFFER);
+        std::memcpy(pSid, bytes.data(), bytes.size());
+        return TRUE;
+    }
+    return Fail(ERROR_NOT_SUPPORTED);
+}
+
+extern "C" BOOL WINAPI CheckTokenMembership(HANDLE TokenHandle, PSID SidToCheck, BOOL* IsMember) {
+    if (SidToCheck == nullptr || IsMember == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+    if (TokenHandle != nullptr) return Fail(ERROR_NOT_SUPPORTED);
+    for (const auto& sid : platform::WellKnownSids()) {
+        if (!platform::IsSid(platform::BytesOfSid(sid), SidToCheck)) continue;
+        *IsMember = sid.isMember() ? TRUE : FALSE;
+        return TRUE;
+    }
+    return Fail(ERROR_NOT_SUPPORTED);
+}
+
+extern "C" BOOL WINAPI IsUserAnAdmin() {
+    return platform::IsAdministrator() ? TRUE : FALSE;
+}
