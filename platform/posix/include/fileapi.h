@@ -18,7 +18,8 @@ extern "C" {
 // file (ERROR_SHARING_VIOLATION). CREATE_ALWAYS and OPEN_ALWAYS set ERROR_ALREADY_EXISTS, with a
 // valid handle, when the file was there. A new file belongs to its creator alone, unless the
 // security attributes carry a null access list. FILE_APPEND_DATA without FILE_WRITE_DATA makes
-// every write an append, also beside the appends of others.
+// every write an append, also beside the appends of others. The name of a pipe connects to the
+// pipe.
 WINAPI_EXPORT HANDLE WINAPI CreateFileW(LPCWSTR lpFileName, DWORD dwDesiredAccess,
                                         DWORD dwShareMode,
                                         LPSECURITY_ATTRIBUTES lpSecurityAttributes,

@@ -26,6 +26,12 @@ struct SYSTEMTIME {
 };
 using LPSYSTEMTIME = SYSTEMTIME*;
 
-// Overlapped input and output is not supported: calls take a null pointer.
-struct OVERLAPPED;
+// An operation that goes on by itself; see ioapiset.h. A new one is zero but for its event.
+struct OVERLAPPED {
+    ULONG_PTR Internal;
+    ULONG_PTR InternalHigh;
+    DWORD Offset;
+    DWORD OffsetHigh;
+    HANDLE hEvent;
+};
 using LPOVERLAPPED = OVERLAPPED*;

@@ -9,9 +9,11 @@
 #include <errhandlingapi.h>
 #include <fileapi.h>
 #include <handleapi.h>
+#include <ioapiset.h>
 #include <libloaderapi.h>
 #include <memoryapi.h>
 #include <minwinbase.h>
+#include <namedpipeapi.h>
 #include <processenv.h>
 #include <processthreadsapi.h>
 #include <securitybaseapi.h>

@@ -10,6 +10,7 @@
 #include "file_object.h"
 #include "last_error.h"
 #include "paths.h"
+#include "pipe.h"
 #include "security.h"
 #include "share_mode.h"
 
@@ -197,6 +198,8 @@ extern "C" HANDLE WINAPI CreateFileW(LPCWSTR lpFileName, DWORD dwDesiredAccess, 
                                      LPSECURITY_ATTRIBUTES lpSecurityAttributes,
                                      DWORD dwCreationDisposition, DWORD dwFlagsAndAttributes,
                                      HANDLE hTemplateFile) {
+    const std::string pipe = platform::PipeNameOf(lpFileName);
+    if (!pipe.empty()) return platform::OpenPipe(pipe, dwDesiredAccess, dwFlagsAndAttributes);
     const Request request{.path = platform::PathOf(lpFileName),
                           .access = SpecificAccess(dwDesiredAccess),
                           .share = dwShareMode,

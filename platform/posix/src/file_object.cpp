@@ -12,6 +12,16 @@ BOOL FileObject::Flush() {
     return Fail(ERROR_INVALID_HANDLE);
 }
 
+BOOL FileObject::StartRead(void* /*buffer*/, DWORD /*size*/, DWORD& /*read*/,
+                           OVERLAPPED& /*overlapped*/) {
+    return Fail(ERROR_NOT_SUPPORTED);
+}
+
+BOOL FileObject::StartWrite(const void* /*data*/, DWORD /*size*/, DWORD& /*written*/,
+                            OVERLAPPED& /*overlapped*/) {
+    return Fail(ERROR_NOT_SUPPORTED);
+}
+
 BOOL DescriptorObject::Read(void* buffer, DWORD size, DWORD& read) {
     ssize_t got = 0;
     do {
@@ -48,9 +58,11 @@ extern "C" BOOL WINAPI ReadFile(HANDLE hFile, LPVOID lpBuffer, DWORD nNumberOfBy
     DWORD ignored = 0;
     DWORD& read = lpNumberOfBytesRead == nullptr ? ignored : *lpNumberOfBytesRead;
     read = 0;
-    if (lpOverlapped != nullptr) return platform::Fail(ERROR_NOT_SUPPORTED);
     const auto file = platform::ObjectOf<FileObject>(hFile);
-    return file ? file->Read(lpBuffer, nNumberOfBytesToRead, read) : FALSE;
+    if (!file) return FALSE;
+    return lpOverlapped == nullptr
+               ? file->Read(lpBuffer, nNumberOfBytesToRead, read)
+               : file->StartRead(lpBuffer, nNumberOfBytesToRead, read, *lpOverlapped);
 }
 
 extern "C" BOOL WINAPI WriteFile(HANDLE hFile, LPCVOID lpBuffer, DWORD nNumberOfBytesToWrite,
@@ -58,9 +70,11 @@ extern "C" BOOL WINAPI WriteFile(HANDLE hFile, LPCVOID lpBuffer, DWORD nNumberOf
     DWORD ignored = 0;
     DWORD& written = lpNumberOfBytesWritten == nullptr ? ignored : *lpNumberOfBytesWritten;
     written = 0;
-    if (lpOverlapped != nullptr) return platform::Fail(ERROR_NOT_SUPPORTED);
     const auto file = platform::ObjectOf<FileObject>(hFile);
-    return file ? file->Write(lpBuffer, nNumberOfBytesToWrite, written) : FALSE;
+    if (!file) return FALSE;
+    return lpOverlapped == nullptr
+               ? file->Write(lpBuffer, nNumberOfBytesToWrite, written)
+               : file->StartWrite(lpBuffer, nNumberOfBytesToWrite, written, *lpOverlapped);
 }
 
 extern "C" BOOL WINAPI FlushFileBuffers(HANDLE hFile) {

@@ -14,6 +14,9 @@ class FileObject : public KernelObject {
     virtual BOOL Read(void* buffer, DWORD size, DWORD& read) = 0;
     virtual BOOL Write(const void* data, DWORD size, DWORD& written) = 0;
     virtual BOOL Flush();
+    // The same as overlapped operations, of which most objects know none (ERROR_NOT_SUPPORTED).
+    virtual BOOL StartRead(void* buffer, DWORD size, DWORD& read, OVERLAPPED& overlapped);
+    virtual BOOL StartWrite(const void* data, DWORD size, DWORD& written, OVERLAPPED& overlapped);
 };
 
 // A descriptor of this process that something owns: a regular file, a terminal, a device.

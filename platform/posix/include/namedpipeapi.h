@@ -1,0 +1,68 @@
+// Named pipes in message mode: a server process offers instances of a pipe, a client connects to
+// one of them, and both exchange messages. A pipe's name is "\\.\pipe\NAME"; case does not matter.
+//
+// A message has at most about 200,000 bytes (the system's limit of a socket's buffer); a larger one
+// fails with ERROR_NO_SYSTEM_RESOURCES. A message stays readable after its writer has gone.
+#pragma once
+
+#include <minwinbase.h>
+
+#define PIPE_ACCESS_DUPLEX 0x00000003
+#define FILE_FLAG_FIRST_PIPE_INSTANCE 0x00080000
+#define PIPE_WAIT 0x00000000
+#define PIPE_NOWAIT 0x00000001
+#define PIPE_READMODE_BYTE 0x00000000
+#define PIPE_READMODE_MESSAGE 0x00000002
+#define PIPE_TYPE_BYTE 0x00000000
+#define PIPE_TYPE_MESSAGE 0x00000004
+#define PIPE_REJECT_REMOTE_CLIENTS 0x00000008
+#define PIPE_UNLIMITED_INSTANCES 255
+#define NMPWAIT_USE_DEFAULT_WAIT 0x00000000
+#define NMPWAIT_NOWAIT 0x00000001
+#define NMPWAIT_WAIT_FOREVER 0xffffffff
+
+extern "C" {
+
+// One more instance of a pipe, which clients can connect to from now on; INVALID_HANDLE_VALUE on
+// failure. Only PIPE_ACCESS_DUPLEX and PIPE_TYPE_MESSAGE with PIPE_WAIT are supported. All
+// instances belong to one process: ERROR_ACCESS_DENIED when another process serves the name, or
+// when this one does and FILE_FLAG_FIRST_PIPE_INSTANCE is given; ERROR_PIPE_BUSY beyond
+// nMaxInstances. The pipe is open to the process's own account, or with a present null access list
+// to every account. The buffer sizes and the default time-out have no effect.
+WINAPI_EXPORT HANDLE WINAPI CreateNamedPipeW(LPCWSTR lpName, DWORD dwOpenMode, DWORD dwPipeMode,
+                                             DWORD nMaxInstances, DWORD nOutBufferSize,
+                                             DWORD nInBufferSize, DWORD nDefaultTimeOut,
+                                             LPSECURITY_ATTRIBUTES lpSecurityAttributes);
+
+// Waits for a client. FALSE with ERROR_PIPE_CONNECTED when one was there already: that is as good.
+// On an instance that was disconnected, clients can connect again from this call on.
+WINAPI_EXPORT BOOL WINAPI ConnectNamedPipe(HANDLE hNamedPipe, LPOVERLAPPED lpOverlapped);
+// Ends the connection with the client.
+WINAPI_EXPORT BOOL WINAPI DisconnectNamedPipe(HANDLE hNamedPipe);
+
+// Sets how this end reads: PIPE_READMODE_MESSAGE, or PIPE_READMODE_BYTE as a new client's end does.
+// In message mode, ReadFile of a message that is larger than its buffer fails with ERROR_MORE_DATA
+// and leaves the rest to the next read. The other pointers are null.
+WINAPI_EXPORT BOOL WINAPI SetNamedPipeHandleState(HANDLE hNamedPipe, LPDWORD lpMode,
+                                                  LPDWORD lpMaxCollectionCount,
+                                                  LPDWORD lpCollectDataTimeout);
+
+// Waits until an instance is free, without taking it: milliseconds, NMPWAIT_WAIT_FOREVER, or
+// NMPWAIT_USE_DEFAULT_WAIT (50 milliseconds). ERROR_FILE_NOT_FOUND when nobody serves the pipe,
+// ERROR_SEM_TIMEOUT when all stay busy.
+WINAPI_EXPORT BOOL WINAPI WaitNamedPipeW(LPCWSTR lpNamedPipeName, DWORD nTimeOut);
+
+// Writes one message and reads the next one. ERROR_BAD_PIPE when this end does not read messages,
+// ERROR_PIPE_BUSY when an unread message is waiting, ERROR_MORE_DATA as for a read.
+WINAPI_EXPORT BOOL WINAPI TransactNamedPipe(HANDLE hNamedPipe, LPVOID lpInBuffer,
+                                            DWORD nInBufferSize, LPVOID lpOutBuffer,
+                                            DWORD nOutBufferSize, LPDWORD lpBytesRead,
+                                            LPOVERLAPPED lpOverlapped);
+
+// Connects, writes one message, reads one and disconnects. The time-out in milliseconds holds for
+// all of it, also for the reply (ERROR_SEM_TIMEOUT) - on Windows only for the wait for an instance,
+// as here with the three NMPWAIT_ values.
+WINAPI_EXPORT BOOL WINAPI CallNamedPipeW(LPCWSTR lpNamedPipeName, LPVOID lpInBuffer,
+                                         DWORD nInBufferSize, LPVOID lpOutBuffer,
+                                         DWORD nOutBufferSize, LPDWORD lpBytesRead, DWORD nTimeOut);
+}

@@ -1,0 +1,158 @@
+#include <ioapiset.h>
+#include <namedpipeapi.h>
+#include <winbase.h>
+
+#include "last_error.h"
+#include "pipe.h"
+#include "security.h"
+
+namespace platform {
+namespace {
+
+constexpr DWORD kDefaultWait = 50;
+
+// Fails with ERROR_INVALID_NAME for a path that names no pipe.
+bool TakeName(LPCWSTR path, std::string& name) {
+    if (path == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+    name = PipeNameOf(path);
+    return !name.empty() || Fail(ERROR_INVALID_NAME);
+}
+
+// Connects to an instance, waiting until one is free.
+UniqueDescriptor ConnectInTime(const std::string& name, const Deadline& deadline) {
+    for (;;) {
+        UniqueDescriptor socket = ConnectToPipe(name);
+        if (socket || GetLastError() != ERROR_PIPE_BUSY) return socket;
+        if (!WaitForPipe(name, deadline)) return {};
+    }
+}
+
+BOOL Call(LPCWSTR path, PipeOperation operation, DWORD& read, DWORD timeOut) {
+    std::string name;
+    if (!TakeName(path, name)) return FALSE;
+    const bool isNumber = timeOut != NMPWAIT_USE_DEFAULT_WAIT && timeOut != NMPWAIT_NOWAIT;
+    const Deadline whole(isNumber ? timeOut : INFINITE);
+    UniqueDescriptor socket;
+    if (timeOut == NMPWAIT_NOWAIT) {
+        socket = ConnectToPipe(name);
+    } else {
+        socket = ConnectInTime(name, isNumber ? whole : Deadline(kDefaultWait));
+    }
+    if (!socket) return FALSE;
+    PipeClient client(std::move(socket), false);
+    client.ReadMessages(true);
+    const DWORD error = client.Run(operation, whole);
+    read = operation.transferred;
+    return error == ERROR_SUCCESS || Fail(error);
+}
+
+}  // namespace
+}  // namespace platform
+
+using platform::Fail;
+using platform::ObjectOf;
+
+extern "C" {
+
+HANDLE WINAPI CreateNamedPipeW(LPCWSTR lpName, DWORD dwOpenMode, DWORD dwPipeMode,
+                               DWORD nMaxInstances, DWORD /*nOutBufferSize*/,
+                               DWORD /*nInBufferSize*/, DWORD /*nDefaultTimeOut*/,
+                               LPSECURITY_ATTRIBUTES lpSecurityAttributes) {
+    using platform::PipeListener;
+    constexpr DWORD kOpenFlags = FILE_FLAG_OVERLAPPED | FILE_FLAG_FIRST_PIPE_INSTANCE;
+    constexpr DWORD kPipeFlags = PIPE_READMODE_MESSAGE | PIPE_REJECT_REMOTE_CLIENTS;
+    std::string name;
+    if (!platform::TakeName(lpName, name)) return INVALID_HANDLE_VALUE;
+    if (nMaxInstances == 0 || nMaxInstances > PIPE_UNLIMITED_INSTANCES) {
+        Fail(ERROR_INVALID_PARAMETER);
+        return INVALID_HANDLE_VALUE;
+    }
+    if ((dwOpenMode & ~kOpenFlags) != PIPE_ACCESS_DUPLEX ||
+        (dwPipeMode & ~kPipeFlags) != PIPE_TYPE_MESSAGE) {
+        Fail(ERROR_NOT_SUPPORTED);
+        return INVALID_HANDLE_VALUE;
+    }
+    const auto instances = (dwOpenMode & FILE_FLAG_FIRST_PIPE_INSTANCE) != 0
+                               ? PipeListener::Instances::kFirstOnly
+                               : PipeListener::Instances::kAny;
+    auto listener = PipeListener::Join(name, platform::ModeOfNewFile(lpSecurityAttributes),
+                                       nMaxInstances, instances);
+    if (!listener) return INVALID_HANDLE_VALUE;
+    return platform::OpenHandle(std::make_shared<platform::PipeInstance>(
+        std::move(listener), (dwOpenMode & FILE_FLAG_OVERLAPPED) != 0,
+        (dwPipeMode & PIPE_READMODE_MESSAGE) != 0));
+}
+
+BOOL WINAPI ConnectNamedPipe(HANDLE hNamedPipe, LPOVERLAPPED lpOverlapped) {
+    const auto instance = ObjectOf<platform::PipeInstance>(hNamedPipe);
+    return instance ? instance->Connect(lpOverlapped) : FALSE;
+}
+
+BOOL WINAPI DisconnectNamedPipe(HANDLE hNamedPipe) {
+    const auto instance = ObjectOf<platform::PipeInstance>(hNamedPipe);
+    return instance ? instance->Disconnect() : FALSE;
+}
+
+BOOL WINAPI SetNamedPipeHandleState(HANDLE hNamedPipe, LPDWORD lpMode, LPDWORD lpMaxCollectionCount,
+                                    LPDWORD lpCollectDataTimeout) {
+    const auto end = ObjectOf<platform::PipeEnd>(hNamedPipe);
+    if (!end) return FALSE;
+    if (lpMaxCollectionCount != nullptr || lpCollectDataTimeout != nullptr ||
+        (lpMode != nullptr && (*lpMode & ~static_cast<DWORD>(PIPE_READMODE_MESSAGE)) != 0)) {
+        return Fail(ERROR_NOT_SUPPORTED);
+    }
+    if (lpMode != nullptr) end->ReadMessages(*lpMode == PIPE_READMODE_MESSAGE);
+    return TRUE;
+}
+
+BOOL WINAPI WaitNamedPipeW(LPCWSTR lpNamedPipeName, DWORD nTimeOut) {
+    std::string name;
+    if (!platform::TakeName(lpNamedPipeName, name)) return FALSE;
+    const DWORD limit = nTimeOut == NMPWAIT_USE_DEFAULT_WAIT ? platform::kDefaultWait : nTimeOut;
+    return platform::WaitForPipe(name, platform::Deadline(limit)) ? TRUE : FALSE;
+}
+
+BOOL WINAPI TransactNamedPipe(HANDLE hNamedPipe, LPVOID lpInBuffer, DWORD nInBufferSize,
+                              LPVOID lpOutBuffer, DWORD nOutBufferSize, LPDWORD lpBytesRead,
+                              LPOVERLAPPED lpOverlapped) {
+    const auto end = ObjectOf<platform::PipeEnd>(hNamedPipe);
+    if (!end || !end->MayTransact()) return FALSE;
+    DWORD ignored = 0;
+    return end->Perform({.writes = true,
+                         .reads = true,
+                         .output = lpInBuffer,
+                         .outputSize = nInBufferSize,
+                         .input = lpOutBuffer,
+                         .inputSize = nOutBufferSize},
+                        lpBytesRead == nullptr ? ignored : *lpBytesRead, lpOverlapped);
+}
+
+BOOL WINAPI CallNamedPipeW(LPCWSTR lpNamedPipeName, LPVOID lpInBuffer, DWORD nInBufferSize,
+                           LPVOID lpOutBuffer, DWORD nOutBufferSize, LPDWORD lpBytesRead,
+                           DWORD nTimeOut) {
+    DWORD ignored = 0;
+    return platform::Call(lpNamedPipeName,
+                          {.writes = true,
+                           .reads = true,
+                           .output = lpInBuffer,
+                           .outputSize = nInBufferSize,
+                           .input = lpOutBuffer,
+                           .inputSize = nOutBufferSize},
+                          lpBytesRead == nullptr ? ignored : *lpBytesRead, nTimeOut);
+}
+
+BOOL WINAPI GetOverlappedResult(HANDLE hFile, LPOVERLAPPED lpOverlapped,
+                                LPDWORD lpNumberOfBytesTransferred, BOOL bWait) {
+    const auto end = ObjectOf<platform::PipeEnd>(hFile);
+    if (!end) return FALSE;
+    if (lpOverlapped == nullptr || lpNumberOfBytesTransferred == nullptr) {
+        return Fail(ERROR_INVALID_PARAMETER);
+    }
+    return end->ResultOf(*lpOverlapped, *lpNumberOfBytesTransferred, bWait != FALSE);
+}
+
+BOOL WINAPI CancelIoEx(HANDLE hFile, LPOVERLAPPED lpOverlapped) {
+    const auto end = ObjectOf<platform::PipeEnd>(hFile);
+    return end ? end->Cancel(lpOverlapped) : FALSE;
+}
+}

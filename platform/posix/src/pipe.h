@@ -1,0 +1,125 @@
+// The two ends of a named pipe.
+#pragma once
+
+#include <condition_variable>
+#include <mutex>
+#include <optional>
+#include <thread>
+
+#include "deadline.h"
+#include "file_object.h"
+#include "message_socket.h"
+#include "pipe_place.h"
+
+namespace platform {
+
+// What a call asks of an end: a client, a message written, a message read, or the last two.
+struct PipeOperation {
+    bool accepts = false;
+    bool writes = false;
+    bool reads = false;
+    const void* output = nullptr;
+    DWORD outputSize = 0;
+    void* input = nullptr;
+    DWORD inputSize = 0;
+
+    DWORD transferred = 0;
+};
+
+class PipeEnd : public FileObject {
+  public:
+    // A handle that is not for overlapped operations runs them to their end.
+    PipeEnd(bool isOverlapped, bool readsMessages)
+        : isOverlapped_(isOverlapped), readsMessages_(readsMessages) {}
+    ~PipeEnd() override;
+
+    BOOL Read(void* buffer, DWORD size, DWORD& read) override;
+    BOOL Write(const void* data, DWORD size, DWORD& written) override;
+    // What was written stays readable whatever becomes of this end: there is nothing to wait for.
+    BOOL Flush() override { return TRUE; }
+    BOOL StartRead(void* buffer, DWORD size, DWORD& read, OVERLAPPED& overlapped) override;
+    BOOL StartWrite(const void* data, DWORD size, DWORD& written, OVERLAPPED& overlapped) override;
+    // Waits for the end of the overlapped operation.
+    DWORD Wait(DWORD milliseconds) override;
+
+    void ReadMessages(bool whole) { readsMessages_ = whole; }
+    // Whether a transaction may begin; false with the last error set.
+    bool MayTransact();
+
+    // Runs an operation to its end, or starts it when it comes with an OVERLAPPED.
+    BOOL Perform(PipeOperation operation, DWORD& transferred, OVERLAPPED* overlapped);
+    // Runs an operation; ERROR_SEM_TIMEOUT when the time is up.
+    DWORD Run(PipeOperation& operation, const Deadline& deadline, int cancel = -1);
+
+    BOOL ResultOf(OVERLAPPED& overlapped, DWORD& transferred, bool wait);
+    // Null: whatever goes on.
+    BOOL Cancel(const OVERLAPPED* overlapped);
+
+  protected:
+    // The connection; null with `error` set while there is none.
+    virtual MessageSocket* Connection(DWORD& error) = 0;
+    // Takes a client: ERROR_IO_PENDING until there is one.
+    virtual DWORD TryAccept();
+    virtual int ListeningDescriptor() const { return -1; }
+    // To be called by a derived class's destructor.
+    void StopOverlapped();
+
+  private:
+    // An operation that goes on in a thread of its own.
+    struct Pending {
+        PipeOperation operation;
+        OVERLAPPED* overlapped;
+        UniqueDescriptor cancel;
+        std::thread thread;
+    };
+
+    DWORD Step(PipeOperation& operation, int& descriptor, short& events);
+    BOOL Start(PipeOperation operation, OVERLAPPED& overlapped);
+    void Complete(OVERLAPPED& overlapped, DWORD error, DWORD transferred);
+
+    const bool isOverlapped_;
+    bool readsMessages_;
+    std::mutex mutex_;
+    std::condition_variable ended_;
+    bool isRunning_ = false;
+    std::optional<Pending> pending_;  // also after its end, until the next one
+};
+
+// A client's end.
+class PipeClient final : public PipeEnd {
+  public:
+    PipeClient(UniqueDescriptor socket, bool isOverlapped)
+        : PipeEnd(isOverlapped, false), socket_(std::move(socket)) {}
+    ~PipeClient() override { StopOverlapped(); }
+
+  protected:
+    MessageSocket* Connection(DWORD& error) override;
+
+  private:
+    MessageSocket socket_;
+};
+
+// An instance of the serving end.
+class PipeInstance final : public PipeEnd {
+  public:
+    PipeInstance(std::shared_ptr<PipeListener> listener, bool isOverlapped, bool readsMessages);
+    ~PipeInstance() override;
+
+    BOOL Connect(OVERLAPPED* overlapped);
+    BOOL Disconnect();
+
+  protected:
+    MessageSocket* Connection(DWORD& error) override;
+    DWORD TryAccept() override;
+    int ListeningDescriptor() const override { return listener_->Descriptor(); }
+
+  private:
+    const std::shared_ptr<PipeListener> listener_;
+    bool isOffered_ = true;
+    std::optional<MessageSocket> client_;
+};
+
+// Opens a client's end of the pipe for CreateFileW; INVALID_HANDLE_VALUE on failure.
+HANDLE OpenPipe(const std::string& name, DWORD access, DWORD flags);
+
+}  // namespace platform
