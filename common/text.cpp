@@ -24,8 +24,9 @@ bool IsBlank(WCHAR unit) {
     return unit == ' ' || (unit >= '\t' && unit <= '\r');
 }
 
-WCHAR LowerCase(WCHAR unit) {
-    return unit >= 'A' && unit <= 'Z' ? static_cast<WCHAR>(unit + ('a' - 'A')) : unit;
+int CompareNames(WStringView a, WStringView b) {
+    return CompareStringOrdinal(a.data(), static_cast<int>(a.size()), b.data(),
+                                static_cast<int>(b.size()), TRUE);
 }
 
 }  // namespace
@@ -84,6 +85,10 @@ std::int32_t LeadingNumber(WStringView text) {
 }
 
 bool EqualIgnoringCase(WStringView a, WStringView b) {
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                      [](WCHAR x, WCHAR y) { return LowerCase(x) == LowerCase(y); });
+    return a.size() == b.size() && (a.empty() || CompareNames(a, b) == CSTR_EQUAL);
+}
+
+bool LessIgnoringCase::operator()(WStringView a, WStringView b) const {
+    if (a.empty() || b.empty()) return a.size() < b.size();
+    return CompareNames(a, b) == CSTR_LESS_THAN;
 }

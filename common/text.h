@@ -36,6 +36,10 @@ std::vector<WString> SplitText(WStringView text, WStringView delimiters);
 // first non-digit; 0 when there are none. A number out of range gives the nearest end of the range.
 std::int32_t LeadingNumber(WStringView text);
 
-// True when the texts are equal apart from the case of the letters A to Z, as file names of the
-// system's own and registry paths of the client are compared.
+// True when the texts are equal as the registry and the file system compare names: without case.
 bool EqualIgnoringCase(WStringView a, WStringView b);
+
+// The order that goes with it, for sets of names.
+struct LessIgnoringCase {
+    bool operator()(WStringView a, WStringView b) const;
+};

@@ -9,9 +9,18 @@
 //
 // The element holds a comment that names the feature and then the key: its values (value_types.h)
 // and its subkeys, <key name="..."> or sections, each again with its values and subkeys.
+//
+// An import makes the key what the element says: values that differ are written, and only then is
+// removed what the element does not name, so that each value is the old or the new one at any
+// moment. A key that has sections below it is merged instead - a file may carry some sections and
+// not others. A feature without an element in the file keeps its settings. Nothing is written when
+// any value of the element cannot be read.
 #include <config_plugin.h>
+#include <shlwapi.h>
+#include <utilsdll.h>
 
 #include <algorithm>
+#include <set>
 
 #include "client/plugins/value_types.h"
 #include "common/handles.h"
@@ -24,6 +33,7 @@ namespace {
 constexpr const WCHAR* kFeatureKey = TEXT("software\\Verdane\\Sentrel\\" PLUGIN_KEY);
 constexpr const char* kRootElement = "sentrel_configuration";
 constexpr int kFailed = 1;
+constexpr int kLocked = ERROR_ACCESS_DENIED;
 constexpr int kNotSupported = ERROR_NOT_SUPPORTED;
 
 // --- Registry -----------------------------------------------------------------------------------
@@ -66,19 +76,16 @@ bool ReadValues(HKEY key, std::vector<RegistryValue>& values) {
 
 // --- Sections -----------------------------------------------------------------------------------
 
-// Paths below the feature's key compare as the registry compares them; section names are ASCII.
-bool SamePath(WStringView one, WStringView other) {
-    const auto lower = [](WCHAR unit) {
-        return unit >= 'A' && unit <= 'Z' ? static_cast<WCHAR>(unit - 'A' + 'a') : unit;
-    };
-    return std::ranges::equal(one, other, {}, lower, lower);
+WString Subpath(const WString& path, const WString& name) {
+    return path.empty() ? name : path + TEXT('\\') + name;
 }
 
 // The element name of the section at a path below the feature's key; empty when it is none.
 WString SectionElement(WStringView path) {
     for (WString& section : SplitText(TEXT(PLUGIN_SECTIONS), TEXT(" "))) {
         std::ranges::replace(section, TEXT('/'), TEXT('\\'));
-        if (SamePath(section, path)) return section.substr(section.find_last_of(TEXT('\\')) + 1);
+        if (EqualIgnoringCase(section, path))
+            return section.substr(section.find_last_of(TEXT('\\')) + 1);
     }
     return {};
 }
@@ -89,6 +96,18 @@ TiXmlElement ElementOfKey(const WString& path, const WString& name) {
     TiXmlElement element("key");
     SetTextAttribute(element, "name", name);
     return element;
+}
+
+// True when there are sections below the path.
+bool HasSections(WStringView path) {
+    for (WString& section : SplitText(TEXT(PLUGIN_SECTIONS), TEXT(" "))) {
+        std::ranges::replace(section, TEXT('/'), TEXT('\\'));
+        const auto separator = section.find_last_of(TEXT('\\'));
+        const WString parent =
+            separator == WString::npos ? WString() : section.substr(0, separator);
+        if (EqualIgnoringCase(parent, path)) return true;
+    }
+    return false;
 }
 
 // --- Export -------------------------------------------------------------------------------------
@@ -105,7 +124,7 @@ bool KeyToXml(HKEY key, const WString& path, const WCHAR* password, TiXmlElement
     }
     if (!SubkeyNames(key, names)) complete = false;
     for (const WString& name : names) {
-        const WString subpath = path.empty() ? name : path + TEXT('\\') + name;
+        const WString subpath = Subpath(path, name);
         UniqueRegKey subkey;
         if (depth == kMaxXmlDepth ||
             RegOpenKeyExW(key, name.c_str(), 0, KEY_READ, subkey.put()) != ERROR_SUCCESS) {
@@ -145,25 +164,154 @@ int Export(const WCHAR* file, const WCHAR* password) {
     return SaveXmlFile(path, document) && complete ? 0 : kFailed;
 }
 
-int GuardedExport(const WCHAR* file, const WCHAR* password) noexcept {
+// --- Import -------------------------------------------------------------------------------------
+
+// What a key is to become.
+struct KeyPlan {
+    WString path;  // below the feature's key
+    std::vector<ValueToWrite> values;
+    std::vector<KeyPlan> subkeys;
+};
+
+WString WholePath(const WString& path) {
+    return path.empty() ? WString(kFeatureKey) : Subpath(kFeatureKey, path);
+}
+
+// The name of the subkey that an element stands for; empty when it stands for none.
+WString SubkeyName(const TiXmlElement& element, const WString& path) {
+    WString name;
+    if (element.ValueStr() == "key") {
+        GetTextAttribute(element, "name", name);
+    } else {
+        const WString section = Utf8ToWide(element.ValueStr());
+        if (!SectionElement(Subpath(path, section)).empty()) name = section;
+    }
+    return name;
+}
+
+// Reads the plan for the key at `plan.path` from its element; false when a value cannot be read.
+bool KeyFromXml(const TiXmlElement& element, const WCHAR* password, KeyPlan& plan) {
+    for (const auto* child = element.FirstChildElement(); child != nullptr;
+         child = child->NextSiblingElement()) {
+        if (child->ValueStr() == "value") {
+            ValueToWrite value;
+            if (!ValueFromXml(*child, password, value)) return false;
+            plan.values.push_back(std::move(value));
+            continue;
+        }
+        const WString name = SubkeyName(*child, plan.path);
+        if (name.empty()) continue;
+        KeyPlan& subkey = plan.subkeys.emplace_back();
+        subkey.path = Subpath(plan.path, name);
+        if (!KeyFromXml(*child, password, subkey)) return false;
+    }
+    return true;
+}
+
+using NameSet = std::set<WString, LessIgnoringCase>;
+
+bool RemoveUnnamedValues(HKEY key, const KeyPlan& plan) {
+    NameSet named;
+    for (const ValueToWrite& planned : plan.values) named.insert(planned.value.name);
+    std::vector<RegistryValue> values;
+    if (!ReadValues(key, values)) return false;
+    bool complete = true;
+    for (const RegistryValue& value : values) {
+        if (!named.contains(value.name) && !reg_removevalueW(key, value.name.c_str())) {
+            complete = false;
+        }
+    }
+    return complete;
+}
+
+bool RemoveUnnamedSubkeys(HKEY key, const KeyPlan& plan) {
+    NameSet named;
+    for (const KeyPlan& subkey : plan.subkeys) named.insert(subkey.path);
+    std::vector<WString> names;
+    if (!SubkeyNames(key, names)) return false;
+    bool complete = true;
+    for (const WString& name : names) {
+        const WString path = Subpath(plan.path, name);
+        if (!named.contains(path) &&
+            SHDeleteKeyW(HKEY_LOCAL_MACHINE, WholePath(path).c_str()) != ERROR_SUCCESS) {
+            complete = false;
+        }
+    }
+    return complete;
+}
+
+// Carries out a plan, and goes on past what cannot be written. True when everything was.
+bool WriteKey(const KeyPlan& plan) {
+    const WString whole = WholePath(plan.path);
+    const UniqueRegKey key(reg_createkeyW(HKEY_LOCAL_MACHINE, whole.c_str()));
+    if (!key) return false;
+    bool complete = true;
+    for (const ValueToWrite& value : plan.values) {
+        if (!WriteValue(key.get(), value)) complete = false;
+    }
+    for (const KeyPlan& subkey : plan.subkeys) {
+        if (!WriteKey(subkey)) complete = false;
+    }
+    if (HasSections(plan.path)) return complete;
+    if (!RemoveUnnamedValues(key.get(), plan)) complete = false;
+    if (!RemoveUnnamedSubkeys(key.get(), plan)) complete = false;
+    return complete;
+}
+
+int Import(const WCHAR* file, const WCHAR* password) {
+    TiXmlDocument document;
+    if (!LoadXmlFile(WideToAnsi(file), document)) return kFailed;
+    const TiXmlElement* root = document.RootElement();
+    if (root == nullptr || root->ValueStr() != kRootElement) return kFailed;
+    const TiXmlElement* own = root->FirstChildElement(PLUGIN_ELEMENT);
+    if (own == nullptr) return 0;
+
+    KeyPlan plan;
+    if (!KeyFromXml(*own, password, plan)) return kFailed;
+    if (sec_is_registry_locked()) return kLocked;
+    return WriteKey(plan) ? 0 : kFailed;
+}
+
+// --- The exports --------------------------------------------------------------------------------
+
+using Job = int (*)(const WCHAR* file, const WCHAR* password);
+
+int Guarded(Job job, const WCHAR* file, const WCHAR* password) noexcept {
     try {
-        return file == nullptr ? kFailed : Export(file, password);
+        return file == nullptr ? kFailed : job(file, password);
     } catch (...) {
         return kFailed;
     }
 }
 
+struct AdvancedOperation {
+    const WCHAR* name;
+    Job job;
+};
+constexpr AdvancedOperation kAdvancedOperations[] = {
+    {TEXT("export-install"), Export},          {TEXT("import+CA"), Import},
+    {TEXT("import_installer_config"), Import}, {TEXT("import_installer_config+ca"), Import},
+    {TEXT("import_gwyip_config"), Import},     {TEXT("gwy_import"), Import},
+};
+
 }  // namespace
 
 PLUGIN_EXPORT int WINAPI ExportToXml(const WCHAR* file, const WCHAR* /*sessionId*/,
                                      const WCHAR* password) {
-    return GuardedExport(file, password);
+    return Guarded(Export, file, password);
+}
+
+PLUGIN_EXPORT int WINAPI ImportFromXml(const WCHAR* file, const WCHAR* /*sessionId*/,
+                                       const WCHAR* password) {
+    return Guarded(Import, file, password);
 }
 
 PLUGIN_EXPORT int WINAPI AdvancedOp(const WCHAR* file, const WCHAR* operation,
                                     const WCHAR* /*sessionId*/, const WCHAR* password) {
-    if (operation == nullptr || WStringView(operation) != TEXT("export-install")) {
-        return kNotSupported;
+    for (const AdvancedOperation& row : kAdvancedOperations) {
+        if (operation != nullptr && WStringView(operation) == row.name) {
+            return Guarded(row.job, file, password);
+        }
     }
-    return GuardedExport(file, password);
+    return kNotSupported;
 }

@@ -3,13 +3,17 @@
 #include <utilsdll.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 
 #include "common/hex.h"
 
 namespace {
+
+const std::string kEncryptedMarker = "EncX ";
 
 struct FreeText {
     void operator()(WCHAR* text) const { reg_free(text); }
@@ -83,20 +87,52 @@ bool NumberToXml(HKEY /*key*/, const RegistryValue& value, std::string& data) {
     return true;
 }
 
+// --- ... and back -------------------------------------------------------------------------------
+
+bool StringFromXml(const std::string& data, ValueToWrite& value) {
+    const WString text = Utf8ToWide(data);
+    if (value.value.type == REG_SZ) {
+        value.form = ValueToWrite::Form::kPlain;
+        value.text = text;
+    } else {
+        const auto* bytes = reinterpret_cast<const BYTE*>(text.c_str());
+        value.value.data.assign(bytes, bytes + (text.size() + 1) * sizeof(WCHAR));
+    }
+    return true;
+}
+
+template <typename Number>
+bool NumberFromXml(const std::string& data, ValueToWrite& value) {
+    errno = 0;
+    char* end = nullptr;
+    const unsigned long long parsed = std::strtoull(data.c_str(), &end, 10);
+    const auto number = static_cast<Number>(parsed);
+    if (data.empty() || *end != '\0' || errno != 0 || number != parsed) return false;
+    const auto* bytes = reinterpret_cast<const BYTE*>(&number);
+    value.value.data.assign(bytes, bytes + sizeof number);
+    return true;
+}
+
 struct ValueType {
     DWORD type;
     bool (*toXml)(HKEY key, const RegistryValue& value, std::string& data);
+    bool (*fromXml)(const std::string& data, ValueToWrite& value);
 };
 constexpr ValueType kValueTypes[] = {
-    {REG_SZ, StringToXml},
-    {REG_EXPAND_SZ, StringToXml},
-    {REG_DWORD, NumberToXml<DWORD>},
-    {REG_QWORD, NumberToXml<ULONGLONG>},
+    {REG_SZ, StringToXml, StringFromXml},
+    {REG_EXPAND_SZ, StringToXml, StringFromXml},
+    {REG_DWORD, NumberToXml<DWORD>, NumberFromXml<DWORD>},
+    {REG_QWORD, NumberToXml<ULONGLONG>, NumberFromXml<ULONGLONG>},
 };
 
+const ValueType* FindType(DWORD type) {
+    const auto* row = std::ranges::find(kValueTypes, type, &ValueType::type);
+    return row == std::end(kValueTypes) ? nullptr : row;
+}
+
 bool PlainForm(HKEY key, const RegistryValue& value, std::string& data) {
-    const auto* row = std::ranges::find(kValueTypes, value.type, &ValueType::type);
-    return row != std::end(kValueTypes) && row->toXml(key, value, data);
+    const ValueType* row = FindType(value.type);
+    return row != nullptr && row->toXml(key, value, data);
 }
 
 // --- The encrypted form -------------------------------------------------------------------------
@@ -114,8 +150,26 @@ bool EncryptedForm(HKEY key, const RegistryValue& value, const WCHAR* password, 
                        password) != 0) {
         return false;
     }
-    data = "EncX " + BytesToHex(encrypted.data(), size);
+    data = kEncryptedMarker + BytesToHex(encrypted.data(), size);
     return true;
+}
+
+bool OpenEncryptedForm(const std::string& data, const WCHAR* password, SecureText& text) {
+    std::vector<BYTE> encrypted;
+    if (password == nullptr || data.compare(0, kEncryptedMarker.size(), kEncryptedMarker) != 0 ||
+        !HexToBytes(std::string_view(data).substr(kEncryptedMarker.size()), encrypted)) {
+        return false;
+    }
+    SecureBytes plain(encrypted.size() + sizeof(WCHAR));
+    auto size = static_cast<DWORD>(encrypted.size());
+    if (decrypt_buffer(encrypted.data(), size, plain.data(), &size, password) != 0) return false;
+    text = WStringView(reinterpret_cast<const WCHAR*>(plain.data()), size / sizeof(WCHAR));
+    return true;
+}
+
+bool IsHex(const TiXmlElement& element, const std::string& attribute) {
+    const std::string* encoding = element.Attribute(attribute + "-encoding");
+    return encoding != nullptr && *encoding == "hex";
 }
 
 }  // namespace
@@ -128,6 +182,20 @@ void SetTextAttribute(TiXmlElement& element, const std::string& attribute, WStri
     element.SetAttribute(attribute, BytesToHex(reinterpret_cast<const BYTE*>(text.data()),
                                                text.size() * sizeof(WCHAR)));
     element.SetAttribute(attribute + "-encoding", "hex");
+}
+
+bool GetTextAttribute(const TiXmlElement& element, const std::string& attribute, WString& text) {
+    const std::string* data = element.Attribute(attribute);
+    if (data == nullptr) return false;
+    if (!IsHex(element, attribute)) {
+        text = Utf8ToWide(*data);
+        return true;
+    }
+    std::vector<BYTE> bytes;
+    if (!HexToBytes(*data, bytes)) return false;
+    text.assign(bytes.size() / sizeof(WCHAR), WCHAR{0});
+    std::memcpy(text.data(), bytes.data(), text.size() * sizeof(WCHAR));
+    return true;
 }
 
 bool ValueToXml(HKEY key, const RegistryValue& value, const WCHAR* password, TiXmlElement& parent) {
@@ -150,4 +218,41 @@ bool ValueToXml(HKEY key, const RegistryValue& value, const WCHAR* password, TiX
     }
     parent.InsertEndChild(element);
     return true;
+}
+
+bool ValueFromXml(const TiXmlElement& element, const WCHAR* password, ValueToWrite& value) {
+    int type = -1;
+    const std::string* data = element.Attribute(std::string("data"));
+    if (!GetTextAttribute(element, "name", value.value.name) || data == nullptr ||
+        element.QueryIntAttribute("type", &type) != TIXML_SUCCESS || type < 0) {
+        return false;
+    }
+    value.value.type = static_cast<DWORD>(type);
+
+    const std::string* enc = element.Attribute(std::string("enc"));
+    if (enc != nullptr && *enc == "1") {
+        value.form = ValueToWrite::Form::kProtected;
+        return OpenEncryptedForm(*data, password, value.text);
+    }
+    if (IsHex(element, "data")) {
+        std::vector<BYTE> bytes;
+        if (!HexToBytes(*data, bytes)) return false;
+        value.value.data.assign(bytes.begin(), bytes.end());
+        return true;
+    }
+    const ValueType* row = FindType(value.value.type);
+    return row != nullptr && row->fromXml(*data, value);
+}
+
+bool WriteValue(HKEY key, const ValueToWrite& value) {
+    const WCHAR* name = value.value.name.c_str();
+    switch (value.form) {
+        case ValueToWrite::Form::kPlain:
+            return reg_setstringW(key, name, value.text.c_str());
+        case ValueToWrite::Form::kProtected:
+            return reg_setstring_encW(key, name, value.text.c_str());
+        default:
+            return RegSetValueExW(key, name, 0, value.value.type, value.value.data.data(),
+                                  static_cast<DWORD>(value.value.data.size())) == ERROR_SUCCESS;
+    }
 }

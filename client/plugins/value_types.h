@@ -25,7 +25,28 @@ struct RegistryValue {
 // Sets an attribute to a text: UTF-8 or, for a text that XML cannot carry, the hexadecimal of its
 // UTF-16LE units and <attribute>-encoding="hex".
 void SetTextAttribute(TiXmlElement& element, const std::string& attribute, WStringView text);
+// Reads it back; false when the attribute is missing.
+bool GetTextAttribute(const TiXmlElement& element, const std::string& attribute, WString& text);
 
 // Adds the element of a value of `key` to `parent`; false, with nothing added, when a protected
 // value cannot be carried over.
 bool ValueToXml(HKEY key, const RegistryValue& value, const WCHAR* password, TiXmlElement& parent);
+
+// A value on its way back into the registry.
+struct ValueToWrite {
+    enum class Form {
+        kStored,     // `value.data` is what the registry stores
+        kPlain,      // `text`, for the utility library to store
+        kProtected,  // `text`, to be kept protected
+    };
+    RegistryValue value;
+    Form form = Form::kStored;
+    SecureText text;
+};
+
+// Reads the element of a value; false when it is not one that ValueToXml writes, or its encrypted
+// data does not open with the password.
+bool ValueFromXml(const TiXmlElement& element, const WCHAR* password, ValueToWrite& value);
+
+// Writes it into the key; false when that fails.
+bool WriteValue(HKEY key, const ValueToWrite& value);

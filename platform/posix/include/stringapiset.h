@@ -14,4 +14,10 @@ WINAPI_EXPORT int WINAPI MultiByteToWideChar(UINT CodePage, DWORD dwFlags, LPCCH
 WINAPI_EXPORT int WINAPI WideCharToMultiByte(UINT CodePage, DWORD dwFlags, LPCWCH lpWideCharStr,
                                              int cchWideChar, LPSTR lpMultiByteStr, int cbMultiByte,
                                              LPCCH lpDefaultChar, LPBOOL lpUsedDefaultChar);
+
+// Orders two texts by their UTF-16 units, with bIgnoreCase in upper case as the registry and the
+// file system compare names. A length of -1 counts up to the terminator. One of the CSTR_ values;
+// 0, with ERROR_INVALID_PARAMETER, for a null text or another negative length.
+WINAPI_EXPORT int WINAPI CompareStringOrdinal(LPCWCH lpString1, int cchCount1, LPCWCH lpString2,
+                                              int cchCount2, BOOL bIgnoreCase);
 }

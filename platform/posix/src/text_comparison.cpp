@@ -1,0 +1,27 @@
+#include <stringapiset.h>
+
+#include <string_view>
+
+#include "last_error.h"
+#include "text.h"
+
+namespace {
+
+std::u16string_view TextOf(LPCWCH text, int length) {
+    return length == -1 ? std::u16string_view(text)
+                        : std::u16string_view(text, static_cast<std::size_t>(length));
+}
+
+}  // namespace
+
+extern "C" int WINAPI CompareStringOrdinal(LPCWCH lpString1, int cchCount1, LPCWCH lpString2,
+                                           int cchCount2, BOOL bIgnoreCase) {
+    if (lpString1 == nullptr || lpString2 == nullptr || cchCount1 < -1 || cchCount2 < -1) {
+        return platform::Fail(ERROR_INVALID_PARAMETER);
+    }
+    const std::u16string_view one = TextOf(lpString1, cchCount1);
+    const std::u16string_view other = TextOf(lpString2, cchCount2);
+    const int order = bIgnoreCase ? platform::UpperCase(one).compare(platform::UpperCase(other))
+                                  : one.compare(other);
+    return order < 0 ? CSTR_LESS_THAN : order > 0 ? CSTR_GREATER_THAN : CSTR_EQUAL;
+}
