@@ -1,5 +1,6 @@
 #include "app/notifications.h"
 
+#include <gui_message.h>
 #include <utilsdll.h>
 
 #include "app/run_settings.h"
@@ -9,7 +10,6 @@
 
 namespace {
 
-constexpr const WCHAR* kGuiPipe = TEXT("\\\\.\\pipe\\SN_{8264D419-EBF5-4727-9E4C-AC4EB4EF54F3}");
 constexpr int kTrayTextCapacity = 512;  // characters
 constexpr DWORD kTrayWaitMilliseconds = 1000;
 

@@ -1,4 +1,4 @@
-// Text on standard output.
+// Text on standard output and standard error.
 #pragma once
 
 #include "common/text.h"
@@ -6,3 +6,6 @@
 // Writes the text through the console's own call on a console, and as UTF-8 to a file or pipe.
 // Output that cannot be written is lost without a message.
 void WriteConsoleText(WStringView text);
+
+// The same on standard error.
+void WriteErrorText(WStringView text);

@@ -20,6 +20,12 @@ bool IsDigit(WCHAR unit) {
     return unit >= '0' && unit <= '9';
 }
 
+// Control characters, the Unicode line ends, and the marks that reorder what a terminal shows.
+bool IsUnsafe(WCHAR unit) {
+    return unit < 0x20 || (unit >= 0x7F && unit < 0xA0) || (unit >= 0x2028 && unit <= 0x202E) ||
+           (unit >= 0x2066 && unit <= 0x2069);
+}
+
 bool SkipPrefix(const WCHAR*& at, const char* prefix) {
     const WCHAR* end = at;
     for (; *prefix != '\0'; ++prefix, ++end) {
@@ -203,4 +209,17 @@ WString FormatWide(const WCHAR* format, ...) {
     WString text = FormatWideV(format, arguments);
     va_end(arguments);
     return text;
+}
+
+WString OneLine(WStringView text) {
+    WString line;
+    line.reserve(text.size());
+    for (const WCHAR unit : text) {
+        if (IsUnsafe(unit)) {
+            line += FormatWide(TEXT("\\x%02X"), static_cast<unsigned>(unit));
+        } else {
+            line += unit;
+        }
+    }
+    return line;
 }

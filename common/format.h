@@ -11,3 +11,7 @@
 // on Windows. A null text prints as "(null)". %n is not supported. The result is never cut.
 WString FormatWide(const WCHAR* format, ...);
 WString FormatWideV(const WCHAR* format, va_list arguments);
+
+// The text as it can be shown in one line: a character that could break the line, or hide or
+// reorder a part of it, becomes "\x" and its code in hexadecimal.
+WString OneLine(WStringView text);

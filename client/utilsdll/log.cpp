@@ -26,25 +26,6 @@ bool IsFileName(WStringView component) {
            component.find_first_of(TEXT("\\/:*?\"<>|")) == WStringView::npos;
 }
 
-// Control characters, the Unicode line ends, and the marks that reorder what a terminal shows.
-bool IsUnsafe(WCHAR unit) {
-    return unit < 0x20 || (unit >= 0x7F && unit < 0xA0) || (unit >= 0x2028 && unit <= 0x202E) ||
-           (unit >= 0x2066 && unit <= 0x2069);
-}
-
-WString OneLine(const WString& text) {
-    WString line;
-    line.reserve(text.size());
-    for (const WCHAR unit : text) {
-        if (IsUnsafe(unit)) {
-            line += FormatWide(TEXT("\\x%02X"), static_cast<unsigned>(unit));
-        } else {
-            line += unit;
-        }
-    }
-    return line;
-}
-
 WString LineStart(const WCHAR* level) {
     SYSTEMTIME now;
     GetLocalTime(&now);

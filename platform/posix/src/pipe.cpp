@@ -216,7 +216,9 @@ DWORD PipeInstance::TryAccept() {
 
 HANDLE OpenPipe(const std::string& name, DWORD access, DWORD flags) {
     constexpr DWORD kAccess = GENERIC_READ | GENERIC_WRITE;
-    constexpr DWORD kFlags = FILE_FLAG_OVERLAPPED | FILE_ATTRIBUTE_NORMAL;
+    // No server of this system can act as its client: what it may do with one needs no keeping.
+    constexpr DWORD kFlags = FILE_FLAG_OVERLAPPED | FILE_ATTRIBUTE_NORMAL | SECURITY_SQOS_PRESENT |
+                             SECURITY_IDENTIFICATION;
     if (access != kAccess || (flags & ~kFlags) != 0) {
         Fail(ERROR_NOT_SUPPORTED);
         return INVALID_HANDLE_VALUE;
