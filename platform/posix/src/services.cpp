@@ -1,4 +1,4 @@
-// Services. A service runs while the machine's folder holds a file "run/services/NAME", by its
+// Services. A service runs while the machine's folder holds a file "services/NAME", by its
 // upper-case name.
 #include <fcntl.h>
 #include <shlobj.h>
@@ -42,7 +42,7 @@ class Service : public KernelObject {
     BOOL Stop() const;
 
   private:
-    static constexpr const char* kStateFolder = "run/services";
+    static constexpr const char* kStateFolder = "services";
 
     std::string StatePath() const {
         return EndpointFolder() + "/" + kStateFolder + "/" + BytesOf(name_);
