@@ -1,85 +1,98 @@
 // snclient: what an administrator, or another part of the client, does around the configuration
 // tool.
-#include <utilsdll.h>
-#include <windows.h>
-
-#include <span>
-
+#include "client/snclient/commands.h"
 #include "common/console_text.h"
-#include "common/format.h"
-#include "common/handles.h"
 
 namespace {
 
-using Arguments = std::span<WCHAR* const>;
-
-constexpr int kExitOk = 0;
-constexpr int kExitFailed = 1;
-constexpr int kExitUsage = 2;
-
-void Print(const WCHAR* format, const WCHAR* text) {
-    WriteConsoleText(FormatWide(format, text));
-}
-
-// A registry key by its name as `reg` writes it: "HKLM\..." or "HKCU\...".
-UniqueRegKey OpenNamedKey(WStringView name) {
-    const auto separator = name.find('\\');
-    const WStringView hive = name.substr(0, separator);
-    const HKEY root = hive == TEXT("HKLM")   ? HKEY_LOCAL_MACHINE
-                      : hive == TEXT("HKCU") ? HKEY_CURRENT_USER
-                                             : nullptr;
-    if (root == nullptr || separator == WStringView::npos) return {};
-    return UniqueRegKey(reg_openkeyW(root, WString(name.substr(separator + 1)).c_str()));
-}
-
-// protect-value KEY NAME: keeps a plain string value in the protected form from now on - bound to
-// the current user in the user's own hive, to the machine elsewhere.
-int ProtectValue(Arguments arguments) {
-    const WStringView keyName = arguments[0];
-    const WCHAR* valueName = arguments[1];
-    const UniqueRegKey key = OpenNamedKey(keyName);
-    WCHAR* text = nullptr;
-    if (!key || !reg_getstringW(key.get(), valueName, &text, nullptr)) {
-        Print(TEXT("snclient: no string value %s in that key\n"), valueName);
-        return kExitFailed;
-    }
-    const bool isProtected = keyName.starts_with(TEXT("HKCU"))
-                                 ? reg_setstring_enc_cuW(key.get(), valueName, text)
-                                 : reg_setstring_encW(key.get(), valueName, text);
-    reg_free(text);
-    if (isProtected) return kExitOk;
-    Print(TEXT("snclient: cannot write %s\n"), valueName);
-    return kExitFailed;
-}
-
 struct Command {
     const WCHAR* name;
-    std::size_t arguments;
+    std::size_t fewestArguments;
+    std::size_t mostArguments;
     int (*run)(Arguments arguments);
+    const WCHAR* synopsis;
     const WCHAR* help;
 };
 
 constexpr Command kCommands[] = {
-    {TEXT("protect-value"), 2, ProtectValue,
-     TEXT("  protect-value KEY NAME   keep a string value of HKLM\\... or HKCU\\... encrypted\n")},
+    {TEXT("status"), 0, 0, ShowStatus, TEXT("status"),
+     TEXT("shows the client's state and the user's rights, a fact on each line")},
+    {TEXT("set-lock-password"), 1, 1, SetLockPassword, TEXT("set-lock-password PASSWORD"),
+     TEXT("sets the configuration lock password")},
+    {TEXT("clear-lock-password"), 0, 0, ClearLockPassword, TEXT("clear-lock-password"),
+     TEXT("removes the configuration lock password")},
+    {TEXT("lock"), 0, 0, LockRegistry, TEXT("lock"),
+     TEXT("locks the client's part of the registry")},
+    {TEXT("unlock"), 0, 0, UnlockRegistry, TEXT("unlock"), TEXT("unlocks it")},
+    {TEXT("managed"), 1, 1, SetManaged, TEXT("managed on|off"),
+     TEXT("says whether the client is managed centrally")},
+    {TEXT("fips"), 1, 1, SetFips, TEXT("fips on|off"), TEXT("switches FIPS mode")},
+    {TEXT("service"), 2, 2, ControlClientService, TEXT("service NAME start|stop"),
+     TEXT("starts or stops a service; one that starts for the first time is registered")},
+    {TEXT("encrypt-password"), 1, 1, EncryptPassword, TEXT("encrypt-password PASSWORD"),
+     TEXT("prints the encrypted form of a password, for SNConfig -p")},
+    {TEXT("encrypt-pid"), 1, 1, EncryptProcessId, TEXT("encrypt-pid PID"),
+     TEXT("prints the encrypted form of a process id, for SNConfig -c")},
+    {TEXT("encrypt-file"), 3, 4, EncryptFileContent,
+     TEXT("encrypt-file IN OUT PASSWORD [--marker]"),
+     TEXT("encrypts a file with a password; the marker \"Enc \" can stand before it")},
+    {TEXT("protect-file"), 2, 2, ProtectFile, TEXT("protect-file FILE machine|user"),
+     TEXT("protects a file for this machine or for the current user, in place")},
+    {TEXT("mask-file"), 1, 1, MaskFile, TEXT("mask-file FILE"),
+     TEXT("masks a file, or takes its mask off, in place")},
+    {TEXT("protect-value"), 2, 2, ProtectValue, TEXT("protect-value KEY VALUE"),
+     TEXT("keeps a string value of HKLM\\... or HKCU\\... encrypted from now on")},
 };
 
-int Usage() {
-    WriteConsoleText(TEXT("usage: snclient COMMAND [ARGUMENT...]\n\n"));
-    for (const Command& command : kCommands) WriteConsoleText(command.help);
+constexpr const WCHAR* kNotes =
+    TEXT("\nPASSWORD \"-\" is read from the first line of standard input.\n")
+        TEXT("Exit codes: 0 done, 1 failed, 2 wrong arguments.\n");
+
+WString HelpOn(const Command& command) {
+    return WString(TEXT("  ")) + command.synopsis + TEXT("\n      ") + command.help + TEXT("\n");
+}
+
+WString HelpOnAll() {
+    WString text = TEXT("usage: snclient COMMAND [ARGUMENT...]\n\n");
+    for (const Command& command : kCommands) text += HelpOn(command);
+    return text + kNotes;
+}
+
+const Command* FindCommand(WStringView name) {
+    for (const Command& command : kCommands) {
+        if (name == command.name) return &command;
+    }
+    return nullptr;
+}
+
+int Usage(const WString& text) {
+    WriteErrorText(text);
     return kExitUsage;
+}
+
+bool AsksForHelp(WStringView word) {
+    return word == TEXT("--help") || word == TEXT("-h") || word == TEXT("help");
 }
 
 }  // namespace
 
 extern "C" int wmain(int argc, WCHAR** argv) {
     const Arguments words(argv, static_cast<std::size_t>(argc));
-    if (words.size() < 2) return Usage();
-    const Arguments arguments = words.subspan(2);
-    for (const Command& command : kCommands) {
-        if (WStringView(words[1]) == command.name && arguments.size() == command.arguments) {
-            return command.run(arguments);
-        }
+    if (words.size() < 2) return Usage(HelpOnAll());
+    if (AsksForHelp(words[1])) {
+        WriteConsoleText(HelpOnAll());
+        return kExitOk;
     }
-    return Usage();
+    const Command* const command = FindCommand(words[1]);
+    if (command == nullptr) return WrongArgument(TEXT("no command %s; see --help"), words[1]);
+
+    const Arguments arguments = words.subspan(2);
+    if (arguments.size() == 1 && WStringView(arguments[0]) == TEXT("--help")) {
+        WriteConsoleText(HelpOn(*command));
+        return kExitOk;
+    }
+    if (arguments.size() < command->fewestArguments || arguments.size() > command->mostArguments) {
+        return Usage(TEXT("usage:\n") + HelpOn(*command));
+    }
+    return command->run(arguments);
 }

@@ -1,0 +1,41 @@
+// The commands of snclient. Each gets the words behind its name, as many as its row of the command
+// table says, and returns the program's exit code.
+#pragma once
+
+#include <windows.h>
+
+#include <span>
+
+#include "common/secure_text.h"
+
+using Arguments = std::span<WCHAR* const>;
+
+inline constexpr int kExitOk = 0;
+inline constexpr int kExitFailed = 1;
+inline constexpr int kExitUsage = 2;
+
+// What stands around the configuration tool.
+int SetLockPassword(Arguments arguments);
+int ClearLockPassword(Arguments arguments);
+int LockRegistry(Arguments arguments);
+int UnlockRegistry(Arguments arguments);
+int SetManaged(Arguments arguments);
+int SetFips(Arguments arguments);
+int ControlClientService(Arguments arguments);
+int ShowStatus(Arguments arguments);
+
+// What it reads.
+int EncryptPassword(Arguments arguments);
+int EncryptProcessId(Arguments arguments);
+int EncryptFileContent(Arguments arguments);
+int ProtectFile(Arguments arguments);
+int MaskFile(Arguments arguments);
+int ProtectValue(Arguments arguments);
+
+// Says on standard error what failed, in the format of FormatWide; returns kExitFailed.
+int Failed(const WCHAR* format, const WCHAR* subject = nullptr, DWORD error = 0);
+// Says what is wrong with the arguments; returns kExitUsage.
+int WrongArgument(const WCHAR* format, const WCHAR* argument = nullptr);
+
+// A password given as an argument; "-" stands for the first line of standard input, in UTF-8.
+SecureText PasswordArgument(const WCHAR* argument);

@@ -1,0 +1,152 @@
+// Commands that set or show what stands around the configuration tool.
+#include <utilsdll.h>
+
+#include "client/snclient/commands.h"
+#include "common/console_text.h"
+#include "common/format.h"
+#include "common/handles.h"
+#include "common/path.h"
+
+namespace {
+
+constexpr const WCHAR* kMayNot = TEXT("cannot write the client's state: are you an administrator?");
+
+int Done(bool written) {
+    return written ? kExitOk : Failed(kMayNot);
+}
+
+// --- Switches -----------------------------------------------------------------------------------
+
+int Switch(const WCHAR* argument, bool (*set)(bool)) {
+    const WStringView word = argument;
+    if (word == TEXT("on")) return Done(set(true));
+    if (word == TEXT("off")) return Done(set(false));
+    return WrongArgument(TEXT("%s is neither on nor off"), argument);
+}
+
+// --- Services -----------------------------------------------------------------------------------
+
+constexpr DWORD kServiceRights = SERVICE_START | SERVICE_STOP | SERVICE_QUERY_STATUS;
+
+// A service's program is the one of its name in the client's folder.
+UniqueServiceHandle RegisterService(const WCHAR* name) {
+    const UniqueServiceHandle manager(
+        OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT | SC_MANAGER_CREATE_SERVICE));
+    if (!manager) return {};
+    const WString program = TEXT("\"") + JoinPath(cfg_get_install_dir(), name) + TEXT(".exe\"");
+    return UniqueServiceHandle(CreateServiceW(
+        manager.get(), name, name, kServiceRights, SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START,
+        SERVICE_ERROR_NORMAL, program.c_str(), nullptr, nullptr, nullptr, nullptr, nullptr));
+}
+
+UniqueServiceHandle OpenNamedService(const WCHAR* name) {
+    const UniqueServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
+    if (!manager) return {};
+    return UniqueServiceHandle(OpenServiceW(manager.get(), name, kServiceRights));
+}
+
+int StartNamedService(const WCHAR* name) {
+    UniqueServiceHandle service = OpenNamedService(name);
+    if (!service && GetLastError() == ERROR_SERVICE_DOES_NOT_EXIST) service = RegisterService(name);
+    if (service && (StartServiceW(service.get(), 0, nullptr) ||
+                    GetLastError() == ERROR_SERVICE_ALREADY_RUNNING)) {
+        return kExitOk;
+    }
+    return Failed(TEXT("cannot start %s (error %lu)"), name, GetLastError());
+}
+
+int StopNamedService(const WCHAR* name) {
+    const UniqueServiceHandle service = OpenNamedService(name);
+    SERVICE_STATUS status = {};
+    if (service && (ControlService(service.get(), SERVICE_CONTROL_STOP, &status) ||
+                    GetLastError() == ERROR_SERVICE_NOT_ACTIVE)) {
+        return kExitOk;
+    }
+    return Failed(TEXT("cannot stop %s (error %lu)"), name, GetLastError());
+}
+
+// --- Status -------------------------------------------------------------------------------------
+
+void ShowFact(const WCHAR* name, const WCHAR* value) {
+    WriteConsoleText(FormatWide(TEXT("%s: %s\n"), name, value));
+}
+
+void ShowFact(const WCHAR* name, bool yes) {
+    ShowFact(name, yes ? TEXT("yes") : TEXT("no"));
+}
+
+const WCHAR* UserTypeName() {
+    switch (sec_get_user_type()) {
+        case 0:
+            return TEXT("guest");
+        case 2:
+            return TEXT("administrator");
+        default:
+            return TEXT("standard user");
+    }
+}
+
+void ShowServices() {
+    UniqueRegKey services;
+    RegOpenKeyExW(HKEY_LOCAL_MACHINE, TEXT("SYSTEM\\CurrentControlSet\\Services"), 0, KEY_READ,
+                  services.put());
+    WCHAR name[256];
+    for (DWORD index = 0; services; ++index) {
+        DWORD length = 256;
+        if (RegEnumKeyExW(services.get(), index, name, &length, nullptr, nullptr, nullptr,
+                          nullptr) != ERROR_SUCCESS) {
+            return;
+        }
+        // The client's services alone: a machine has many others.
+        if (WStringView(name, length).starts_with(TEXT("SA_"))) {
+            ShowFact(FormatWide(TEXT("service %s"), name).c_str(),
+                     service_is_running(name) ? TEXT("running") : TEXT("stopped"));
+        }
+    }
+}
+
+}  // namespace
+
+int SetLockPassword(Arguments arguments) {
+    const SecureText password = PasswordArgument(arguments[0]);
+    if (password.empty()) return WrongArgument(TEXT("the password is empty"));
+    return Done(cfg_sentrelmanager_set_pwd(password.c_str()));
+}
+
+int ClearLockPassword(Arguments /*arguments*/) {
+    return Done(cfg_sentrelmanager_set_pwd(TEXT("")));
+}
+
+int LockRegistry(Arguments /*arguments*/) {
+    return Done(sec_set_sa_registry_lock(true));
+}
+
+int UnlockRegistry(Arguments /*arguments*/) {
+    return Done(sec_set_sa_registry_lock(false));
+}
+
+int SetManaged(Arguments arguments) {
+    return Switch(arguments[0], cfg_set_managed_by_cms);
+}
+
+int SetFips(Arguments arguments) {
+    return Switch(arguments[0], cfg_set_fips_mode);
+}
+
+int ControlClientService(Arguments arguments) {
+    const WStringView action = arguments[1];
+    if (action == TEXT("start")) return StartNamedService(arguments[0]);
+    if (action == TEXT("stop")) return StopNamedService(arguments[0]);
+    return WrongArgument(TEXT("%s is neither start nor stop"), arguments[1]);
+}
+
+int ShowStatus(Arguments /*arguments*/) {
+    ShowFact(TEXT("managed"), cfg_is_managed_by_cms() != 0);
+    ShowFact(TEXT("FIPS mode"), cfg_is_fips_mode_enabled() != 0);
+    ShowFact(TEXT("lock password set"), !cfg_sentrelmanager_cmp_pwd(TEXT("")));
+    ShowFact(TEXT("registry locked"), sec_is_registry_locked());
+    ShowServices();
+    ShowFact(TEXT("account"), sec_get_account_type() == 2 ? TEXT("system") : TEXT("user"));
+    ShowFact(TEXT("user"), UserTypeName());
+    return kExitOk;
+}
