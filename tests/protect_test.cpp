@@ -1,0 +1,172 @@
+// Protected files, the encrypted forms of passwords and values, and what stays hidden.
+#include <utilsdll.h>
+
+#include <fstream>
+
+#include "common/handles.h"
+#include "common/hex.h"
+#include "protect/built_in_secrets.h"
+#include "protect/data_protect.h"
+#include "protect/encrypted_forms.h"
+#include "registry/locations.h"
+#include "registry/registry.h"
+#include "tests/support/machine.h"
+#include "tests/support/wide.h"
+
+namespace {
+
+class ProtectedFile : public MachineTest {
+  protected:
+    int Protect(ProtectionScope scope = ProtectionScope::kMachine) {
+        return DataProtectFile(Wide(file_).c_str(), scope);
+    }
+    int Unprotect() { return DataUnprotectFile(Wide(file_).c_str()); }
+    std::string Content() { return ReadWholeFile(file_); }
+
+    // The entropy that the file carries, behind the mask.
+    std::string Entropy() {
+        std::string bytes = Content();
+        DataMaskBuffer(bytes.data(), static_cast<DWORD>(bytes.size()));
+        return bytes.substr(1, 64);
+    }
+
+    std::filesystem::path file_ = ScratchFolder() / "file";
+    std::string plain_ =
+        "<?xml version=\"1.0\"?><sentrel_configuration>secret</sentrel_configuration>";
+};
+
+TEST_F(ProtectedFile, IsReadAgainByAnotherRun) {
+    if (Role() == "reader") {
+        ASSERT_TRUE(DataProtectInit());
+        // Drawn anew in every process: what is read carries its own entropy.
+        WriteWholeFile(file_, ReadWholeFile(ScratchFolder() / "protected"));
+        ASSERT_EQ(Unprotect(), kDataOk);
+        EXPECT_EQ(Content(), plain_);
+        return;
+    }
+    ASSERT_TRUE(DataProtectInit());
+    for (const auto scope : {ProtectionScope::kMachine, ProtectionScope::kUser}) {
+        WriteWholeFile(file_, plain_);
+        ASSERT_EQ(Protect(scope), kDataOk);
+        const std::string first = Entropy();
+        EXPECT_EQ(Content().find("secret"), std::string::npos);
+        std::filesystem::copy_file(file_, ScratchFolder() / "protected",
+                                   std::filesystem::copy_options::overwrite_existing);
+        EXPECT_EQ(RunRole("reader").exitCode, 0);
+        ASSERT_EQ(Unprotect(), kDataOk);
+        EXPECT_EQ(Content(), plain_);
+        ASSERT_EQ(Protect(scope), kDataOk);
+        EXPECT_NE(Entropy(), first) << "every protection has a salt of its own";
+    }
+}
+
+TEST_F(ProtectedFile, DamageLeavesNoDocumentBehind) {
+    ASSERT_TRUE(DataProtectInit());
+    WriteWholeFile(file_, plain_);
+    ASSERT_EQ(Protect(), kDataOk);
+    const std::string good = Content();
+    for (std::size_t i = 0; i < 200; ++i) {
+        std::string flipped = good;
+        flipped[i % flipped.size()] = static_cast<char>(flipped[i % flipped.size()] ^ 0x10);
+        WriteWholeFile(file_, flipped);
+        EXPECT_EQ(Unprotect(), kDataOk);
+        // The scope byte alone tells only which flag is passed; the blob says for whom it is.
+        if (i != 0) EXPECT_NE(Content(), plain_) << i;
+        WriteWholeFile(file_, good.substr(0, i));
+        EXPECT_EQ(Unprotect(), i == 0 ? kDataFailed : kDataOk);
+        EXPECT_NE(Content(), plain_) << i;
+    }
+}
+
+TEST_F(ProtectedFile, MaskAloneIsItsOwnInverse) {
+    ASSERT_TRUE(DataProtectInit());
+    for (const std::size_t size : {1u, 64u, 65u, 127u, 128u, 129u, 1000u}) {
+        const std::string text(size, 'x');
+        WriteWholeFile(file_, text);
+        EXPECT_EQ(DataMaskFile(Wide(file_).c_str()), kDataOk);
+        EXPECT_NE(Content(), text);
+        std::string buffer = text;
+        EXPECT_NE(DataMaskBuffer(buffer.data(), static_cast<DWORD>(buffer.size())), 0);
+        EXPECT_EQ(Content(), buffer);
+        EXPECT_EQ(Unprotect(), kDataOk) << "a file that was only masked";
+        EXPECT_EQ(Content(), text);
+    }
+    WriteWholeFile(file_, "");
+    EXPECT_EQ(Protect(), kDataFailed);
+    EXPECT_EQ(Unprotect(), kDataFailed);
+    EXPECT_EQ(DataProtectFile(nullptr, ProtectionScope::kUser), kDataFailed);
+    EXPECT_EQ(DataUnprotectFile(Wide(ScratchFolder() / "missing").c_str()), kDataFailed);
+}
+
+TEST_F(ProtectedFile, KeyMaterialOfAnyShapeIsTaken) {
+    CRegistry product(true, false);
+    ASSERT_TRUE(product.CreateKey(kProductKey));
+    const std::vector<BYTE> bytes(100, 7);
+    const int part = Role().empty() ? -1 : std::stoi(Role());
+    if (part >= 0) {
+        ASSERT_TRUE(product.SetBinary(kDataKeyValue, bytes.data(), static_cast<DWORD>(part)));
+        if (part == 64) ASSERT_TRUE(product.SetString(kDataSaltValue, TEXT("text"), false));
+        EXPECT_TRUE(DataProtectInit());
+        BYTE entropy[kSlotSize] = {};
+        KeyMaterial& material = KeyMaterialOf(ProtectionScope::kMachine);
+        EXPECT_TRUE(DataDeriveEntropy(material.key, material.salt, entropy));
+        WriteWholeFile(file_, plain_);
+        EXPECT_EQ(Protect(), kDataOk);
+        EXPECT_EQ(Unprotect(), kDataOk);
+        EXPECT_EQ(Content(), plain_);
+        return;
+    }
+    for (const char* size : {"0", "1", "32", "64", "65", "100"}) {
+        EXPECT_EQ(RunRole(size).exitCode, 0) << size;
+    }
+}
+
+TEST_F(ProtectedFile, PasswordArgumentIsReadInBothEncodings) {
+    const auto encrypt = [](const void* plain, std::size_t size) {
+        BYTE cipher[260];
+        DWORD cipherSize = sizeof cipher;
+        const OpenedPassPhrase key(BuiltInPassPhrase::kB);
+        EXPECT_EQ(encrypt_buffer(plain, static_cast<DWORD>(size), cipher, &cipherSize, key.c_str()),
+                  0);
+        return Utf8ToWide(BytesToHex(cipher, cipherSize));
+    };
+    const std::pair<WString, WString> cases[] = {
+        {encrypt("pw1", 3), TEXT("pw1")},
+        {encrypt("größer", 8), TEXT("größer")},
+        {encrypt(TEXT("pw1"), 6), TEXT("pw1")},
+        {encrypt("x", 1), TEXT("x")},
+        {encrypt("", 0), TEXT("")},
+        {EncryptPasswordArgument(TEXT("Grüße aus Bern")), TEXT("Grüße aus Bern")},
+        {encrypt(std::string(232, 'p').data(), 232), WString(232, 'p')},
+    };
+    for (const auto& [argument, expected] : cases) {
+        SecureText password(TEXT("unchanged"));
+        EXPECT_TRUE(DecryptPasswordArgument(argument.c_str(), password));
+        EXPECT_EQ(WString(password.c_str()), expected);
+    }
+    for (const WString& argument :
+         {WString(TEXT("password")), WString(), cases[0].first + TEXT("0"), WString(5000, 'A')}) {
+        SecureText password(TEXT("unchanged"));
+        EXPECT_FALSE(DecryptPasswordArgument(argument.c_str(), password));
+        EXPECT_EQ(WString(password.c_str()), TEXT("unchanged"));
+    }
+}
+
+TEST_F(ProtectedFile, TheProgramHoldsNoSecretInPlain) {
+    const std::string program = ReadWholeFile(ProgramFolder() / "SNConfig");
+    ASSERT_FALSE(program.empty());
+    for (const auto which : {BuiltInPassPhrase::kA, BuiltInPassPhrase::kB}) {
+        const OpenedPassPhrase opened(which);
+        const WString phrase = opened.c_str();
+        ASSERT_GE(phrase.size(), 32u);
+        const std::string wide(reinterpret_cast<const char*>(phrase.data()), 32);
+        EXPECT_EQ(program.find(wide), std::string::npos);
+        EXPECT_EQ(program.find(WideToUtf8(phrase).substr(0, 16)), std::string::npos);
+    }
+    BYTE mask[128] = {};
+    ASSERT_NE(DataMaskBuffer(mask, sizeof mask), 0);
+    EXPECT_EQ(program.find(std::string(reinterpret_cast<const char*>(mask), 16)),
+              std::string::npos);
+}
+
+}  // namespace
