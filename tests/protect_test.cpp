@@ -71,7 +71,9 @@ TEST_F(ProtectedFile, DamageLeavesNoDocumentBehind) {
         WriteWholeFile(file_, flipped);
         EXPECT_EQ(Unprotect(), kDataOk);
         // The scope byte alone tells only which flag is passed; the blob says for whom it is.
-        if (i != 0) EXPECT_NE(Content(), plain_) << i;
+        if (i != 0) {
+            EXPECT_NE(Content(), plain_) << i;
+        }
         WriteWholeFile(file_, good.substr(0, i));
         EXPECT_EQ(Unprotect(), i == 0 ? kDataFailed : kDataOk);
         EXPECT_NE(Content(), plain_) << i;
@@ -105,7 +107,9 @@ TEST_F(ProtectedFile, KeyMaterialOfAnyShapeIsTaken) {
     const int part = Role().empty() ? -1 : std::stoi(Role());
     if (part >= 0) {
         ASSERT_TRUE(product.SetBinary(kDataKeyValue, bytes.data(), static_cast<DWORD>(part)));
-        if (part == 64) ASSERT_TRUE(product.SetString(kDataSaltValue, TEXT("text"), false));
+        if (part == 64) {
+            ASSERT_TRUE(product.SetString(kDataSaltValue, TEXT("text"), false));
+        }
         EXPECT_TRUE(DataProtectInit());
         BYTE entropy[kSlotSize] = {};
         KeyMaterial& material = KeyMaterialOf(ProtectionScope::kMachine);

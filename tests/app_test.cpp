@@ -1,0 +1,125 @@
+// The command line as settings, and the language in which the tool speaks.
+#include <utilsdll.h>
+
+#include "app/command_line.h"
+#include "app/run_settings.h"
+#include "app/string_ids.h"
+#include "app/ui_language.h"
+#include "common/path.h"
+#include "protect/encrypted_forms.h"
+#include "registry/locations.h"
+#include "registry/registry.h"
+#include "tests/support/machine.h"
+
+namespace {
+
+class CommandLine : public MachineTest {
+  protected:
+    static std::optional<int> Parse(std::vector<WString> words) {
+        words.insert(words.begin(), TEXT("SNConfig"));
+        std::vector<WCHAR*> argv;
+        for (WString& word : words) argv.push_back(word.data());
+        argv.push_back(nullptr);
+        return ParseCommandLine(static_cast<int>(words.size()), argv.data());
+    }
+    static WString Password() { return g_RunSettings.strPassword.c_str(); }
+};
+
+TEST_F(CommandLine, FillsTheSettings) {
+    EXPECT_EQ(Parse({TEXT("-dquf"),   TEXT("a b.xml"),
+                     TEXT("-mvpn"),   TEXT("-m"),
+                     TEXT("av"),      TEXT("word"),
+                     TEXT("-o"),      TEXT("import"),
+                     TEXT("-i"),      TEXT("3"),
+                     TEXT("-k"),      TEXT("ü"),
+                     TEXT("-v"),      TEXT("1.2.3.4"),
+                     TEXT("-O"),      TEXT("out"),
+                     TEXT("-s"),      TEXT("-x"),
+                     TEXT("-t"),      TEXT("abc"),
+                     TEXT("--VPN=1"), TEXT("--NOIMPERSONATEUSER"),
+                     TEXT("x")}),
+              std::nullopt);
+    const RunSettings& s = g_RunSettings;
+    EXPECT_TRUE(s.bDebug && s.bQuiet && s.bIncludeUserConfig && s.bVpnOnly && !s.bImpersonateUser);
+    EXPECT_FALSE(s.bCallerVerified);
+    EXPECT_EQ(s.strConfigFile, TEXT("a b.xml"));
+    EXPECT_EQ(s.strModule, TEXT("av"));
+    EXPECT_EQ(s.strOperation, TEXT("import"));
+    EXPECT_EQ(s.strSessionId, TEXT("3"));
+    EXPECT_EQ(WString(s.strUnlockPassword.c_str()), TEXT("ü"));
+    EXPECT_EQ(s.strVersionOverride, TEXT("1.2.3.4"));
+    EXPECT_EQ(s.strOutputFile, TEXT("out"));
+    EXPECT_EQ(Password(), TEXT("abc")) << "-t knows no length rule";
+
+    EXPECT_EQ(Parse({}), std::nullopt);
+    EXPECT_TRUE(s.strConfigFile.empty() && s.strPassword.empty() && s.bImpersonateUser &&
+                !s.bDebug);
+}
+
+TEST_F(CommandLine, TakesPasswordsPlainAndEncrypted) {
+    EXPECT_EQ(Parse({TEXT("-p"), TEXT("seven77"), TEXT("-d")}), kExitShortPassword);
+    EXPECT_FALSE(g_RunSettings.bDebug) << "what follows is not looked at";
+    EXPECT_EQ(Parse({TEXT("-p"), TEXT("eight888")}), std::nullopt);
+    EXPECT_EQ(Password(), TEXT("eight888"));
+    EXPECT_EQ(
+        Parse({TEXT("-p"), TEXT("eight888"), TEXT("-p"), EncryptPasswordArgument(TEXT("abc"))}),
+        std::nullopt);
+    EXPECT_EQ(Password(), TEXT("abc"));
+    EXPECT_EQ(Parse({TEXT("-p"), TEXT("eight888"), TEXT("-p"), TEXT("x")}), kExitShortPassword);
+}
+
+TEST_F(CommandLine, ACallerProvesThatItIsTheParent) {
+    EXPECT_EQ(Parse({TEXT("-c"), EncryptProcessIdArgument(GetCurrentProcessId())}), std::nullopt);
+    EXPECT_FALSE(g_RunSettings.bCallerVerified);
+    EXPECT_EQ(Parse({TEXT("-c"), TEXT("00FF")}), std::nullopt);
+    EXPECT_FALSE(g_RunSettings.bCallerVerified);
+    if (Role().empty()) {
+        const std::string proof = WideToUtf8(EncryptProcessIdArgument(GetCurrentProcessId()));
+        EXPECT_EQ(RunRole(proof).exitCode, 0);
+        return;
+    }
+    EXPECT_EQ(Parse({TEXT("-c"), Utf8ToWide(Role())}), std::nullopt);
+    EXPECT_TRUE(g_RunSettings.bCallerVerified);
+    EXPECT_EQ(Parse({TEXT("-c"), Utf8ToWide(Role()), TEXT("-c"), TEXT("zz")}), std::nullopt);
+    EXPECT_TRUE(g_RunSettings.bCallerVerified) << "what does not decrypt changes nothing";
+}
+
+TEST_F(CommandLine, ExpandsPathsThatFit) {
+    ASSERT_TRUE(SetEnvironmentVariableW(TEXT("SN_PLACE"), TEXT("/some/where")));
+    EXPECT_EQ(Parse({TEXT("-f"), TEXT("%SN_PLACE%/a"), TEXT("-O"), TEXT("%SN_MISSING%")}),
+              std::nullopt);
+    EXPECT_EQ(g_RunSettings.strConfigFile, TEXT("/some/where/a"));
+    EXPECT_EQ(g_RunSettings.strOutputFile, TEXT("%SN_MISSING%"));
+    for (const std::size_t length : {249u, 250u}) {  // 11 of the 260 characters are the variable's
+        const WString typed = TEXT("%SN_PLACE%") + WString(length, 'x');
+        EXPECT_EQ(Parse({TEXT("-f"), typed}), std::nullopt);
+        EXPECT_EQ(g_RunSettings.strConfigFile.front(), length == 249 ? '/' : '%');
+    }
+}
+
+TEST_F(CommandLine, SpeaksTheConfiguredLanguage) {
+    CRegistry key(true, false);
+    ASSERT_TRUE(key.CreateKey(kUiKey));
+    struct Case {
+        DWORD configured;
+        bool isTaken;
+        const WCHAR* backupCompleted;
+    };
+    const Case cases[] = {
+        {0x0407, true, TEXT("Sicherung erfolgreich.")},
+        {0x0C04, true, TEXT("備份完畢.")},  // Hong Kong reads Taiwan's strings
+        {0x0414, true, TEXT("Sikkerhetskopiering fullført.")},
+        {0x0C0A, true, TEXT("Respaldo completo.")},
+        {0x0415, true, TEXT("Backup completed.")},  // no Polish strings
+        {0x0427, true, TEXT("Atsarginės kopijos kūrimas baigtas.")},
+    };
+    for (const Case& c : cases) {
+        ASSERT_TRUE(key.SetDWORD(kLanguageValue, c.configured));
+        EXPECT_EQ(SetUiLanguage(), c.isTaken) << c.configured;
+        WCHAR text[512] = {};
+        LoadStringW(GetModuleHandleW(nullptr), IDS_BACKUP_COMPLETED, text, 512);
+        EXPECT_EQ(WString(text), c.backupCompleted) << c.configured;
+    }
+}
+
+}  // namespace

@@ -1,0 +1,244 @@
+// The parts of the configuration pipeline: comments, header, verifier, module run, working copies.
+#include <utilsdll.h>
+
+#include "app/run_settings.h"
+#include "common/hex.h"
+#include "common/xml_file.h"
+#include "config/comments.h"
+#include "config/header.h"
+#include "config/modules.h"
+#include "config/operations.h"
+#include "config/password_verifier.h"
+#include "config/working_copy.h"
+#include "protect/built_in_secrets.h"
+#include "protect/data_protect.h"
+#include "registry/locations.h"
+#include "registry/registry.h"
+#include "tests/support/file_facts.h"
+#include "tests/support/machine.h"
+#include "tests/support/wide.h"
+
+namespace {
+
+const std::string kDocument =
+    "<?xml version=\"1.0\"?><sentrel_configuration>ü</sentrel_configuration>";
+
+TEST(Comments, AreRemovedWhereverTheyStand) {
+    TiXmlDocument document;
+    document.Parse("<!--1--><r><!--2--><a><!--3-->text<b><!--4--></b></a><!--5--></r><!--6-->");
+    const auto comments = SelectComments(document.RootElement());
+    std::string order;
+    for (const TiXmlNode* comment : comments) order += comment->ValueStr();
+    EXPECT_EQ(order, "123456");
+    StripComments(document.RootElement());
+    TiXmlPrinter printer;
+    printer.SetStreamPrinting();
+    document.Accept(&printer);
+    EXPECT_EQ(printer.Str(), "<r><a>text<b /></a></r>");
+    TiXmlElement loose("r");
+    loose.InsertEndChild(TiXmlComment("c"));
+    StripComments(&loose);
+    EXPECT_TRUE(loose.NoChildren());
+}
+
+class Config : public MachineTest {
+  protected:
+    Config() { g_RunSettings.bImpersonateUser = false; }
+
+    static std::string ChildText(TiXmlElement& root, const char* name) {
+        const TiXmlElement* child = root.FirstChildElement(name);
+        return child == nullptr || child->GetText() == nullptr ? "" : child->GetText();
+    }
+};
+
+TEST_F(Config, HeaderTellsWhereTheFileComesFrom) {
+    const auto version = [](const WCHAR* override) {
+        g_RunSettings.strVersionOverride = override;
+        TiXmlElement root("sentrel_configuration");
+        WriteHeader(&root, SecureText(TEXT("pass phrase")));
+        return ChildText(root, "sentrel_version") + " " + ChildText(root, "version");
+    };
+    EXPECT_EQ(version(TEXT("")), "7.4.3.1790 7.4.3");
+    EXPECT_EQ(version(TEXT("8.0.1.22")), "8.0.1.22 8.0.1");
+    EXPECT_EQ(version(TEXT("8..0.1.22")), "8..0.1.22 8..0.1");
+    EXPECT_EQ(version(TEXT("7.4")), "7.4.3.1790 7.4.3");
+    EXPECT_EQ(version(TEXT("1.2.3.4.5")), "7.4.3.1790 7.4.3");
+
+    CRegistry key(true, false);
+    ASSERT_TRUE(key.CreateKey(kEndpointControlKey));
+    ASSERT_TRUE(key.SetString(kPolicyNameValue, WString(300, WCHAR{0xFC}), false));
+    TiXmlElement root("sentrel_configuration");
+    WriteHeader(&root, SecureText(TEXT("pass phrase")));
+    EXPECT_EQ(std::string(root.Attribute("policy")).size(), 258u) << "129 whole characters";
+    std::string names;
+    for (const auto* a = root.FirstAttribute(); a != nullptr; a = a->Next()) {
+        names += a->Name() + std::string(" ");
+    }
+    for (const auto* e = root.FirstChildElement(); e != nullptr; e = e->NextSiblingElement()) {
+        names += e->Value() + std::string(" ");
+    }
+    EXPECT_EQ(names,
+              "generatedby policy authentication sentrel_version version exported_by_version "
+              "date partial_configuration os_version os_architecture ");
+    TiXmlElement withoutPassword("sentrel_configuration");
+    WriteHeader(&withoutPassword, SecureText());
+    EXPECT_EQ(withoutPassword.Attribute("authentication"), nullptr);
+}
+
+TEST_F(Config, VerifierKnowsThePassword) {
+    const std::string verifier = MakePasswordVerifier(SecureText(TEXT("pass phrase")));
+    EXPECT_EQ(verifier.size(), 58u);
+    EXPECT_TRUE(CheckPasswordVerifier(verifier, SecureText(TEXT("pass phrase"))));
+    EXPECT_FALSE(CheckPasswordVerifier(verifier, SecureText(TEXT("other phrase"))));
+    const std::string quoted = MakePasswordVerifier(SecureText(TEXT("\"pass phrase\"")));
+    EXPECT_TRUE(CheckPasswordVerifier(quoted, SecureText(TEXT("pass phrase"))));
+    EXPECT_FALSE(CheckPasswordVerifier("00", SecureText(TEXT("pass phrase"))));
+}
+
+// --- The module run -----------------------------------------------------------------------------
+
+class ModuleRun : public Config {
+  protected:
+    ModuleRun() {
+        CRegistry product(true, false);
+        EXPECT_TRUE(product.CreateKey(kProductKey));
+        EXPECT_TRUE(product.SetString(TEXT("InstallDir"), Wide(folder_), false));
+        std::filesystem::create_directory(folder_);
+    }
+
+    // Puts a probe where the library of that name is looked for.
+    void Install(const std::string& library, const std::string& probe = "probe_plugin") {
+        for (const auto& entry : std::filesystem::directory_iterator(ProgramFolder())) {
+            if (entry.path().stem() != probe) continue;
+            std::filesystem::copy_file(entry.path(),
+                                       folder_ / (library + entry.path().extension().string()));
+        }
+    }
+
+    // What the probes tell of one run.
+    std::string Calls(const WCHAR* modules, const WCHAR* operation, bool succeeds = true) {
+        std::filesystem::remove(folder_ / "calls");
+        EXPECT_EQ(RunModules(TEXT("file"), SplitModuleText(modules), operation, TEXT("7x"),
+                             SecureText(TEXT("pw"))),
+                  succeeds);
+        return ReadWholeFile(folder_ / "calls");
+    }
+
+    std::filesystem::path folder_ = ScratchFolder() / "client";
+};
+
+TEST_F(ModuleRun, CallsWhatTheOperationAsksFor) {
+    for (const char* library : {"cfmsystem", "cfmvpn", "cfmav", "cfmwf"}) Install(library);
+    struct Case {
+        const WCHAR* modules;
+        const WCHAR* operation;
+        const char* calls;
+    };
+    const Case cases[] = {
+        {TEXT("vpn  av"), kOpExport, "cfmvpn ExportToXml 7x pw\ncfmav ExportToXml 7x pw\n"},
+        {TEXT("all av"), kOpImportSettings,
+         "cfmsystem ImportFromXml 7x pw\ncfmvpn ImportFromXml 7x pw\ncfmav ImportFromXml 7x pw\n"
+         "cfmwf ImportFromXml 7x pw\ncfmav ImportFromXml 7x pw\n"},
+        {TEXT("VPN nothing "), kOpExport, ""},
+        {TEXT("system"), kOpExportInstall, "cfmsystem AdvancedOp export-install 7x pw\n"},
+        {TEXT("vpn webfilter"), kOpImportPushConfig,
+         "cfmvpn AdvancedOp gwy_import 0 pw\ncfmwf ImportFromXml 7x pw\n"},
+        {TEXT("vpn webfilter"), kOpImportInstallerConfig,
+         "cfmvpn AdvancedOp import_installer_config 7x pw\ncfmwf ImportFromXml 7x pw\n"},
+        {TEXT("webfilter"), kOpImportInstallerConfigCa, "cfmwf ImportFromXml 7x pw\n"},
+        {TEXT("webfilter"), kOpImportGwyipConfig, "cfmwf AdvancedOp import_gwyip_config 7x pw\n"},
+        {TEXT("vpn"), TEXT("exportvpn"), "cfmvpn AdvancedOp exportvpn 7x pw\n"},
+    };
+    for (const Case& c : cases) EXPECT_EQ(Calls(c.modules, c.operation), c.calls);
+
+    g_RunSettings.bCallerVerified = true;
+    EXPECT_EQ(Calls(TEXT("system av"), kOpImport),
+              "cfmsystem AdvancedOp import+CA 7x pw\ncfmav ImportFromXml 7x pw\n");
+    EXPECT_EQ(Calls(TEXT("system"), kOpImportInstallerConfig),
+              "cfmsystem AdvancedOp import_installer_config+ca 7x pw\n");
+    g_RunSettings.bVpnOnly = true;
+    EXPECT_EQ(Calls(TEXT("vpn system"), kOpImportPushConfig),
+              "cfmvpn AdvancedOp gwy_import 0 pw\ncfmsystem ImportFromXml 7x pw\n");
+}
+
+TEST_F(ModuleRun, OnlyAPluginsOwnErrorCounts) {
+    Install("cfmav");
+    Install("cfmwf", "probe_plugin_without_import");
+    WriteWholeFile(folder_ / "cfmvpn.so", "no library");
+    EXPECT_EQ(Calls(TEXT("vpn webfilter firewall av"), kOpImport), "cfmav ImportFromXml 7x pw\n");
+    WriteWholeFile(folder_ / "fail", "");
+    EXPECT_EQ(Calls(TEXT("av webfilter"), kOpExport, false),
+              "cfmav ExportToXml 7x pw\ncfmwf ExportToXml 7x pw\n")
+        << "the run goes on behind a failure";
+    Install("cfmsystem");
+    EXPECT_EQ(Calls(TEXT("system"), TEXT("import+CA"), true),
+              "cfmsystem AdvancedOp import+CA 7x pw\n")
+        << "the result of a passed-through operation is not examined";
+}
+
+// --- Working copies -----------------------------------------------------------------------------
+
+class WorkingCopy : public Config {
+  protected:
+    static std::string Encrypt(const std::string& plain, const WCHAR* password) {
+        std::string cipher(plain.size() + 28, '\0');
+        auto size = static_cast<DWORD>(cipher.size());
+        EXPECT_EQ(encrypt_buffer(plain.data(), static_cast<DWORD>(plain.size()), cipher.data(),
+                                 &size, password),
+                  0);
+        return cipher;
+    }
+
+    // The plain copy's content; empty when there is none. Nothing else may be left behind.
+    std::string Prepare(const std::string& stored, const WCHAR* password) {
+        WriteWholeFile(source_, stored);
+        const WString copy = PrepareConfigCopy(Wide(source_), 0, SecureText(password));
+        EXPECT_EQ(FilesInTemporaryFolder().size(), copy.empty() ? 0u : 1u);
+        if (copy.empty()) return {};
+        const std::filesystem::path path(copy);
+        EXPECT_TRUE(OnlyOwnerMayUse(path));
+        std::string content = ReadWholeFile(path);
+        DeleteConfigCopy(copy, 0);
+        return content;
+    }
+
+    std::filesystem::path source_ = ScratchFolder() / "stored";
+};
+
+TEST_F(WorkingCopy, OpensEveryStoredForm) {
+    const WCHAR* const pw = TEXT("pass phrase");
+    const std::string rootOnly = "<sentrel_configuration></sentrel_configuration>";
+    EXPECT_EQ(Prepare(kDocument, pw), kDocument);
+    EXPECT_EQ(Prepare(rootOnly, TEXT("")), rootOnly);
+    EXPECT_EQ(Prepare(Encrypt(kDocument, pw), pw), kDocument);
+    EXPECT_EQ(Prepare("Enc " + Encrypt(kDocument, pw), pw), kDocument);
+    EXPECT_EQ(Prepare(Encrypt(kDocument, TEXT("\"pass phrase\"")), pw), kDocument);
+    EXPECT_EQ(Prepare(Encrypt(rootOnly + "trailing", pw), pw), rootOnly);
+    const OpenedPassPhrase a(BuiltInPassPhrase::kA);
+    const OpenedPassPhrase b(BuiltInPassPhrase::kB);
+    EXPECT_EQ(Prepare(Encrypt(kDocument, a.c_str()), pw), kDocument);
+    EXPECT_EQ(Prepare("Enc " + Encrypt(kDocument, b.c_str()), pw), kDocument);
+
+    ASSERT_TRUE(DataProtectInit());
+    WriteWholeFile(source_, kDocument);
+    ASSERT_EQ(DataProtectFile(Wide(source_).c_str(), ProtectionScope::kMachine), kDataOk);
+    const std::string stored = ReadWholeFile(source_);
+    EXPECT_EQ(Prepare(stored, TEXT("")), kDocument);
+    EXPECT_EQ(ReadWholeFile(source_), stored) << "the file itself is left alone";
+}
+
+TEST_F(WorkingCopy, RefusesEverythingElse) {
+    const WCHAR* const pw = TEXT("pass phrase");
+    EXPECT_EQ(Prepare(Encrypt(kDocument, TEXT("other")), pw), "");
+    EXPECT_EQ(Prepare("Enc " + Encrypt(kDocument, TEXT("other")), pw), "");
+    const OpenedPassPhrase b(BuiltInPassPhrase::kB);
+    EXPECT_EQ(Prepare(Encrypt(kDocument, b.c_str()), pw), "") << "B belongs to marked files";
+    EXPECT_EQ(Prepare(Encrypt("no document", pw), pw), "");
+    EXPECT_EQ(Prepare("", pw), "");
+    EXPECT_EQ(Prepare("", TEXT("")), "");
+    EXPECT_TRUE(PrepareConfigCopy(Wide(ScratchFolder() / "missing"), 0, SecureText()).empty());
+    EXPECT_TRUE(PrepareConfigCopy(Wide(ScratchFolder()), 0, SecureText()).empty());
+    EXPECT_TRUE(FilesInTemporaryFolder().empty());
+}
+
+}  // namespace

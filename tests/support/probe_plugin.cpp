@@ -1,0 +1,51 @@
+// A plug-in that does nothing but tell, in the file "calls" beside itself, how it was called. Its
+// own file name says which library it stands for. It fails when a file "fail" lies beside it.
+#include <config_plugin.h>
+
+#include "common/handles.h"
+#include "common/path.h"
+
+#define PROBE_EXPORT extern "C" __attribute__((visibility("default")))
+
+namespace {
+
+const int anchor = 0;
+
+WString OwnPath() {
+    HMODULE self = nullptr;
+    WCHAR path[1024] = {};
+    GetModuleHandleExW(
+        GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+        reinterpret_cast<LPCWSTR>(&anchor), &self);
+    GetModuleFileNameW(self, path, 1024);
+    return path;
+}
+
+int Tell(const WString& call) {
+    const WString folder = FolderOfPath(OwnPath());
+    WString library = FileNameOfPath(OwnPath());
+    library = library.substr(0, library.find('.'));
+    const std::string line = WideToUtf8(library + TEXT(" ") + call + TEXT("\n"));
+    const UniqueHandle file(CreateFileW(JoinPath(folder, TEXT("calls")).c_str(), FILE_APPEND_DATA,
+                                        FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS,
+                                        FILE_ATTRIBUTE_NORMAL, nullptr));
+    DWORD written = 0;
+    WriteFile(file.get(), line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
+    return GetFileAttributesW(JoinPath(folder, TEXT("fail")).c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+}  // namespace
+
+#ifndef PROBE_WITHOUT_IMPORT
+PROBE_EXPORT int WINAPI ImportFromXml(const WCHAR*, const WCHAR* sessionId, const WCHAR* password) {
+    return Tell(WString(TEXT("ImportFromXml ")) + sessionId + TEXT(" ") + password);
+}
+#endif
+PROBE_EXPORT int WINAPI ExportToXml(const WCHAR*, const WCHAR* sessionId, const WCHAR* password) {
+    return Tell(WString(TEXT("ExportToXml ")) + sessionId + TEXT(" ") + password);
+}
+PROBE_EXPORT int WINAPI AdvancedOp(const WCHAR*, const WCHAR* operation, const WCHAR* sessionId,
+                                   const WCHAR* password) {
+    return Tell(WString(TEXT("AdvancedOp ")) + operation + TEXT(" ") + sessionId + TEXT(" ") +
+                password);
+}
