@@ -11,3 +11,6 @@ bool EveryoneMayWrite(const std::filesystem::path& path);
 
 // A file that takes no byte because its disk is full; empty when the system offers none.
 std::filesystem::path FileOnFullDisk();
+
+// Sets the system's read-only attribute.
+void SetReadOnly(const std::filesystem::path& path);

@@ -18,3 +18,7 @@ bool EveryoneMayWrite(const fs::path& path) {
 fs::path FileOnFullDisk() {
     return access("/dev/full", W_OK) == 0 ? "/dev/full" : "";
 }
+
+void SetReadOnly(const std::filesystem::path& path) {
+    std::filesystem::permissions(path, std::filesystem::perms::owner_read);
+}

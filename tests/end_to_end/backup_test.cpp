@@ -1,0 +1,205 @@
+// Backups, looked at from outside: exit codes, bytes on standard output, the file, the log.
+#include <regex>
+
+#include "tests/end_to_end/client_machine.h"
+#include "tests/support/accounts.h"
+#include "tests/support/file_facts.h"
+
+namespace {
+
+constexpr const WCHAR* kConfigurationMutex =
+    TEXT("Global\\SN_{2C264CC9-7890-4A5D-A626-F868BBFD200F}");
+constexpr const WCHAR* kSavingFinished =
+    TEXT("Global\\_SNCONFIG_EVT_SAVING_FINISH_{F55B18CA-E475-4049-95FC-0D9889C1CD1E}");
+
+class BackupTest : public ClientMachine {
+  protected:
+    ~BackupTest() override { EXPECT_TRUE(FilesInTemporaryFolder().empty()); }
+
+    void ExpectRun(const ProcessResult& run, int exitCode, const std::string& output) {
+        EXPECT_EQ(run.exitCode, exitCode);
+        EXPECT_EQ(run.output, output);
+        EXPECT_EQ(run.errors, "");
+    }
+};
+
+TEST_F(BackupTest, HoldsHeaderVerifierAndEveryModule) {
+    ExpectRun(Backup(), 0, "");
+    const std::string content = BackupContent();
+    const std::regex header(
+        R"(<\?xml version="1\.0" encoding="UTF-8" \?>\n)"
+        R"(<sentrel_configuration generatedby="SNT-7\.4\.3\.1790" policy="" authentication="[0-9A-F]{58}">\n)"
+        R"(    <sentrel_version>7\.4\.3\.1790</sentrel_version>\n    <version>7\.4\.3</version>\n)"
+        R"(    <exported_by_version>7\.4\.3\.1790</exported_by_version>\n)"
+        R"(    <date>20\d\d/\d\d/\d\d</date>\n    <partial_configuration>0</partial_configuration>\n)"
+        R"(    <os_version>windows</os_version>\n    <os_architecture>x64</os_architecture>\n)"
+        R"(    <system>\n)");
+    EXPECT_TRUE(std::regex_search(content, header, std::regex_constants::match_continuous))
+        << content;
+    std::size_t at = 0;
+    for (const char* module :
+         {"system", "vpn", "av", "ssoma", "wanopt", "webfilter", "firewall", "vuln", "sandbox",
+          "ae", "usbmon", "cloudscan", "ac", "rs", "ztna", "pam", "esnac"}) {
+        at = content.find(std::string("\n    <") + module, at);
+        ASSERT_NE(at, std::string::npos) << module;
+    }
+    EXPECT_EQ(content.find("Kranich"), std::string::npos);
+    EXPECT_NE(content.find("EncX "), std::string::npos);
+    EXPECT_NE(content.find("<!--"), std::string::npos);
+    EXPECT_TRUE(OnlyOwnerMayUse(file_));
+    EXPECT_EQ(Log(), "");
+
+    ExpectRun(Backup({"-o", "export-no-comments", "-m", "av vpn"}), 0, "");
+    const std::string stripped = BackupContent();
+    EXPECT_EQ(stripped.find("<!--"), std::string::npos);
+    EXPECT_LT(stripped.find("<av>"), stripped.find("<vpn>"));
+    EXPECT_NE(Log().find("Comments removed from "), std::string::npos);
+}
+
+TEST_F(BackupTest, RefusesWithTheDocumentedTexts) {
+    ExpectRun(Tool({"-f", file_.string()}), 0, "Backup requires a password");
+    ExpectRun(Tool({"-f", file_.string(), "-p", "short"}), 1, "Password must be >=8 characters.\n");
+    SetNumber("SA_UI", "disable_backup", 1);
+    ExpectRun(Backup(), 0, "Backup is disabled");
+    ExpectRun(Backup({"-o", "export-no-comments"}), 0, "Backup is disabled");
+    EXPECT_FALSE(std::filesystem::exists(file_));
+    EXPECT_NE(Log().find("Backup is disabled"), std::string::npos);
+    EXPECT_NE(Log().find("Backup requires a password"), std::string::npos);
+    ExpectRun(Backup({"-o", "export-install"}), 0, "");
+    EXPECT_TRUE(std::filesystem::exists(file_));
+}
+
+TEST_F(BackupTest, ShowsItsUsage) {
+    const ProcessResult usage = Tool({"-h"});
+    EXPECT_EQ(usage.exitCode, 0);
+    EXPECT_TRUE(usage.output.starts_with("usage:\t") &&
+                usage.output.ends_with("  -h, -? this usage text\n\n"));
+    EXPECT_EQ(std::count(usage.output.begin(), usage.output.end(), '\n'), 37);
+    for (const std::vector<std::string>& arguments :
+         std::vector<std::vector<std::string>>{{"-?"},
+                                               {"-x"},
+                                               {"--nothing"},
+                                               {"-f"},
+                                               {"--VPNONLY"},
+                                               {"-p", "eight888", "-h", "-q"}}) {
+        ExpectRun(Tool(arguments), 0, usage.output);
+    }
+    HANDLE event = OpenEventW(EVENT_ALL_ACCESS, FALSE, kSavingFinished);
+    EXPECT_EQ(event, nullptr);
+    EXPECT_EQ(Log(), "") << "no log is opened";
+}
+
+TEST_F(BackupTest, SurvivesHostileArguments) {
+    ExpectRun(Tool({}), 0, "Backup requires a password");
+    const std::string longText(100'000, 'x');
+    ExpectRun(Tool({"-f", longText, "-p", longText, "-m", longText, "-i", longText}), 0,
+              "Access denied.");
+    ExpectRun(Backup({"-m", "\xFF\xFE", "-v", "\x80", "-i", "99999999999999"}), 0, "");
+    file_ = ScratchFolder() / "\xFF name";
+    ExpectRun(Backup(), 0, "");
+    EXPECT_TRUE(std::filesystem::exists(file_)) << "a name that is no UTF-8 is a name all the same";
+    EXPECT_EQ(Tool({"-p", "eight888", "-f", ""}).output, "Access denied.");
+}
+
+TEST_F(BackupTest, LeavesTheDestinationAloneUnlessComplete) {
+    WriteWholeFile(file_, "old");
+    SetReadOnly(file_);
+    ExpectRun(Backup(), 0, "Access denied.");
+    EXPECT_EQ(ReadWholeFile(file_), "old");
+    file_ = ScratchFolder() / "no folder" / "backup.xml";
+    ExpectRun(Backup(), 0, "Access denied.");
+    file_ = ScratchFolder();
+    ExpectRun(Backup(), 0, "Access denied.");
+    if (!FileOnFullDisk().empty()) {
+        file_ = FileOnFullDisk();
+        ExpectRun(Backup(), 0, "Access denied.");
+    }
+}
+
+TEST_F(BackupTest, TellsOfPluginsOnlyWhatIsDocumented) {
+    const auto client = ScratchFolder() / "client";
+    std::filesystem::create_directory(client);
+    SetText("", "InstallDir", client.string());
+    const ProcessResult none = Backup({"-d", "-m", "av"});
+    EXPECT_EQ(none.output,
+              "Loading library: " + (client / "cfmav").string() + "\nLoad library: cfmav (126)\n");
+    EXPECT_EQ(none.exitCode, 0);
+    EXPECT_EQ(Log(), "");
+
+    for (const auto& entry : std::filesystem::directory_iterator(ProgramFolder())) {
+        if (entry.path().stem() == "probe_plugin") {
+            std::filesystem::copy_file(entry.path(),
+                                       client / ("cfmav" + entry.path().extension().string()));
+        }
+    }
+    WriteWholeFile(client / "fail", "");
+    ExpectRun(Backup({"-m", "av", "-u"}), 0, "Access denied.");
+    EXPECT_NE(Log().find("Error in exporting module: cfmav"), std::string::npos);
+    EXPECT_NE(BackupContent().find("<os_architecture>"), std::string::npos)
+        << "the file is written";
+    EXPECT_EQ(BackupContent().find("user_configuration"), std::string::npos);
+}
+
+TEST_F(BackupTest, WaitsForTheConfigurationMutexAndAnnouncesTheEnd) {
+    const HANDLE mutex = CreateMutexW(nullptr, TRUE, kConfigurationMutex);
+    const HANDLE finished = CreateEventW(nullptr, TRUE, FALSE, kSavingFinished);
+    ASSERT_TRUE(mutex != nullptr && finished != nullptr);
+    BackgroundProcess first("SNConfig", {"-f", file_.string(), "-p", kPassword});
+    BackgroundProcess second("SNConfig", {"-h"});
+    EXPECT_EQ(WaitForSingleObject(finished, 500), DWORD{WAIT_TIMEOUT});
+    EXPECT_TRUE(first.IsRunning() && second.IsRunning()) << "it blocks before it parses";
+    EXPECT_FALSE(std::filesystem::exists(file_));
+    ASSERT_TRUE(ReleaseMutex(mutex));
+    EXPECT_EQ(first.Wait().exitCode, 0);
+    EXPECT_EQ(second.Wait().exitCode, 0);
+    EXPECT_EQ(WaitForSingleObject(finished, 0), DWORD{WAIT_OBJECT_0});
+    EXPECT_EQ(WaitForSingleObject(mutex, 0), DWORD{WAIT_OBJECT_0}) << "given back";
+    ReleaseMutex(mutex);
+    CloseHandle(mutex);
+    CloseHandle(finished);
+}
+
+TEST_F(BackupTest, TwoAtATimeBothComeOut) {
+    BackgroundProcess other("SNConfig",
+                            {"-f", (ScratchFolder() / "2.xml").string(), "-p", kPassword});
+    ExpectRun(Backup(), 0, "");
+    EXPECT_EQ(other.Wait().exitCode, 0);
+    for (const auto& file : {file_, ScratchFolder() / "2.xml"}) {
+        EXPECT_TRUE(ReadWholeFile(file).ends_with("</sentrel_configuration>\n"));
+    }
+}
+
+TEST_F(BackupTest, CarriesTheSessionUsersSettingsAndTellsTheUserInterface) {
+    HKEY key = nullptr;
+    ASSERT_EQ(RegCreateKeyExW(HKEY_CURRENT_USER, TEXT("software\\Verdane\\Sentrel\\SA_UI"), 0,
+                              nullptr, 0, KEY_WRITE, nullptr, &key, nullptr),
+              ERROR_SUCCESS);
+    const DWORD theme = 2;
+    RegSetValueExW(key, TEXT("theme"), 0, REG_DWORD, reinterpret_cast<const BYTE*>(&theme), 4);
+    RegCloseKey(key);
+    SetNumber("SA_UI", "LCID", 0x0407);
+
+    BackgroundProcess gui("sngui", {"1"});
+    ASSERT_TRUE(gui.WaitForOutput("listening"));
+    ExpectRun(Backup({"-u", "-i", "1"}), 0, "");
+    EXPECT_NE(BackupContent().find(R"(<value key="SA_UI" name="theme" type="4" data="2" />)"),
+              std::string::npos);
+    EXPECT_TRUE(gui.WaitForOutput("code 1640"));
+    EXPECT_TRUE(gui.WaitForOutput("tray Sicherung erfolgreich."));
+    ExpectRun(Backup({"-q", "-i", "1"}), 0, "");
+    const std::string shown = gui.Output();
+    EXPECT_EQ(shown.find("code 1640"), shown.rfind("code 1640")) << "-q is quiet";
+}
+
+TEST_F(BackupTest, WorksAsTheUserOfTheSession) {
+    SKIP_UNLESS_ADMINISTRATOR();
+    constexpr unsigned kUser = 54321;
+    LogOn(EndpointFolder(), 7, std::to_string(kUser));
+    ExpectRun(Backup({"-u", "-i", "7"}), 0, "");
+    EXPECT_EQ(OwnerOf(file_), kUser);
+    file_ = ScratchFolder() / "own.xml";
+    ExpectRun(Backup({"--NOIMPERSONATEUSER=1", "-i", "7"}), 0, "");
+    EXPECT_NE(OwnerOf(file_), kUser);
+}
+
+}  // namespace
