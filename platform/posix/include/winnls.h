@@ -1,4 +1,4 @@
-// Code pages.
+// Code pages and languages.
 #pragma once
 
 #include <winnt.h>
@@ -14,3 +14,16 @@
 #define MB_PRECOMPOSED 0x00000001
 #define MB_ERR_INVALID_CHARS 0x00000008
 #define WC_ERR_INVALID_CHARS 0x00000080
+
+extern "C" {
+// The language of the environment's locale (LC_ALL, LC_MESSAGES, LANG: the first that is set);
+// English (United States) for the locales C and POSIX and for a language that is not known here.
+WINAPI_EXPORT LANGID WINAPI GetUserDefaultUILanguage();
+// The language in which the calling thread loads resources; see LoadStringW. Setting 0 gives the
+// user's default back. Returns the language that holds from now on.
+WINAPI_EXPORT LANGID WINAPI SetThreadUILanguage(LANGID LangId);
+WINAPI_EXPORT LANGID WINAPI GetThreadUILanguage();
+// The calling thread's locale: the language of its resources while none was set by
+// SetThreadUILanguage.
+WINAPI_EXPORT BOOL WINAPI SetThreadLocale(LCID Locale);
+}

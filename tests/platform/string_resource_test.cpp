@@ -1,0 +1,83 @@
+#include <windows.h>
+
+#include <cstring>
+#include <string>
+#include <thread>
+
+#include "tests/support/machine.h"
+#include "tests/support/machine_port.h"
+#include "tests/support/test_strings.h"
+
+namespace {
+
+using Text = std::basic_string<WCHAR>;
+
+Text Load(UINT id, HINSTANCE module = nullptr) {
+    WCHAR text[64] = TEXT("untouched");
+    const int length = LoadStringW(module, id, text, 64);
+    EXPECT_TRUE(length == 0 || length == static_cast<int>(Text(text).size()));
+    return length == 0 ? Text(TEXT("none")) : Text(text);
+}
+
+class StringResource : public MachineTest {
+  protected:
+    StringResource() {
+        SetVariable("LC_ALL", "");
+        SetVariable("LC_MESSAGES", "");
+        SetVariable("LANG", "");
+    }
+};
+
+TEST_F(StringResource, TheUsersLanguageComesFromItsLocale) {
+    EXPECT_EQ(GetUserDefaultUILanguage(), 0x0409);
+    const struct {
+        const char* locale;
+        LANGID language;
+    } rows[] = {{"C", 0x0409},     {"POSIX", 0x0409},       {"C.UTF-8", 0x0409},
+                {"de", 0x0407},    {"de_LU.UTF-8", 0x0407}, {"de_AT@euro", 0x0C07},
+                {"zh_TW", 0x0404}, {"zh_HK.Big5", 0x0C04},  {"es_ES.UTF-8", 0x0C0A},
+                {"xx_YY", 0x0409}};
+    for (const auto& row : rows) {
+        SetVariable("LANG", row.locale);
+        EXPECT_EQ(GetUserDefaultUILanguage(), row.language) << row.locale;
+    }
+    SetVariable("LC_MESSAGES", "fr_CA.UTF-8");
+    EXPECT_EQ(GetUserDefaultUILanguage(), 0x0C0C);
+    SetVariable("LC_ALL", "ja_JP.UTF-8");
+    EXPECT_EQ(GetUserDefaultUILanguage(), 0x0411);
+}
+
+TEST_F(StringResource, StringsFollowTheThreadsLanguageAndFallBack) {
+    EXPECT_EQ(Load(kStringInAll), TEXT("English"));
+    SetVariable("LANG", "de_DE.UTF-8");
+    EXPECT_EQ(Load(kStringInAll), TEXT("German"));
+    EXPECT_EQ(GetThreadUILanguage(), 0x0407);
+
+    EXPECT_EQ(SetThreadUILanguage(0x0411), 0x0411);
+    EXPECT_EQ(Load(kStringInAll, GetModuleHandleW(nullptr)), TEXT("Japanese"));
+    std::thread([] { EXPECT_EQ(Load(kStringInAll), TEXT("German")); }).join();
+    SetThreadUILanguage(0x0814);
+    EXPECT_EQ(Load(kStringInAll), TEXT("Norwegian")) << "the same primary language";
+    SetThreadUILanguage(0x0415);
+    EXPECT_EQ(Load(kStringInAll), TEXT("German")) << "the user's language";
+    SetVariable("LANG", "pl_PL.UTF-8");
+    EXPECT_EQ(Load(kStringInAll), TEXT("English"));
+    EXPECT_EQ(Load(kStringInJapanese), TEXT("only Japanese")) << "the only one there is";
+
+    SetThreadUILanguage(0);
+    EXPECT_TRUE(SetThreadLocale(0x040C));
+    EXPECT_EQ(Load(kStringInAll), TEXT("French"));
+}
+
+TEST_F(StringResource, ShortBuffersCutAndMissingStringsAreTold) {
+    WCHAR text[4] = {};
+    EXPECT_EQ(LoadStringW(nullptr, kStringInAll, text, 4), 3);
+    EXPECT_EQ(Text(text), TEXT("Eng"));
+    const WCHAR* whole = nullptr;
+    EXPECT_EQ(LoadStringW(nullptr, kStringInAll, reinterpret_cast<LPWSTR>(&whole), 0), 7);
+    EXPECT_EQ(Text(whole, 7), TEXT("English"));
+    EXPECT_EQ(Load(kStringInNone), TEXT("none"));
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_RESOURCE_NAME_NOT_FOUND));
+}
+
+}  // namespace
