@@ -55,7 +55,7 @@ typedef bool (*reg_visitorW)(HKEY key, const WCHAR* path, void* context);
 UTILSDLL_API bool reg_walk2W(HKEY key, const WCHAR* path, reg_visitorW visitor, void* context);
 
 UTILSDLL_API bool reg_setstringW(HKEY key, const WCHAR* name, const WCHAR* text);
-// Stores the text in the library's protected form: encrypted at rest, readable on this machine ...
+// Stores the text in the library's protected form: encrypted at rest, readable on this machine...
 UTILSDLL_API bool reg_setstring_encW(HKEY key, const WCHAR* name, const WCHAR* text);
 // ... or by the current user alone (the impersonated user while the caller impersonates).
 UTILSDLL_API bool reg_setstring_enc_cuW(HKEY key, const WCHAR* name, const WCHAR* text);
@@ -128,13 +128,13 @@ UTILSDLL_API void ShowTrayIconNotification(const WCHAR* text, DWORD reserved);
 
 // --- Cipher -------------------------------------------------------------------------------------
 // AES-256-GCM under a key made from a pass phrase. A null pass phrase selects the library's default
-// key, a secret of this machine that the account which first used it alone can read. The output is
+// key, a secret of this machine that only the account which first used it can read. The output is
 // 28 bytes longer than the input:
 //   salt[8] counter[4] ciphertext tag[16]
 // *outputSize is the capacity on entry and the bytes produced on return; a failure leaves it as it
-// was. 0 is success. Both may be called from several threads at once.
+// was. 0 is success. Both may be called from several threads at once; the input and the
+// output of encrypt_buffer must not overlap.
 
-// Input and output must not overlap.
 UTILSDLL_API int encrypt_buffer(const void* input, DWORD inputSize, void* output, DWORD* outputSize,
                                 const WCHAR* passPhrase);
 // Fails, without writing to the output, for a wrong pass phrase, a short buffer or input that

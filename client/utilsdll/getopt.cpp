@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -88,20 +89,19 @@ class Shadow {
 
 // What lasts from one call to the next.
 struct Scan {
-    std::vector<Shadow> shadow;  // one, or none before the first call
-    int leftAt = 1;              // optind as the last call left it
+    std::optional<Shadow> shadow;  // none before the first call
+    int leftAt = 1;                // optind as the last call left it
 };
 Scan scan;
 
 int NextSwitch(int argc, WCHAR* const* argv, const WCHAR* shortOptions,
                const utils::option* longOptions, int* longIndex) {
     const bool restart = utils::optind != scan.leftAt && utils::optind <= 1;
-    if (restart || scan.shadow.empty() || !scan.shadow.front().IsOf(argc, argv)) {
-        scan.shadow.clear();
-        scan.shadow.emplace_back(argc, argv);
+    if (restart || !scan.shadow || !scan.shadow->IsOf(argc, argv)) {
+        scan.shadow.emplace(argc, argv);
         utils::optind = 0;  // the C library's sign to start over
     }
-    Shadow& shadow = scan.shadow.front();
+    Shadow& shadow = *scan.shadow;
 
     const std::string letters = Narrow(shortOptions);
     std::vector<std::string> names;

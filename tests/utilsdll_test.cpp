@@ -1,0 +1,591 @@
+// The client's utility library: cipher, protected strings, registry, lock, switches, log, folders.
+#include <utilsdll.h>
+
+#include <iostream>
+#include <map>
+#include <mutex>
+#include <regex>
+#include <set>
+#include <thread>
+
+#include "common/handles.h"
+#include "common/hex.h"
+#include "common/text.h"
+#include "tests/support/file_facts.h"
+#include "tests/support/machine.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class UtilsDll : public MachineTest {};
+
+constexpr const WCHAR* kProductKey = TEXT("software\\Verdane\\Sentrel");
+constexpr DWORD kOverhead = 28;
+
+// --- Cipher -------------------------------------------------------------------------------------
+
+std::string Encrypted(const std::string& plain, const WCHAR* passPhrase) {
+    std::string message(plain.size() + kOverhead, '\0');
+    auto size = static_cast<DWORD>(message.size());
+    EXPECT_EQ(encrypt_buffer(plain.data(), static_cast<DWORD>(plain.size()), message.data(), &size,
+                             passPhrase),
+              0);
+    EXPECT_EQ(size, message.size());
+    return message;
+}
+
+// The plaintext, or "(failed)". A failure must not touch the output.
+std::string Decrypted(const std::string& message, const WCHAR* passPhrase, DWORD capacity = 300) {
+    std::string plain(capacity, '#');
+    DWORD size = capacity;
+    if (decrypt_buffer(message.data(), static_cast<DWORD>(message.size()), plain.data(), &size,
+                       passPhrase) != 0) {
+        EXPECT_EQ(plain, std::string(capacity, '#'));
+        EXPECT_EQ(size, capacity);
+        return "(failed)";
+    }
+    return plain.substr(0, size);
+}
+
+std::string FromHex(const std::string& text) {
+    std::vector<BYTE> bytes;
+    HexToBytes(text, bytes);
+    return {bytes.begin(), bytes.end()};
+}
+
+std::string ToHex(const std::string& bytes) {
+    return BytesToHex(reinterpret_cast<const BYTE*>(bytes.data()), bytes.size());
+}
+
+// A file of that name anywhere below the machine's folder.
+fs::path FindFile(const fs::path& endpoint, const std::string& name) {
+    for (const auto& entry : fs::recursive_directory_iterator(endpoint)) {
+        if (entry.path().filename() == name) return entry.path();
+    }
+    return {};
+}
+
+// What a process that plays a part tells the test: one line behind "tells ".
+void Tell(const std::string& text) {
+    std::cout << "tells " << text << '\n';
+}
+std::string Told(const ProcessResult& process) {
+    std::smatch match;
+    return std::regex_search(process.output, match, std::regex("tells (.*)")) ? match[1].str()
+                                                                              : "(nothing)";
+}
+
+TEST_F(UtilsDll, ReadsMessagesOfTheDocumentedForm) {
+    // Made by an independent program from the description of the form. The first salt spells "Enc
+    // ".
+    const std::string message = FromHex(
+        "456E632001020304FFFFFFFE2C67188FD26B0BC577EA65514E7D0A69BC80758787D2104CCCB0620752");
+    EXPECT_EQ(Decrypted(message, TEXT("Grüße ☂")), "configuration");
+    EXPECT_EQ(Decrypted("Enc " + message, TEXT("Grüße ☂")), "configuration");
+    EXPECT_EQ(Decrypted("Enc Enc " + message, TEXT("Grüße ☂")), "(failed)");
+
+    Encrypted("", nullptr);  // makes the machine's secret, which is known from here on
+    std::string secret;
+    for (char byte = 0; byte < 32; ++byte) secret += byte;
+    WriteWholeFile(FindFile(EndpointFolder(), "machine.key"), secret);
+    EXPECT_EQ(Decrypted(FromHex("808182838485868700000001B8CFC7C8B4384B07D895139F9FCBC5C76F39594F"),
+                        nullptr),
+              "4711");
+}
+
+TEST_F(UtilsDll, GivesAllMessagesOfAPassPhraseOneSaltAndEachItsCounter) {
+    if (!Role().empty()) {
+        return Tell(ToHex(Encrypted("other process", TEXT("secret"))));
+    }
+    std::set<std::string> ids;
+    std::mutex mutex;
+    const auto encryptMany = [&] {
+        for (int i = 0; i < 100; ++i) {
+            const std::string message = Encrypted("", TEXT("secret"));
+            const std::lock_guard lock(mutex);
+            ids.insert(message.substr(0, 12));
+        }
+    };
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) threads.emplace_back(encryptMany);
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(ids.size(), 400U);
+
+    const auto saltOf = [](const std::string& message) { return message.substr(0, 8); };
+    const std::string salt = saltOf(*ids.begin());
+    EXPECT_EQ(saltOf(*ids.rbegin()), salt);
+    EXPECT_NE(saltOf(Encrypted("", TEXT("Secret"))), salt);
+    EXPECT_NE(saltOf(Encrypted("", nullptr)), salt);
+    EXPECT_EQ(saltOf(Encrypted("", TEXT("secret"))), salt) << "forgotten for another pass phrase";
+
+    const std::string other = FromHex(Told(RunRole("encrypt")));
+    EXPECT_NE(saltOf(other), salt);
+    EXPECT_EQ(Decrypted(other, TEXT("secret")), "other process");
+}
+
+TEST_F(UtilsDll, RefusesEveryChangedOrCutMessage) {
+    for (const WCHAR* passPhrase : {static_cast<const WCHAR*>(nullptr), TEXT("pass phrase")}) {
+        const std::string message = Encrypted("x", passPhrase);
+        ASSERT_EQ(Decrypted(message, passPhrase), "x");
+        // Each other salt of a pass phrase costs a stretch; the machine's key stands for them all.
+        const std::size_t first = passPhrase == nullptr ? 0 : 8;
+        for (std::size_t bit = 8 * first; bit < 8 * message.size(); ++bit) {
+            std::string changed = message;
+            changed[bit / 8] = static_cast<char>(changed[bit / 8] ^ (1 << bit % 8));
+            EXPECT_EQ(Decrypted(changed, passPhrase), "(failed)") << "bit " << bit;
+        }
+        for (std::size_t size = 0; size < message.size(); ++size) {
+            EXPECT_EQ(Decrypted(message.substr(0, size), passPhrase), "(failed)") << size;
+        }
+        EXPECT_EQ(Decrypted(message + '\0', passPhrase), "(failed)");
+        // An empty message is one, too, and no shorter message is.
+        EXPECT_EQ(Decrypted(Encrypted("", passPhrase), passPhrase), "");
+    }
+}
+
+TEST_F(UtilsDll, RefusesAnotherPassPhraseAndASmallBuffer) {
+    const std::string message = Encrypted("plain text", TEXT("Pass phrase"));
+    for (const WCHAR* wrong : {TEXT("pass phrase"), TEXT("\"Pass phrase\""), TEXT("Pass phrase "),
+                               TEXT(""), static_cast<const WCHAR*>(nullptr)}) {
+        EXPECT_EQ(Decrypted(message, wrong), "(failed)");
+    }
+    EXPECT_EQ(Decrypted(message, TEXT("Pass phrase"), 10), "plain text");
+    EXPECT_EQ(Decrypted(message, TEXT("Pass phrase"), 9), "(failed)");
+    EXPECT_EQ(Decrypted(Encrypted("empty", TEXT("")), TEXT("")), "empty");
+
+    std::string output(kOverhead + 3, '#');
+    DWORD size = kOverhead + 2;
+    EXPECT_NE(encrypt_buffer("abc", 3, output.data(), &size, TEXT("p")), 0);
+    EXPECT_EQ(size, kOverhead + 2);
+    EXPECT_EQ(output, std::string(kOverhead + 3, '#'));
+}
+
+TEST_F(UtilsDll, ProcessesAgreeOnOneDefaultKeyFromTheStart) {
+    if (!Role().empty()) return Tell(ToHex(Encrypted("it is me", nullptr)));
+    std::vector<BackgroundProcess> processes;
+    for (int i = 0; i < 6; ++i) processes.push_back(StartRole("encrypt"));
+    for (BackgroundProcess& process : processes) {
+        EXPECT_EQ(Decrypted(FromHex(Told(process.Wait())), nullptr), "it is me");
+    }
+    const fs::path file = FindFile(EndpointFolder(), "machine.key");
+    EXPECT_TRUE(OnlyOwnerMayUse(file));
+    EXPECT_EQ(std::distance(fs::directory_iterator(file.parent_path()), {}), 1) << "draft left";
+    // A damaged key is neither used nor replaced.
+    WriteWholeFile(file, std::string(31, 'k'));
+    EXPECT_NE(RunRole("encrypt").exitCode, 0);
+    EXPECT_EQ(ReadWholeFile(file), std::string(31, 'k'));
+}
+
+TEST(Hex2Bin, ReadsOnlyWholePairsOfDigits) {
+    const auto read = [](const WCHAR* text, DWORD capacity) {
+        BYTE bytes[4] = {0xEE, 0xEE, 0xEE, 0xEE};
+        DWORD size = capacity;
+        const int result =
+            hex2bin(text, static_cast<DWORD>(WStringView(text).size()), bytes, &size);
+        return result == 0 ? BytesToHex(bytes, size) : "failed" + BytesToHex(bytes, 1);
+    };
+    EXPECT_EQ(read(TEXT("00aBfF"), 3), "00ABFF");
+    EXPECT_EQ(read(TEXT(""), 0), "");
+    for (const WCHAR* bad :
+         {TEXT("00aBf"), TEXT("00aBfG"), TEXT("0x00"), TEXT(" 1"), TEXT("1\uFF11")}) {
+        EXPECT_EQ(read(bad, 4), "failedEE");
+    }
+    EXPECT_EQ(read(TEXT("00aBfF"), 2), "failedEE");
+}
+
+// --- Registry -----------------------------------------------------------------------------------
+
+UniqueRegKey Created(HKEY parent, const WCHAR* path) {
+    return UniqueRegKey(reg_createkeyW(parent, path));
+}
+
+// The text of a value, or "(failed)"; a failure must not touch the outputs.
+std::string StringOf(HKEY key, const WCHAR* name) {
+    WCHAR untouched = 0;
+    WCHAR* text = &untouched;
+    DWORD characters = 4711;
+    if (!reg_getstringW(key, name, &text, &characters)) {
+        EXPECT_EQ(text, &untouched);
+        EXPECT_EQ(characters, 4711U);
+        return "(failed)";
+    }
+    EXPECT_EQ(WStringView(text).size(), characters);
+    const std::string result = WideToUtf8(text);
+    reg_free(text);
+    return result;
+}
+
+WString RawText(HKEY key, const WCHAR* name) {
+    WCHAR text[4096] = {};
+    DWORD size = sizeof text;
+    RegQueryValueExW(key, name, nullptr, nullptr, reinterpret_cast<BYTE*>(text), &size);
+    return text;
+}
+
+void SetRaw(HKEY key, const WCHAR* name, DWORD type, WStringView data) {
+    ASSERT_EQ(RegSetValueExW(key, name, 0, type, reinterpret_cast<const BYTE*>(data.data()),
+                             static_cast<DWORD>(data.size() * sizeof(WCHAR))),
+              ERROR_SUCCESS);
+}
+
+TEST_F(UtilsDll, ProtectedStringsAreUnreadableAtRest) {
+    const UniqueRegKey key = Created(HKEY_LOCAL_MACHINE, TEXT("software\\Other"));
+    const std::pair<const WCHAR*, bool (*)(HKEY, const WCHAR*, const WCHAR*)> setters[] = {
+        {TEXT("machine"), reg_setstring_encW}, {TEXT("user"), reg_setstring_enc_cuW}};
+    for (const auto& [name, set] : setters) {
+        for (const WCHAR* text : {TEXT("top secret ☂ 🔒"), TEXT(""), TEXT("SNP1 ABCD")}) {
+            ASSERT_TRUE(set(key.get(), name, text));
+            EXPECT_EQ(StringOf(key.get(), name), WideToUtf8(text));
+            EXPECT_TRUE(reg_is_encrypted_valueW(key.get(), name));
+        }
+        set(key.get(), name, TEXT("secret"));
+        const WString stored = RawText(key.get(), name);
+        const BYTE plain[] = {'s', 0, 'e', 0, 'c', 0, 'r', 0, 'e', 0, 't', 0};
+        EXPECT_EQ(WideToUtf8(stored).find(BytesToHex(plain, sizeof plain)), std::string::npos);
+        set(key.get(), name, TEXT("secret"));
+        EXPECT_NE(RawText(key.get(), name), stored);
+
+        WString changed = stored;
+        changed.back() = changed.back() == '0' ? WCHAR{'1'} : WCHAR{'0'};
+        SetRaw(key.get(), name, REG_SZ, changed);
+        EXPECT_EQ(StringOf(key.get(), name), "(failed)");
+        EXPECT_TRUE(reg_is_encrypted_valueW(key.get(), name));
+    }
+    EXPECT_FALSE(reg_is_encrypted_valueW(key.get(), TEXT("missing")));
+}
+
+TEST_F(UtilsDll, ProtectionForTheUserShutsOtherAccountsOut) {
+    SKIP_UNLESS_ADMINISTRATOR();
+    if (!Role().empty()) {
+        UniqueRegKey key;
+        RegOpenKeyExW(HKEY_LOCAL_MACHINE, TEXT("software\\Other"), 0, KEY_READ, key.put());
+        EXPECT_EQ(StringOf(key.get(), TEXT("machine")), "for all");
+        EXPECT_EQ(StringOf(key.get(), TEXT("user")), "(failed)");
+        EXPECT_EQ(reg_openkeyW(HKEY_LOCAL_MACHINE, TEXT("software\\Other")), nullptr);
+        return;
+    }
+    const UniqueRegKey key = Created(HKEY_LOCAL_MACHINE, TEXT("software\\Other"));
+    ASSERT_TRUE(reg_setstring_encW(key.get(), TEXT("machine"), TEXT("for all")));
+    ASSERT_TRUE(reg_setstring_enc_cuW(key.get(), TEXT("user"), TEXT("for one")));
+    ProcessOptions options;
+    options.account = Account{65534, 65534};
+    const ProcessResult other = RunRole("read", options);
+    EXPECT_EQ(other.exitCode, 0) << other.output;
+}
+
+TEST_F(UtilsDll, PlainStringsComeBackWhateverTheyLookLike) {
+    const UniqueRegKey key = Created(HKEY_CURRENT_USER, TEXT("software\\Other"));
+    for (const WCHAR* text : {TEXT("plain"), TEXT(""), TEXT("SNP1 ABCD"), TEXT("SNP2 "),
+                              TEXT("SNP0 SNP1 00"), TEXT("SNP0 x"), TEXT("SNP3 00")}) {
+        ASSERT_TRUE(reg_setstringW(key.get(), TEXT("text"), text));
+        EXPECT_EQ(StringOf(key.get(), TEXT("text")), WideToUtf8(text));
+        EXPECT_FALSE(reg_is_encrypted_valueW(key.get(), TEXT("text")));
+        // What others write is taken as it stands unless it has the protected form.
+        SetRaw(key.get(), TEXT("raw"), REG_SZ, text);
+        EXPECT_EQ(reg_is_encrypted_valueW(key.get(), TEXT("raw")),
+                  WStringView(text) == TEXT("SNP1 ABCD"));
+    }
+    SetRaw(key.get(), TEXT("raw"), REG_SZ, TEXT("SNP1 of the library"));
+    EXPECT_EQ(StringOf(key.get(), TEXT("raw")), "SNP1 of the library");
+    SetRaw(key.get(), TEXT("number"), REG_DWORD, TEXT("ab"));
+    EXPECT_EQ(StringOf(key.get(), TEXT("number")), "(failed)");
+    EXPECT_EQ(StringOf(key.get(), TEXT("missing")), "(failed)");
+}
+
+TEST_F(UtilsDll, ReadsNumbersListsAndNames) {
+    const UniqueRegKey key = Created(HKEY_CURRENT_USER, TEXT("software\\Other\\"));
+    DWORD number = 7;
+    EXPECT_TRUE(reg_setDWORDW(key.get(), TEXT("number"), 0xFFFFFFFF));
+    EXPECT_TRUE(reg_getDWORDW(key.get(), TEXT("number"), &number));
+    EXPECT_EQ(number, 0xFFFFFFFF);
+    SetRaw(key.get(), TEXT("short"), REG_DWORD, TEXT("a"));
+    SetRaw(key.get(), TEXT("text"), REG_SZ, TEXT("ab"));
+    EXPECT_FALSE(reg_getDWORDW(key.get(), TEXT("short"), &number));
+    EXPECT_FALSE(reg_getDWORDW(key.get(), TEXT("text"), &number));
+    EXPECT_EQ(number, 0xFFFFFFFF);
+
+    const auto listOf = [&](const WCHAR* name) {
+        WCHAR* data = nullptr;
+        DWORD bytes = 0;
+        if (!reg_getmultistringW(key.get(), name, &data, &bytes)) return std::string("(failed)");
+        std::string hex = BytesToHex(reinterpret_cast<const BYTE*>(data), bytes);
+        reg_free(data);
+        return hex;
+    };
+    EXPECT_TRUE(reg_setmultistringW(key.get(), TEXT("list"), TEXT("a\0b\0\0beyond")));
+    EXPECT_EQ(listOf(TEXT("list")), "61000000620000000000");
+    SetRaw(key.get(), TEXT("list"), REG_MULTI_SZ, TEXT("a"));
+    EXPECT_EQ(listOf(TEXT("list")), "610000000000");
+    EXPECT_TRUE(reg_setmultistringW(key.get(), TEXT("list"), TEXT("")));
+    EXPECT_EQ(listOf(TEXT("list")), "00000000");
+    EXPECT_EQ(listOf(TEXT("text")), "(failed)");
+
+    DWORD count = 0;
+    EXPECT_TRUE(reg_getvaluecount(key.get(), &count, 0));
+    EXPECT_EQ(count, 4U);
+    WCHAR name[7] = TEXT("before");
+    EXPECT_TRUE(reg_getvaluenamebyindexW(key.get(), 0, name, 7));
+    EXPECT_EQ(WString(name), TEXT("number"));
+    EXPECT_FALSE(reg_getvaluenamebyindexW(key.get(), 0, name, 6));
+    EXPECT_FALSE(reg_getvaluenamebyindexW(key.get(), 4, name, 7));
+    EXPECT_TRUE(reg_removevalueW(key.get(), TEXT("number")));
+    EXPECT_FALSE(reg_removevalueW(key.get(), TEXT("number")));
+}
+
+TEST_F(UtilsDll, WalksEveryKeyBeforeItsSubkeys) {
+    const UniqueRegKey top = Created(HKEY_CURRENT_USER, TEXT("top"));
+    for (const WCHAR* path : {TEXT("b\\x"), TEXT("a\\z\\deep"), TEXT("a\\y"), TEXT("c")}) {
+        reg_setDWORDW(Created(top.get(), path).get(), TEXT("n"), 1);
+    }
+    struct Visits {
+        std::string paths;
+        std::string last;       // ends the walk
+        HKEY parent = nullptr;  // of what the visit of "a" deletes
+    };
+    const reg_visitorW visitor = [](HKEY key, const WCHAR* path, void* context) {
+        auto& visits = *static_cast<Visits*>(context);
+        visits.paths += WideToUtf8(path) + " ";
+        DWORD count = 0;
+        EXPECT_TRUE(reg_getvaluecount(key, &count, 0));
+        if (visits.parent != nullptr) RegDeleteKeyW(visits.parent, TEXT("c"));
+        return visits.paths.find(visits.last + " ") == std::string::npos;
+    };
+    Visits all{"", "none"};
+    EXPECT_TRUE(reg_walk2W(top.get(), TEXT("p"), visitor, &all));
+    EXPECT_EQ(all.paths, "p\\a p\\a\\y p\\a\\z p\\a\\z\\deep p\\b p\\b\\x p\\c ");
+    Visits ended{"", "p\\a\\z"};
+    EXPECT_FALSE(reg_walk2W(top.get(), TEXT("p"), visitor, &ended));
+    EXPECT_EQ(ended.paths, "p\\a p\\a\\y p\\a\\z ");
+    Visits deleting{"", "none", top.get()};
+    EXPECT_TRUE(reg_walk2W(top.get(), TEXT("p"), visitor, &deleting));
+    EXPECT_EQ(deleting.paths, "p\\a p\\a\\y p\\a\\z p\\a\\z\\deep p\\b p\\b\\x ");
+}
+
+// --- Lock and bypasses --------------------------------------------------------------------------
+
+bool AnySetterWrites(HKEY key) {
+    const WCHAR* name = TEXT("value");
+    return reg_setstringW(key, name, TEXT("t")) || reg_setstring_encW(key, name, TEXT("t")) ||
+           reg_setstring_enc_cuW(key, name, TEXT("t")) || reg_setDWORDW(key, name, 1) ||
+           reg_setmultistringW(key, name, TEXT("t\0")) || reg_removevalueW(key, TEXT("kept"));
+}
+
+TEST_F(UtilsDll, TheLockRefusesWritesThroughEveryHandle) {
+    EXPECT_FALSE(sec_is_registry_locked());
+    EXPECT_TRUE(sec_set_sa_registry_lock(false));
+    const UniqueRegKey before =
+        Created(HKEY_LOCAL_MACHINE, TEXT("software\\Verdane\\Sentrel\\SA_AV"));
+    reg_setDWORDW(before.get(), TEXT("kept"), 1);
+    ASSERT_TRUE(sec_set_sa_registry_lock(true));
+    EXPECT_TRUE(sec_is_registry_locked());
+
+    std::vector<UniqueRegKey> handles;
+    handles.emplace_back(reg_openkeyW(HKEY_LOCAL_MACHINE, kProductKey));
+    handles.emplace_back(
+        reg_openkeyW(HKEY_LOCAL_MACHINE, TEXT("SOFTWARE\\verdane\\SENTREL\\sa_av")));
+    const UniqueRegKey parent(reg_openkeyW(HKEY_LOCAL_MACHINE, TEXT("software\\Verdane")));
+    handles.emplace_back(reg_openkeyW(parent.get(), TEXT("Sentrel\\SA_AV")));
+    handles.emplace_back(reg_openkeyW(before.get(), TEXT("")));
+    handles.push_back(Created(before.get(), TEXT("")));  // exists: only opened
+    handles.emplace_back();
+    RegOpenKeyExW(before.get(), nullptr, 0, KEY_SET_VALUE, handles.back().put());
+    for (const UniqueRegKey& handle : handles) {
+        ASSERT_TRUE(handle) << "handle " << &handle - handles.data();
+        EXPECT_FALSE(AnySetterWrites(handle.get())) << "handle " << &handle - handles.data();
+    }
+    EXPECT_FALSE(AnySetterWrites(before.get()));
+    DWORD count = 0;
+    EXPECT_TRUE(reg_getvaluecount(before.get(), &count, 0));
+    EXPECT_EQ(count, 1U);
+
+    EXPECT_FALSE(Created(HKEY_LOCAL_MACHINE, TEXT("software\\verdane\\sentrel\\new\\deep\\")));
+    EXPECT_FALSE(Created(parent.get(), TEXT("SENTREL\\new")));
+    EXPECT_FALSE(Created(before.get(), TEXT("new")));
+    // Neighbours, and the user's settings, stay open.
+    EXPECT_TRUE(AnySetterWrites(parent.get()));
+    EXPECT_TRUE(AnySetterWrites(
+        Created(HKEY_LOCAL_MACHINE, TEXT("software\\Verdane\\Sentrel2\\new")).get()));
+    EXPECT_TRUE(AnySetterWrites(Created(HKEY_CURRENT_USER, kProductKey).get()));
+
+    EXPECT_TRUE(sec_set_sa_registry_lock(false));
+    EXPECT_FALSE(sec_is_registry_locked());
+    EXPECT_TRUE(AnySetterWrites(before.get()));
+    EXPECT_TRUE(Created(before.get(), TEXT("new")));
+}
+
+TEST_F(UtilsDll, ABypassIsSeenWhileItsHandleIsOpen) {
+    const std::pair<HANDLE (*)(), const WCHAR*> bypasses[] = {
+        {bBypassFsfilter, TEXT("Global\\SN_BYPASS_FSFILTER")},
+        {bBypassGuardlet, TEXT("Global\\SN_BYPASS_GUARDLET")}};
+    for (const auto& [bypass, name] : bypasses) {
+        EXPECT_FALSE(UniqueHandle(OpenEventW(SYNCHRONIZE, FALSE, name)));
+        UniqueHandle first(bypass());
+        UniqueHandle second(bypass());
+        ASSERT_TRUE(first && second);
+        first.reset();
+        EXPECT_TRUE(UniqueHandle(OpenEventW(SYNCHRONIZE, FALSE, name)));
+        second.reset();
+        EXPECT_FALSE(UniqueHandle(OpenEventW(SYNCHRONIZE, FALSE, name)));
+    }
+}
+
+// --- Switches -----------------------------------------------------------------------------------
+
+struct CommandLine {
+    explicit CommandLine(std::vector<WString> given) : words(std::move(given)) {
+        for (WString& word : words) argv.push_back(word.data());
+        argv.push_back(nullptr);
+    }
+    // Every switch as "value" or "value=argument", then the words that are left.
+    std::string Scan() {
+        std::string seen;
+        int index = -1;
+        int value = 0;
+        while ((value = utils::getopt_long(static_cast<int>(words.size()), argv.data(),
+                                           TEXT("ab:o::f:"), kOptions, &index)) != -1) {
+            seen += value < 128 ? std::string(1, static_cast<char>(value)) : std::to_string(value);
+            if (utils::optarg != nullptr) seen += "=" + WideToUtf8(utils::optarg);
+            seen += " ";
+        }
+        seen += "|";
+        for (auto i = static_cast<std::size_t>(utils::optind); i < words.size(); ++i) {
+            seen += " " + WideToUtf8(argv[i]);
+        }
+        return seen;
+    }
+    static const utils::option kOptions[];
+    static int flag;
+    std::vector<WString> words;
+    std::vector<WCHAR*> argv;
+};
+int CommandLine::flag = 0;
+const utils::option CommandLine::kOptions[] = {{TEXT("VPNONLY"), 1, nullptr, 129},
+                                               {TEXT("VPNALL"), 0, nullptr, 130},
+                                               {TEXT("flag"), 0, &CommandLine::flag, 5},
+                                               {nullptr, 0, nullptr, 0}};
+
+TEST(Getopt, FollowsTheConventionsForWideWords) {
+    const auto scan = [](std::vector<WString> words) {
+        words.insert(words.begin(), TEXT("program"));
+        utils::optind = 1;
+        return CommandLine(std::move(words)).Scan();
+    };
+    EXPECT_EQ(scan({TEXT("-ab"), TEXT("x"), TEXT("-by"), TEXT("-o"), TEXT("-oz"), TEXT("rest")}),
+              "a b=x b=y o o=z | rest");
+    // Words that are no switches go last, in their order, and take their text along.
+    EXPECT_EQ(scan({TEXT("Größe"), TEXT("-f"), TEXT("Ünï☂"), TEXT("🔒"), TEXT("-a"), TEXT("--"),
+                    TEXT("-a")}),
+              "f=Ünï☂ a | Größe 🔒 -a");
+    EXPECT_EQ(scan({TEXT("--VPNONLY=é"), TEXT("--VPNO"), TEXT("-a"), TEXT("--VPNALL")}),
+              "129=é 129=-a 130 |");
+    EXPECT_EQ(scan({TEXT("--VPN"), TEXT("--none"), TEXT("--VPNALL=1"), TEXT("-x"), TEXT("-b")}),
+              "? ? ? ? ? |");
+    EXPECT_EQ(scan({TEXT("--VPNONLY")}), "? |");
+    // Characters whose low byte is that of a switch or a dash.
+    EXPECT_EQ(scan({TEXT("\u012Da"), TEXT("-\u0161"), TEXT("-a\u0162")}), "? a ? | \u012Da");
+    EXPECT_EQ(scan({TEXT("--flag")}), std::string(1, '\0') + " |");
+    EXPECT_EQ(CommandLine::flag, 5);
+}
+
+TEST(Getopt, StartsOverForAnotherVectorAndPointsIntoIt) {
+    CommandLine first({TEXT("program"), TEXT("-ab"), TEXT("value"), TEXT("-a")});
+    EXPECT_EQ(utils::getopt_long(4, first.argv.data(), TEXT("ab:"), nullptr, nullptr), 'a');
+    CommandLine second({TEXT("program"), TEXT("word"), TEXT("-bvalue")});
+    EXPECT_EQ(utils::getopt_long(3, second.argv.data(), TEXT("ab:"), nullptr, nullptr), 'b');
+    EXPECT_EQ(utils::optarg, second.words[2].data() + 2);
+    EXPECT_EQ(second.Scan(), "| word");
+    utils::optind = 1;
+    EXPECT_EQ(second.Scan(), "b=value | word");
+}
+
+// --- Log and folders ----------------------------------------------------------------------------
+
+std::vector<std::string> LinesOf(const fs::path& file) {
+    std::vector<std::string> lines;
+    std::string text = ReadWholeFile(file);
+    for (std::size_t end = 0; (end = text.find("\r\n")) != std::string::npos;) {
+        lines.push_back(text.substr(0, end));
+        text.erase(0, end + 2);
+    }
+    if (!text.empty()) lines.push_back("(cut) " + text);
+    return lines;
+}
+
+TEST_F(UtilsDll, LinesOfSeveralProcessesStayWhole) {
+    constexpr int kLines = 200;
+    const auto writeLines = [](SN_LOG_HANDLE log) {
+        for (unsigned i = 0; i < kLines; ++i) {
+            log_debug_fmt(log, TEXT("line %u %s."), i, WString(i * 7 % 900, 'x').c_str());
+        }
+        log_deinitialize(log);
+    };
+    if (!Role().empty()) {
+        writeLines(log_initialize(TEXT("SA_TEST")));
+        return;
+    }
+    std::vector<BackgroundProcess> processes;
+    for (int i = 0; i < 4; ++i) processes.push_back(StartRole("write"));
+    for (BackgroundProcess& process : processes) EXPECT_EQ(process.Wait().exitCode, 0);
+
+    const std::regex form(
+        R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} \[(\d+),\d+\] DEBUG line (\d+) (x*)\.)");
+    std::map<std::string, unsigned> next;
+    for (const std::string& line : LinesOf(FindFile(EndpointFolder(), "SA_TEST.log"))) {
+        std::smatch match;
+        ASSERT_TRUE(std::regex_match(line, match, form)) << line;
+        EXPECT_EQ(match[2], std::to_string(next[match[1]]++));
+        EXPECT_EQ(match[3].length(), std::stoi(match[2]) * 7 % 900);
+    }
+    EXPECT_EQ(next.size(), 4U);
+    for (const auto& [process, lines] : next) EXPECT_EQ(lines, unsigned{kLines}) << process;
+}
+
+TEST_F(UtilsDll, ANameCannotForgeALogLine) {
+    const SN_LOG_HANDLE log = log_initialize(TEXT("SA_TEST"));
+    ASSERT_NE(log, nullptr);
+    SetLastError(ERROR_FILE_NOT_FOUND);
+    log_error_fmt(log, TEXT("Cannot open file %s (%d)"), TEXT("a\r\nb\t\x1B[2K\u2028\u202Eö"), 7);
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+    log_deinitialize(log);
+    const auto lines = LinesOf(FindFile(EndpointFolder(), "SA_TEST.log"));
+    ASSERT_EQ(lines.size(), 1U);
+    EXPECT_TRUE(
+        lines[0].ends_with(R"(] ERROR Cannot open file a\x0D\x0Ab\x09\x1B[2K\x2028\x202Eö (7))"))
+        << lines[0];
+
+    log_error_fmt(nullptr, TEXT("%s"), TEXT("nowhere"));
+    log_deinitialize(nullptr);
+    for (const WCHAR* outside : {TEXT("../x"), TEXT("a\\b"), TEXT(".."), TEXT("")}) {
+        EXPECT_EQ(log_initialize(outside), nullptr);
+    }
+    const fs::path logs = FindFile(EndpointFolder(), "SA_TEST.log").parent_path();
+    fs::remove_all(logs);
+    WriteWholeFile(logs, "in the way");
+    EXPECT_EQ(log_initialize(TEXT("SA_TEST")), nullptr);
+}
+
+TEST_F(UtilsDll, TheInstallationFolderIsTheConfiguredOneElseTheLibrarysOwn) {
+    if (!Role().empty()) return Tell(WideToUtf8(cfg_get_install_dir()));
+    EXPECT_EQ(Told(RunRole("tell")), ProgramFolder().string());
+    const UniqueRegKey key = Created(HKEY_LOCAL_MACHINE, kProductKey);
+    reg_setstringW(key.get(), TEXT("InstallDir"), TEXT("C:\\Program Files\\Sentrel\\"));
+    EXPECT_EQ(Told(RunRole("tell")), "C:\\Program Files\\Sentrel");
+}
+
+TEST_F(UtilsDll, TemporaryFilesAreNewAndPrivate) {
+    const WString folder = Utf8ToWide(TemporaryFolder().string());
+    WCHAR path[261] = {};
+    ASSERT_NE(fs_get_temp_file_path(folder.c_str(), nullptr, path, 261), 0);
+    const fs::path first = WideToUtf8(path);
+    EXPECT_TRUE(fs::is_empty(first));
+    EXPECT_TRUE(OnlyOwnerMayUse(first));
+    ASSERT_NE(fs_get_temp_file_path(folder.c_str(), nullptr, path, 261), 0);
+    EXPECT_NE(first, WideToUtf8(path));
+    const auto folderLength = static_cast<DWORD>(folder.size());
+    EXPECT_EQ(fs_get_temp_file_path(folder.c_str(), nullptr, path, folderLength), 0);
+    EXPECT_EQ(fs_get_temp_file_path((folder + TEXT("/none")).c_str(), nullptr, path, 261), 0);
+    EXPECT_EQ(FilesInTemporaryFolder().size(), 2U);
+}
+
+}  // namespace
