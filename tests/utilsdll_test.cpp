@@ -107,9 +107,10 @@ TEST_F(UtilsDll, GivesAllMessagesOfAPassPhraseOneSaltAndEachItsCounter) {
             ids.insert(message.substr(0, 12));
         }
     };
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) threads.emplace_back(encryptMany);
-    for (std::thread& thread : threads) thread.join();
+    {
+        const std::jthread threads[] = {std::jthread(encryptMany), std::jthread(encryptMany),
+                                        std::jthread(encryptMany), std::jthread(encryptMany)};
+    }
     EXPECT_EQ(ids.size(), 400U);
 
     const auto saltOf = [](const std::string& message) { return message.substr(0, 8); };
@@ -163,8 +164,8 @@ TEST_F(UtilsDll, RefusesAnotherPassPhraseAndASmallBuffer) {
 
 TEST_F(UtilsDll, ProcessesAgreeOnOneDefaultKeyFromTheStart) {
     if (!Role().empty()) return Tell(ToHex(Encrypted("it is me", nullptr)));
-    std::vector<BackgroundProcess> processes;
-    for (int i = 0; i < 6; ++i) processes.push_back(StartRole("encrypt"));
+    BackgroundProcess processes[] = {StartRole("encrypt"), StartRole("encrypt"),
+                                     StartRole("encrypt"), StartRole("encrypt")};
     for (BackgroundProcess& process : processes) {
         EXPECT_EQ(Decrypted(FromHex(Told(process.Wait())), nullptr), "it is me");
     }
@@ -211,7 +212,7 @@ std::string StringOf(HKEY key, const WCHAR* name) {
         return "(failed)";
     }
     EXPECT_EQ(WStringView(text).size(), characters);
-    const std::string result = WideToUtf8(text);
+    std::string result = WideToUtf8(text);
     reg_free(text);
     return result;
 }
@@ -524,8 +525,8 @@ TEST_F(UtilsDll, LinesOfSeveralProcessesStayWhole) {
         writeLines(log_initialize(TEXT("SA_TEST")));
         return;
     }
-    std::vector<BackgroundProcess> processes;
-    for (int i = 0; i < 4; ++i) processes.push_back(StartRole("write"));
+    BackgroundProcess processes[] = {StartRole("write"), StartRole("write"), StartRole("write"),
+                                     StartRole("write")};
     for (BackgroundProcess& process : processes) EXPECT_EQ(process.Wait().exitCode, 0);
 
     const std::regex form(

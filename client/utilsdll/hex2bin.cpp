@@ -21,7 +21,7 @@ extern "C" int hex2bin(const WCHAR* text, DWORD length, BYTE* output, DWORD* out
     for (DWORD i = 0; i < length; ++i) {
         if (DigitValue(text[i]) < 0) return kFailed;
     }
-    for (DWORD i = 0; i < length / 2; ++i) {
+    for (std::size_t i = 0; i < length / 2; ++i) {
         output[i] = static_cast<BYTE>(DigitValue(text[2 * i]) * 16 + DigitValue(text[2 * i + 1]));
     }
     *outputSize = length / 2;

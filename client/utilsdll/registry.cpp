@@ -113,7 +113,8 @@ class Walk {
                 readAll_ = false;
                 continue;
             }
-            const WString subpath = path + TEXT('\\') + name;
+            WString subpath = path;
+            subpath.append(TEXT("\\")).append(name);
             if (!visitor_(subkey.get(), subpath.c_str(), context_)) return false;
             if (!VisitBelow(subkey.get(), subpath)) return false;
         }

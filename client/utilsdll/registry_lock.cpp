@@ -7,6 +7,12 @@
 #include "common/handles.h"
 #include "common/text.h"
 
+// The system's native call that knows a key's name, which programs find in ntdll by its name; the
+// SDK's headers do not declare it.
+enum KEY_INFORMATION_CLASS { KeyNameInformation = 3 };
+using NtQueryKeyFunction = LONG(WINAPI*)(HANDLE key, KEY_INFORMATION_CLASS what, PVOID information,
+                                         ULONG length, ULONG* resultLength);
+
 namespace utilsdll {
 namespace {
 
@@ -25,10 +31,7 @@ bool IsRoot(HKEY key) {
     return (static_cast<DWORD>(reinterpret_cast<ULONG_PTR>(key)) & 0x80000000U) != 0;
 }
 
-// The native call that knows a key's name, and what it returns.
-using NtQueryKeyFunction = LONG(WINAPI*)(HANDLE key, int informationClass, PVOID information,
-                                         ULONG length, ULONG* resultLength);
-constexpr int kKeyNameInformation = 3;
+// What KeyNameInformation gives.
 struct KeyName {
     ULONG bytes;
     WCHAR text[1];
@@ -47,11 +50,10 @@ WString NameOfKey(HKEY key) {
     static const NtQueryKeyFunction query = QueryKeyFunction();
     if (query == nullptr) return {};
     ULONG size = 0;
-    query(key, kKeyNameInformation, nullptr, 0, &size);
+    query(key, KeyNameInformation, nullptr, 0, &size);
     std::vector<ULONG> memory(size / sizeof(ULONG) + 1);
     const auto* name = reinterpret_cast<const KeyName*>(memory.data());
-    if (size < sizeof(KeyName) ||
-        query(key, kKeyNameInformation, memory.data(), size, &size) != 0) {
+    if (size < sizeof(KeyName) || query(key, KeyNameInformation, memory.data(), size, &size) != 0) {
         return {};
     }
     return {name->text, name->bytes / sizeof(WCHAR)};
