@@ -245,6 +245,7 @@ TEST_F(FileTest, NamesOfFilesAndFolders) {
 }
 
 TEST_F(FileTest, FullPathsAreAbsoluteAndFitOrTellTheirSize) {
+    const fs::path before = fs::current_path();
     fs::current_path(ScratchFolder());
     WCHAR path[MAX_PATH];
     WCHAR* name = nullptr;
@@ -253,6 +254,7 @@ TEST_F(FileTest, FullPathsAreAbsoluteAndFitOrTellTheirSize) {
     EXPECT_EQ(std::basic_string<WCHAR>(name), TEXT("b.txt"));
     EXPECT_EQ(std::char_traits<WCHAR>::length(path), length);
     EXPECT_EQ(GetFullPathNameW(TEXT("b.txt"), length, path, nullptr), length + 1);
+    fs::current_path(before);
 }
 
 TEST_F(FileTest, ACopyIsTheWholeFileOrNothing) {

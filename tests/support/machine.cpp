@@ -19,12 +19,21 @@ std::vector<std::string> ArgumentsOfRunningTest() {
     return {std::string("--gtest_filter=") + test.test_suite_name() + "." + test.name()};
 }
 
+// The folder of this process's machines: the same for all its tests, since a process decides on its
+// endpoint once.
+fs::path FreshRoot() {
+    static const fs::path root = MakeUniqueFolder();
+    fs::create_directory(root);
+    fs::permissions(root, fs::perms(0755));
+    return root;
+}
+
 }  // namespace
 
 MachineTest::MachineTest()
     : root_(ReadVariable(kMachineVariable)), ownsRoot_(ReadVariable(kRoleVariable).empty()) {
     if (ownsRoot_) {
-        root_ = MakeUniqueFolder();
+        root_ = FreshRoot();
         fs::create_directory(EndpointFolder());
         fs::create_directory(TemporaryFolder());
         fs::create_directory(ScratchFolder());

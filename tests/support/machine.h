@@ -11,8 +11,8 @@
 
 // Gives the test a fresh endpoint and a fresh temporary folder, and removes everything at its end.
 // Both are named to the test's own process and to the programs that it starts by the environment.
-// A process decides on its endpoint once, so a test that looks at the endpoint needs a process to
-// itself, as ctest gives it; in one process with others it may share theirs.
+// Every test should have a process to itself, as ctest gives it: what the layer keeps in memory of
+// the machine lives as long as the process.
 class MachineTest : public testing::Test {
   protected:
     MachineTest();

@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <string>
 
-// Makes a new folder with a unique name, which every account may enter.
+// Makes a new folder with a unique name.
 std::filesystem::path MakeUniqueFolder();
 // Lets every account make files in the folder, as in the system's own temporary folder.
 void OpenToEveryAccount(const std::filesystem::path& folder);

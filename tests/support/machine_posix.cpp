@@ -11,7 +11,7 @@ namespace fs = std::filesystem;
 
 fs::path MakeUniqueFolder() {
     std::string path = (fs::temp_directory_path() / "sentrel-test-XXXXXX").string();
-    if (mkdtemp(path.data()) == nullptr || chmod(path.c_str(), 0755) != 0) {
+    if (mkdtemp(path.data()) == nullptr) {
         throw std::system_error(errno, std::generic_category(), path);
     }
     return path;
