@@ -1,6 +1,7 @@
 // Commands that make what the configuration tool reads: encrypted arguments, files and values.
 #include <utilsdll.h>
 
+#include <algorithm>
 #include <limits>
 
 #include "client/snclient/commands.h"
@@ -75,16 +76,12 @@ constexpr DWORD kCipherOverhead = 28;  // bytes that encrypt_buffer adds
 
 bool Encrypt(const SecureBytes& plain, const SecureText& password, bool marked,
              std::vector<BYTE>& form) {
-    std::vector<BYTE> cipher(plain.size() + kCipherOverhead);
-    auto size = static_cast<DWORD>(cipher.size());
-    if (encrypt_buffer(plain.data(), static_cast<DWORD>(plain.size()), cipher.data(), &size,
-                       password.c_str()) != 0) {
-        return false;
-    }
-    form.clear();
-    if (marked) form.insert(form.end(), std::begin(kMarker), std::end(kMarker));
-    form.insert(form.end(), cipher.begin(), cipher.begin() + size);
-    return true;
+    const std::size_t start = marked ? sizeof kMarker : 0;
+    form.resize(start + plain.size() + kCipherOverhead);
+    std::copy_n(kMarker, start, form.begin());
+    auto size = static_cast<DWORD>(form.size() - start);
+    return encrypt_buffer(plain.data(), static_cast<DWORD>(plain.size()), form.data() + start,
+                          &size, password.c_str()) == 0;
 }
 
 // Prints an encrypted form on a line of its own.
