@@ -7,6 +7,7 @@
 #include <string>
 #include <thread>
 
+#include "common/handles.h"
 #include "tests/support/accounts.h"
 #include "tests/support/machine.h"
 
@@ -52,6 +53,25 @@ HANDLE TokenOfProcess(DWORD process, DWORD access) {
     return token;
 }
 
+// A protected text, empty on failure; and whether the thread's account can read it.
+std::string Protected(DWORD flags) {
+    BYTE text[] = {'t', 'e', 'x', 't'};
+    DATA_BLOB plain{sizeof text, text};
+    DATA_BLOB blob{};
+    if (!CryptProtectData(&plain, nullptr, nullptr, nullptr, nullptr, flags, &blob)) return {};
+    std::string bytes(reinterpret_cast<char*>(blob.pbData), blob.cbData);
+    LocalFree(blob.pbData);
+    return bytes;
+}
+
+bool CanRead(std::string bytes) {
+    DATA_BLOB blob{static_cast<DWORD>(bytes.size()), reinterpret_cast<BYTE*>(bytes.data())};
+    DATA_BLOB plain{};
+    if (!CryptUnprotectData(&blob, nullptr, nullptr, nullptr, nullptr, 0, &plain)) return false;
+    LocalFree(plain.pbData);
+    return true;
+}
+
 class Identity : public MachineTest {
   protected:
     // Makes a file in the scratch folder and tells who owns it.
@@ -95,22 +115,17 @@ TEST_F(Identity, ImpersonationActsAsTheUserOnThisThreadAloneUntilItEnds) {
 TEST_F(Identity, UserProtectionFollowsTheImpersonatedUserMachineProtectionDoesNot) {
     SKIP_UNLESS_ADMINISTRATOR();
     LogOn(EndpointFolder(), 1, std::to_string(kStranger.user));
-    BYTE secret[] = {1, 2, 3};
-    DATA_BLOB plain{sizeof secret, secret};
-    DATA_BLOB ofProcess{}, ofUser{}, ofMachine{}, out{};
-    ASSERT_TRUE(CryptProtectData(&plain, nullptr, nullptr, nullptr, nullptr, 0, &ofProcess));
+    const std::string ofProcess = Protected(0);
 
-    const HANDLE token = TokenOfSession(1);
-    ASSERT_TRUE(ImpersonateLoggedOnUser(token));
-    EXPECT_TRUE(CryptProtectData(&plain, nullptr, nullptr, nullptr, nullptr, 0, &ofUser));
-    EXPECT_TRUE(CryptProtectData(&plain, nullptr, nullptr, nullptr, nullptr,
-                                 CRYPTPROTECT_LOCAL_MACHINE, &ofMachine));
-    EXPECT_FALSE(CryptUnprotectData(&ofProcess, nullptr, nullptr, nullptr, nullptr, 0, &out));
-    EXPECT_TRUE(CryptUnprotectData(&ofUser, nullptr, nullptr, nullptr, nullptr, 0, &out));
+    const UniqueHandle token(TokenOfSession(1));
+    ASSERT_TRUE(ImpersonateLoggedOnUser(token.get()));
+    const std::string ofUser = Protected(0);
+    const std::string ofMachine = Protected(CRYPTPROTECT_LOCAL_MACHINE);
+    EXPECT_FALSE(CanRead(ofProcess));
+    EXPECT_TRUE(CanRead(ofUser));
     EXPECT_TRUE(RevertToSelf());
-    EXPECT_FALSE(CryptUnprotectData(&ofUser, nullptr, nullptr, nullptr, nullptr, 0, &out));
-    EXPECT_TRUE(CryptUnprotectData(&ofMachine, nullptr, nullptr, nullptr, nullptr, 0, &out));
-    CloseHandle(token);
+    EXPECT_FALSE(CanRead(ofUser));
+    EXPECT_TRUE(CanRead(ofMachine));
 }
 
 TEST_F(Identity, OnlyTheRightCallerGetsTheTokenOfASession) {

@@ -25,5 +25,5 @@
 #include <winerror.h>
 #include <winnls.h>
 #include <winreg.h>
-#include <winuser.h>
 #include <winsvc.h>
+#include <winuser.h>

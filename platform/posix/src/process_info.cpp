@@ -69,13 +69,9 @@ ProcessFolder::ProcessFolder(pid_t process)
     : folder_(
           open(("/proc/" + std::to_string(process)).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)) {}
 
-ProcessFolder::~ProcessFolder() {
-    if (folder_ >= 0) close(folder_);
-}
-
 std::string ProcessFolder::ProgramPath() const {
     std::array<char, 4096> path{};
-    const ssize_t length = readlinkat(folder_, "exe", path.data(), path.size());
+    const ssize_t length = readlinkat(folder_.get(), "exe", path.data(), path.size());
     if (length <= 0) return {};
     std::string text(path.data(), static_cast<std::size_t>(length));
     const std::string deleted = " (deleted)";
@@ -84,17 +80,14 @@ std::string ProcessFolder::ProgramPath() const {
 }
 
 std::string ProcessFolder::Read(const char* file) const {
-    const int descriptor = openat(folder_, file, O_RDONLY | O_CLOEXEC);
-    if (descriptor < 0) return {};
+    const UniqueDescriptor opened(openat(folder_.get(), file, O_RDONLY | O_CLOEXEC));
+    if (!opened) return {};
     std::string text;
     std::array<char, 4096> piece{};
     ssize_t got = 0;
-    while ((got = read(descriptor, piece.data(), piece.size())) > 0) {
+    while ((got = read(opened.get(), piece.data(), piece.size())) > 0) {
         text.append(piece.data(), static_cast<std::size_t>(got));
     }
-    const int error = errno;
-    close(descriptor);
-    errno = error;
     return got < 0 ? std::string() : text;
 }
 

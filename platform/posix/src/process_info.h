@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "descriptor.h"
 #include "thread_identity.h"
 
 namespace platform {
@@ -24,10 +25,7 @@ class ProcessFolder {
   public:
     // Not open, with errno set, when there is no such process.
     explicit ProcessFolder(pid_t process);
-    ProcessFolder(const ProcessFolder&) = delete;
-    ProcessFolder& operator=(const ProcessFolder&) = delete;
-    ~ProcessFolder();
-    bool IsOpen() const { return folder_ >= 0; }
+    bool IsOpen() const { return static_cast<bool>(folder_); }
 
     // The path of its program; empty with errno set when the caller may not see it.
     std::string ProgramPath() const;
@@ -35,7 +33,7 @@ class ProcessFolder {
     std::string Read(const char* file) const;
 
   private:
-    int folder_;
+    UniqueDescriptor folder_;
 };
 
 // The values of a line "<field>: ..." of a status file, as numbers.

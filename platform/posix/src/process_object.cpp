@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <utility>
 
 #include "deadline.h"
 #include "last_error.h"
@@ -19,24 +20,21 @@ constexpr DWORD kSupportedAccess =
 
 }  // namespace
 
-Process::Process(pid_t id, DWORD access, int descriptor)
-    : id_(id), access_(access), descriptor_(descriptor), folder_(id) {}
-
-Process::~Process() {
-    close(descriptor_);
-}
+Process::Process(pid_t id, DWORD access, UniqueDescriptor descriptor)
+    : id_(id), access_(access), descriptor_(std::move(descriptor)), folder_(id) {}
 
 std::shared_ptr<Process> Process::Open(pid_t id, DWORD access) {
-    const auto descriptor = static_cast<int>(syscall(SYS_pidfd_open, id, 0));
-    if (descriptor < 0) {
+    UniqueDescriptor descriptor(static_cast<int>(syscall(SYS_pidfd_open, id, 0)));
+    if (!descriptor) {
         const bool noHandles = errno == EMFILE || errno == ENFILE || errno == ENOMEM;
         Fail(noHandles ? ErrorOfErrno(errno) : ERROR_INVALID_PARAMETER);
         return nullptr;
     }
-    auto process = std::make_shared<Process>(id, access, descriptor);
+    auto process = std::make_shared<Process>(id, access, std::move(descriptor));
     // When the process is still there after its folder was opened, both are of the same one.
     const bool ended =
-        syscall(SYS_pidfd_send_signal, descriptor, 0, nullptr, 0) != 0 && errno == ESRCH;
+        syscall(SYS_pidfd_send_signal, process->descriptor_.get(), 0, nullptr, 0) != 0 &&
+        errno == ESRCH;
     if (ended || !process->Folder().IsOpen()) {
         Fail(ERROR_INVALID_PARAMETER);
         return nullptr;
@@ -55,7 +53,7 @@ DWORD Process::Wait(DWORD milliseconds) {
         return WAIT_FAILED;
     }
     const Deadline deadline(milliseconds);
-    pollfd polled{descriptor_, POLLIN, 0};
+    pollfd polled{descriptor_.get(), POLLIN, 0};
     for (;;) {
         const int ready = poll(&polled, 1, deadline.PollTimeout());
         if (ready > 0) return WAIT_OBJECT_0;

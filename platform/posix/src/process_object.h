@@ -14,8 +14,7 @@ class Process final : public KernelObject {
     // it.
     static std::shared_ptr<Process> Open(pid_t id, DWORD access);
 
-    Process(pid_t id, DWORD access, int descriptor);
-    ~Process() override;
+    Process(pid_t id, DWORD access, UniqueDescriptor descriptor);
 
     pid_t Id() const { return id_; }
     bool Allows(DWORD access) const { return (access_ & access) == access; }
@@ -26,7 +25,8 @@ class Process final : public KernelObject {
   private:
     const pid_t id_;
     const DWORD access_;
-    const int descriptor_;  // of the kernel's process object; readable when the process has ended
+    const UniqueDescriptor
+        descriptor_;  // of the kernel's process object; readable when the process has ended
     const ProcessFolder folder_;
 };
 

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <string>
 
+#include "descriptor.h"
 #include "endpoint.h"
 #include "last_error.h"
 #include "thread_identity.h"
@@ -29,31 +30,19 @@ KeyFile KeyFileOf(ProtectionScope scope) {
     return user ? KeyFile{folder + "/user.key", 0600} : KeyFile{folder + "/machine.key", 0644};
 }
 
-class File {
-  public:
-    File(const std::string& path, int flags)
-        : descriptor_(open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW, 0600)) {}
-    File(const File&) = delete;
-    File& operator=(const File&) = delete;
-    ~File() {
-        if (IsOpen()) close(descriptor_);
-    }
-    bool IsOpen() const { return descriptor_ >= 0; }
-    int Descriptor() const { return descriptor_; }
-
-  private:
-    int descriptor_;
-};
+UniqueDescriptor OpenKeyFile(const std::string& path, int flags) {
+    return UniqueDescriptor(open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW, 0600));
+}
 
 // True when the file was there and read; false with the last error set otherwise.
 bool ReadKey(const KeyFile& file, ProtectionKey& key) {
-    const File opened(file.path, O_RDONLY);
-    if (!opened.IsOpen()) return FailWithErrno(errno);
+    const UniqueDescriptor opened = OpenKeyFile(file.path, O_RDONLY);
+    if (!opened) return FailWithErrno(errno);
     struct stat info {};
-    if (fstat(opened.Descriptor(), &info) != 0) return FailWithErrno(errno);
+    if (fstat(opened.get(), &info) != 0) return FailWithErrno(errno);
     const bool tooOpen = (info.st_mode & 07777 & ~file.mode) != 0;
     if (!S_ISREG(info.st_mode) || tooOpen || info.st_size != static_cast<off_t>(key.size()) ||
-        read(opened.Descriptor(), key.data(), key.size()) != static_cast<ssize_t>(key.size())) {
+        read(opened.get(), key.data(), key.size()) != static_cast<ssize_t>(key.size())) {
         return Fail(ERROR_INVALID_DATA);
     }
     return true;
@@ -62,10 +51,9 @@ bool ReadKey(const KeyFile& file, ProtectionKey& key) {
 bool WriteKey(const std::string& path, mode_t mode) {
     ProtectionKey key;
     FillRandom(key.data(), key.size());
-    const File made(path, O_WRONLY | O_CREAT | O_EXCL);
-    return made.IsOpen() &&
-           write(made.Descriptor(), key.data(), key.size()) == static_cast<ssize_t>(key.size()) &&
-           fchmod(made.Descriptor(), mode) == 0 && fsync(made.Descriptor()) == 0;
+    const UniqueDescriptor made = OpenKeyFile(path, O_WRONLY | O_CREAT | O_EXCL);
+    return made && write(made.get(), key.data(), key.size()) == static_cast<ssize_t>(key.size()) &&
+           fchmod(made.get(), mode) == 0 && fsync(made.get()) == 0;
 }
 
 // Makes the key whole under a name of its own and then gives it its name, which fails when another

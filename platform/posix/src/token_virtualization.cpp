@@ -10,6 +10,7 @@
 #include <sstream>
 #include <string>
 
+#include "descriptor.h"
 #include "endpoint.h"
 #include "last_error.h"
 #include "process_info.h"
@@ -51,11 +52,9 @@ struct OwnSetting {
 
 bool IsVirtualizationOn(pid_t process) {
     const std::string path = EndpointFolder() + "/run" + NameOfSetting(process);
-    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-    if (file < 0) return MachineSetting();
+    const UniqueDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
     char setting = 0;
-    const bool isRead = read(file, &setting, 1) == 1;
-    close(file);
+    const bool isRead = file && read(file.get(), &setting, 1) == 1;
     return isRead ? setting == '1' : MachineSetting();
 }
 
@@ -67,13 +66,10 @@ bool SetVirtualization(bool on) {
     const char* const path = ownSetting.path.c_str();
     if (unlink(path) != 0 && errno != ENOENT) return FailWithErrno(errno);
     if (on == MachineSetting()) return true;
-    const int file = open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-    if (file < 0) return FailWithErrno(errno);
+    const UniqueDescriptor file(open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
     const char setting = on ? '1' : '0';
-    const bool isWritten = write(file, &setting, 1) == 1 && fchmod(file, 0644) == 0;
-    const int error = errno;
-    close(file);
-    return isWritten || FailWithErrno(error);
+    return (file && write(file.get(), &setting, 1) == 1 && fchmod(file.get(), 0644) == 0) ||
+           FailWithErrno(errno);
 }
 
 }  // namespace platform
