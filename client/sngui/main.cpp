@@ -169,6 +169,7 @@ int Server::Run() {
 
     // 2. Its clients, until as many messages are shown as there should be.
     std::vector<std::thread> threads;
+    threads.reserve(instances.size());
     for (const UniqueHandle& instance : instances) {
         threads.emplace_back([this, pipe = instance.get()] { ServeClients(pipe); });
     }

@@ -1,0 +1,252 @@
+// The utility library's calls about management, rights and the user interface.
+#include <gui_message.h>
+#include <utilsdll.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <fstream>
+#include <vector>
+
+#include "common/handles.h"
+#include "common/pipe_call.h"
+#include "common/text.h"
+#include "tests/support/machine.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+constexpr const WCHAR* kStateKey = TEXT("software\\Verdane\\Sentrel\\SA_STATE");
+constexpr const WCHAR* kGuiOfSession3 =
+    TEXT("\\\\.\\pipe\\SN_{8264D419-EBF5-4727-9E4C-AC4EB4EF54F3}_3");
+
+class ClientStateTest : public MachineTest {
+  protected:
+    static ProcessOptions As(unsigned user) {
+        ProcessOptions options;
+        options.account = Account{user, user};
+        return options;
+    }
+    static std::vector<BYTE> StoredState(const WCHAR* name) {
+        UniqueRegKey key;
+        std::vector<BYTE> data(256);
+        DWORD size = 256;
+        RegOpenKeyExW(HKEY_LOCAL_MACHINE, kStateKey, 0, KEY_QUERY_VALUE, key.put());
+        const LSTATUS read =
+            RegQueryValueExW(key.get(), name, nullptr, nullptr, data.data(), &size);
+        data.resize(read == ERROR_SUCCESS ? size : 0);
+        return data;
+    }
+    static void StoreState(const WCHAR* name, DWORD type, const std::vector<BYTE>& data) {
+        UniqueRegKey key;
+        RegCreateKeyExW(HKEY_LOCAL_MACHINE, kStateKey, 0, nullptr, REG_OPTION_NON_VOLATILE,
+                        KEY_SET_VALUE, nullptr, key.put(), nullptr);
+        ASSERT_EQ(
+            RegSetValueExW(key.get(), name, 0, type, data.data(), static_cast<DWORD>(data.size())),
+            ERROR_SUCCESS);
+    }
+    // Whether the bytes stand in any file of the machine.
+    bool MachineHolds(const std::string& bytes) const {
+        const auto files = fs::recursive_directory_iterator(EndpointFolder());
+        return std::any_of(begin(files), end(files), [&](const fs::directory_entry& entry) {
+            return entry.is_regular_file() &&
+                   ReadWholeFile(entry.path()).find(bytes) != std::string::npos;
+        });
+    }
+};
+
+// --- Management ---------------------------------------------------------------------------------
+
+TEST_F(ClientStateTest, LockPasswordIsComparedButNotKept) {
+    constexpr const WCHAR* kPassword = TEXT("K\u00F6ln-7 fliegt");
+    if (Role() == "other process") {
+        EXPECT_TRUE(cfg_sentrelmanager_cmp_pwd(kPassword));
+        return;
+    }
+    EXPECT_TRUE(cfg_sentrelmanager_cmp_pwd(TEXT("")));
+    EXPECT_FALSE(cfg_sentrelmanager_cmp_pwd(kPassword));
+
+    ASSERT_TRUE(cfg_sentrelmanager_set_pwd(kPassword));
+    EXPECT_TRUE(cfg_sentrelmanager_cmp_pwd(kPassword));
+    for (const WCHAR* wrong : {TEXT(""), TEXT("K\u00F6ln-7 flieg"), TEXT("k\u00F6ln-7 fliegt"),
+                               TEXT("K\u00F6ln-7 fliegt ")}) {
+        EXPECT_FALSE(cfg_sentrelmanager_cmp_pwd(wrong));
+    }
+    EXPECT_EQ(RunRole("other process").exitCode, 0);
+
+    const WStringView text = kPassword;
+    EXPECT_FALSE(MachineHolds(WideToUtf8(text)));
+    EXPECT_FALSE(
+        MachineHolds({reinterpret_cast<const char*>(text.data()), text.size() * sizeof(WCHAR)}));
+    const auto first = StoredState(TEXT("lock_password"));
+    ASSERT_TRUE(cfg_sentrelmanager_set_pwd(kPassword));
+    EXPECT_NE(StoredState(TEXT("lock_password")), first);  // a salt of its own each time
+
+    ASSERT_TRUE(cfg_sentrelmanager_set_pwd(TEXT("")));
+    EXPECT_TRUE(cfg_sentrelmanager_cmp_pwd(TEXT("")));
+    EXPECT_FALSE(cfg_sentrelmanager_cmp_pwd(kPassword));
+}
+
+TEST_F(ClientStateTest, StateInDoubtProtects) {
+    ASSERT_TRUE(cfg_sentrelmanager_set_pwd(TEXT("secret")));
+    auto record = StoredState(TEXT("lock_password"));
+    record.pop_back();
+    StoreState(TEXT("lock_password"), REG_BINARY, record);
+    EXPECT_FALSE(cfg_sentrelmanager_cmp_pwd(TEXT("secret")));
+    EXPECT_FALSE(cfg_sentrelmanager_cmp_pwd(TEXT("")));
+
+    EXPECT_EQ(cfg_is_managed_by_cms(), 0);
+    StoreState(TEXT("managed"), REG_DWORD, {0});
+    EXPECT_NE(cfg_is_managed_by_cms(), 0);
+    StoreState(TEXT("fips_mode"), REG_BINARY, {0, 0, 0, 0});
+    EXPECT_NE(cfg_is_fips_mode_enabled(), 0);
+}
+
+TEST_F(ClientStateTest, RegistryLockDoesNotFreezeTheState) {
+    ASSERT_TRUE(sec_set_sa_registry_lock(true));
+    EXPECT_TRUE(cfg_set_managed_by_cms(true));
+    EXPECT_TRUE(cfg_set_fips_mode(true));
+    EXPECT_NE(cfg_is_managed_by_cms(), 0);
+    EXPECT_NE(cfg_is_fips_mode_enabled(), 0);
+    EXPECT_TRUE(cfg_set_managed_by_cms(false));
+    EXPECT_EQ(cfg_is_managed_by_cms(), 0);
+    EXPECT_NE(cfg_is_fips_mode_enabled(), 0);
+}
+
+TEST_F(ClientStateTest, ManagementInformationFillsItsBufferExactly) {
+    std::array<BYTE, SENTRELMANAGER_INFO_SIZE + 1> buffer;
+    buffer.fill(0xAA);
+    cfg_get_sentrelmanager_info(buffer.data());
+    EXPECT_EQ(WStringView(reinterpret_cast<const WCHAR*>(buffer.data())), TEXT("Not managed"));
+    EXPECT_EQ(buffer[SENTRELMANAGER_INFO_SIZE - 1], 0);
+    EXPECT_EQ(buffer[SENTRELMANAGER_INFO_SIZE], 0xAA);
+}
+
+TEST_F(ClientStateTest, SchedulerHearsOfAChange) {
+    constexpr const WCHAR* kEvent = TEXT("Global\\SN_CONFIG_CHANGED");
+    signal_scheduler();
+    SetLastError(ERROR_SUCCESS);
+    const UniqueHandle event(CreateEventW(nullptr, FALSE, FALSE, kEvent));
+    EXPECT_NE(GetLastError(), DWORD{ERROR_ALREADY_EXISTS});  // nobody else makes it
+    EXPECT_EQ(WaitForSingleObject(event.get(), 0), WAIT_TIMEOUT);
+    signal_scheduler();
+    EXPECT_EQ(WaitForSingleObject(event.get(), 0), WAIT_OBJECT_0);
+}
+
+TEST_F(ClientStateTest, RightsFollowTheAccount) {
+    const std::string role = Role();
+    if (role.empty()) {
+        SKIP_UNLESS_ADMINISTRATOR();
+        ASSERT_TRUE(cfg_set_managed_by_cms(true));
+        EXPECT_EQ(sec_get_account_type(), 2);
+        EXPECT_EQ(sec_get_user_type(), 2);
+        EXPECT_EQ(RunRole("user", As(12345)).exitCode, 0);
+        EXPECT_EQ(RunRole("guest", As(65534)).exitCode, 0);
+        EXPECT_NE(cfg_is_managed_by_cms(), 0);
+        return;
+    }
+    EXPECT_EQ(sec_get_account_type(), 1);
+    EXPECT_EQ(sec_get_user_type(), role == "guest" ? 0 : 1);
+    EXPECT_FALSE(cfg_set_managed_by_cms(false));
+    EXPECT_FALSE(cfg_sentrelmanager_set_pwd(TEXT("mine")));
+    EXPECT_FALSE(sec_set_sa_registry_lock(true));
+}
+
+TEST_F(ClientStateTest, TokenOfASessionThatDoesNotExist) {
+    HANDLE token = INVALID_HANDLE_VALUE;
+    EXPECT_EQ(GetTokenOfSession(0, &token, 1), ERROR_INVALID_PARAMETER);
+    EXPECT_NE(GetTokenOfSession(4711, &token, 0), 0);
+    EXPECT_EQ(token, INVALID_HANDLE_VALUE);
+}
+
+// --- User interface -----------------------------------------------------------------------------
+
+class GuiTest : public ClientStateTest {
+  protected:
+    static BackgroundProcess StartGui(std::vector<std::string> arguments = {}) {
+        arguments.insert(arguments.begin(), "3");
+        BackgroundProcess gui("sngui", arguments);
+        EXPECT_TRUE(gui.WaitForOutput("listening"));
+        return gui;
+    }
+    // What it printed after its first line.
+    static std::string Messages(const std::string& output) {
+        return output.substr(output.find('\n') + 1);
+    }
+    static UniqueHandle ConnectSilently() {
+        return UniqueHandle(CreateFileW(kGuiOfSession3, GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                                        OPEN_EXISTING, 0, nullptr));
+    }
+};
+
+TEST_F(GuiTest, ShowsCodesAndTrayTextsInTheirOrder) {
+    ShowTrayIconNotification(TEXT("lost: no user interface was reached yet"), 0);
+    BackgroundProcess gui = StartGui({"--count", "5"});
+    EXPECT_NE(PostMessageGui(kGuiOfSession3, 3, 0, 0, 0, 0), 0);
+    EXPECT_NE(PostMessageGui(kGuiOfSession3, 1640, 1, 2, 3, 0xFFFFFFFF), 0);
+    // A miss does not change where tray texts go.
+    EXPECT_EQ(PostMessageGui(TEXT("\\\\.\\pipe\\SN_nobody"), 1, 0, 0, 0, 0), 0);
+    ShowTrayIconNotification(TEXT("\u5099\u4EFD\u5B8C\u7562."), 0);
+    ShowTrayIconNotification(TEXT("two\nlines"), 0);
+    ShowTrayIconNotification(WString(600, TEXT('x')).c_str(), 0);
+    const ProcessResult result = gui.Wait();
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(Messages(result.output),
+              "code 3 0 0 0 0\ncode 1640 1 2 3 4294967295\ntray 備份完畢.\n"
+              "tray two\\x0Alines\ntray " +
+                  std::string(512, 'x') + "\n");
+}
+
+TEST_F(GuiTest, NobodyListensOrAnswers) {
+    const auto timeOfPost = [] {
+        const auto start = Clock::now();
+        EXPECT_EQ(PostMessageGui(kGuiOfSession3, 1, 0, 0, 0, 0), 0);
+        return Clock::now() - start;
+    };
+    EXPECT_LT(timeOfPost(), milliseconds(1000));
+    // It is there, but hangs.
+    const UniqueHandle instance(CreateNamedPipeW(
+        kGuiOfSession3, PIPE_ACCESS_DUPLEX, PIPE_TYPE_MESSAGE | PIPE_WAIT, 1, 0, 0, 0, nullptr));
+    ASSERT_TRUE(instance);
+    EXPECT_LT(timeOfPost(), milliseconds(5000));
+}
+
+TEST_F(GuiTest, HostileClientsDoNotDisturb) {
+    BackgroundProcess gui = StartGui();
+    std::vector<UniqueHandle> silent;
+    for (int i = 0; i < 7; ++i) silent.push_back(ConnectSilently());
+    // No message, an unknown one, a code with a byte missing, half a character, and too much.
+    const DWORD kind = static_cast<DWORD>(GuiMessageKind::kCode);
+    for (const auto& [first, size] :
+         {std::pair<DWORD, DWORD>{kind, 1}, {99, 24}, {kind, 23}, {2, 5}, {2, 100'000}}) {
+        std::vector<BYTE> message(size + sizeof first);
+        std::copy_n(reinterpret_cast<const BYTE*>(&first), sizeof first, message.begin());
+        GuiReply reply = {0};
+        DWORD replySize = sizeof reply;
+        CallPipe(kGuiOfSession3, message.data(), size, &reply, replySize, 5000);
+        EXPECT_EQ(reply.taken, 0U) << size;
+    }
+    EXPECT_NE(PostMessageGui(kGuiOfSession3, 1, 0, 0, 0, 0), 0);
+    EXPECT_TRUE(gui.WaitForOutput("code"));
+    EXPECT_EQ(Messages(gui.Output()), "code 1 0 0 0 0\n");
+}
+
+TEST_F(GuiTest, TakesMessagesOfEveryAccountAndServesItsPipeAlone) {
+    if (Role() == "tool") {
+        EXPECT_NE(PostMessageGui(kGuiOfSession3, 1639, 0, 0, 0, 0), 0);
+        return;
+    }
+    SKIP_UNLESS_ADMINISTRATOR();
+    BackgroundProcess gui = StartGui();
+    EXPECT_EQ(RunRole("tool", As(12345)).exitCode, 0);
+    EXPECT_TRUE(gui.WaitForOutput("code 1639 0 0 0 0\n"));
+    EXPECT_EQ(RunProgram("sngui", {"3"}).exitCode, 1);
+    for (const auto& wrong : {std::vector<std::string>{}, {"x"}, {"3", "--count", "0"}}) {
+        EXPECT_EQ(RunProgram("sngui", wrong).exitCode, 2);
+    }
+}
+
+}  // namespace
