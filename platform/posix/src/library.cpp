@@ -160,8 +160,13 @@ extern "C" FARPROC WINAPI GetProcAddress(HMODULE hModule, LPCSTR lpProcName) {
     if (reinterpret_cast<ULONG_PTR>(lpProcName) <= 0xFFFF) return fail(ERROR_NOT_SUPPORTED);
     if (hModule == nullptr) hModule = HandleOf(Program());
     if (!IsLoaded(hModule)) return fail(ERROR_MOD_NOT_FOUND);
+    // Searched while it is counted as in use: a module that was only loaded along with the program
+    // is not ready to be searched otherwise.
+    void* const use = CountUse(reinterpret_cast<const link_map*>(hModule));
+    if (use == nullptr) return fail(ERROR_MOD_NOT_FOUND);
+    void* const address = dlsym(use, lpProcName);
+    dlclose(use);
     // The loader also finds what the libraries export that this one needs; those are not its own.
-    void* const address = dlsym(hModule, lpProcName);
     if (address == nullptr || HandleOf(ModuleAt(address)) != hModule) {
         return fail(ERROR_PROC_NOT_FOUND);
     }
