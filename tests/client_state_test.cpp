@@ -216,8 +216,11 @@ TEST_F(GuiTest, NobodyListensOrAnswers) {
 
 TEST_F(GuiTest, HostileClientsDoNotDisturb) {
     BackgroundProcess gui = StartGui();
-    std::vector<UniqueHandle> silent;
-    for (int i = 0; i < 7; ++i) silent.push_back(ConnectSilently());
+    std::array<UniqueHandle, 7> silent;
+    for (UniqueHandle& client : silent) {
+        client = ConnectSilently();
+        ASSERT_TRUE(client);
+    }
     // No message, an unknown one, a code with a byte missing, half a character, and too much.
     const DWORD kind = static_cast<DWORD>(GuiMessageKind::kCode);
     for (const auto& [first, size] :

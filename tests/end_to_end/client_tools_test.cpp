@@ -36,7 +36,7 @@ class ClientToolTest : public MachineTest {
         return status.substr(0, status.find("account"));
     }
     fs::path MakeFile(const std::string& content) const {
-        const fs::path path = ScratchFolder() / "file.conf";
+        fs::path path = ScratchFolder() / "file.conf";
         WriteWholeFile(path, content);
         return path;
     }
