@@ -19,11 +19,18 @@ class ProtectedMemory {
     ProtectedMemory& operator=(const ProtectedMemory&) = delete;
     ~ProtectedMemory() { SecureZeroMemory(bytes_, size); }
 
+    // Each Unprotect() that succeeds is matched by one Protect(); uses may nest. The first
+    // Protect() ends the plain start.
     bool Protect() {
+        if (--uses_ > 0) return true;
         return CryptProtectMemory(bytes_, size, CRYPTPROTECTMEMORY_SAME_PROCESS) != FALSE;
     }
     bool Unprotect() {
-        return CryptUnprotectMemory(bytes_, size, CRYPTPROTECTMEMORY_SAME_PROCESS) != FALSE;
+        if (uses_ == 0 && !CryptUnprotectMemory(bytes_, size, CRYPTPROTECTMEMORY_SAME_PROCESS)) {
+            return false;
+        }
+        ++uses_;
+        return true;
     }
 
     // Plain only between Unprotect() and Protect().
@@ -31,6 +38,7 @@ class ProtectedMemory {
 
   private:
     alignas(CRYPTPROTECTMEMORY_BLOCK_SIZE) BYTE bytes_[size] = {};
+    int uses_ = 1;  // the plain start is a use
 };
 
 // Holds a protected secret open for one use and protects it again.

@@ -36,11 +36,12 @@ void Reduce(TiXmlNode* parent, const char* const (&keep)[size]) {
 
 void ReduceToConnections(TiXmlElement* root) {
     Reduce(root, kKeptInRoot);
-    TiXmlNode* const vpn = root->FirstChild("vpn");
+    // The elements of these names: a comment that reads the same is no VPN configuration.
+    TiXmlElement* const vpn = root->FirstChildElement("vpn");
     if (vpn == nullptr) return;
     Reduce(vpn, kKeptInVpn);
     for (const char* tunnel : kKeptInVpn) {
-        if (TiXmlNode* const node = vpn->FirstChild(tunnel)) Reduce(node, kKeptInTunnel);
+        if (auto* const element = vpn->FirstChildElement(tunnel)) Reduce(element, kKeptInTunnel);
     }
 }
 

@@ -1,4 +1,5 @@
 // main() of a program that has a wmain().
+#include <sys/stat.h>
 #include <winbase.h>
 
 #include <csignal>
@@ -42,6 +43,9 @@ class WideArguments {
 int main(int argc, char** argv) {
     // A reader that goes away is an error code, not the end of the program.
     std::signal(SIGPIPE, SIG_IGN);
+    // What a program makes belongs to its account alone, as in a user's own folders on Windows,
+    // unless it says otherwise.
+    umask(S_IRWXG | S_IRWXO);
     WideArguments arguments(argc, argv);
     return wmain(argc, arguments.Words());
 }

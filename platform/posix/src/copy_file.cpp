@@ -153,10 +153,11 @@ extern "C" BOOL WINAPI CopyFileW(LPCWSTR lpExistingFileName, LPCWSTR lpNewFileNa
     SiblingFile copy(to);
     if (!copy) return FailOnPath(errno, to);
     if (!CopyContent(source.get(), copy.Descriptor())) return FALSE;
-    // An administrator's copy leaves the file to its owner; for others the change of owner fails,
-    // and the copy is theirs.
-    if (exists && fchown(copy.Descriptor(), existing.st_uid, existing.st_gid) != 0) errno = 0;
-    const mode_t mode = (exists ? existing : sourceInfo).st_mode & 0777u;
+    // Who may use it: as the file that is replaced, a new one as the source. An administrator's copy
+    // also keeps the owner; for others the change of owner fails, and the copy is theirs.
+    const struct stat& access = exists ? existing : sourceInfo;
+    if (fchown(copy.Descriptor(), access.st_uid, access.st_gid) != 0) errno = 0;
+    const mode_t mode = access.st_mode & 0777u;
     if (fchmod(copy.Descriptor(), mode) != 0 || fsync(copy.Descriptor()) != 0) {
         return FailWithErrno(errno);
     }

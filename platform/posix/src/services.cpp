@@ -1,6 +1,7 @@
 // Services. A service runs while the machine's folder holds a file "services/NAME", by its
 // upper-case name.
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <shlobj.h>
 #include <unistd.h>
 #include <winreg.h>
@@ -56,7 +57,7 @@ BOOL Service::Start() const {
     if (EndpointSubfolder(kStateFolder, FolderUse::kOwnerWrites).empty()) return FALSE;
     const UniqueDescriptor state(
         open(StatePath().c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
-    if (state) return TRUE;
+    if (state) return fchmod(state.get(), 0644) == 0 ? TRUE : FailWithErrno(errno);
     return errno == EEXIST ? Fail(ERROR_SERVICE_ALREADY_RUNNING) : FailWithErrno(errno);
 }
 
