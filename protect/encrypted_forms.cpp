@@ -74,9 +74,11 @@ std::optional<SecureBytes> DecryptArgument(const WCHAR* argument, const WCHAR* p
     const WStringView digits = argument;
     BYTE cipher[kArgumentCapacity] = {};
     DWORD cipherSize = sizeof cipher;
-    // Its result says nothing that the decryption does not say better.
-    hex2bin(argument, static_cast<DWORD>(digits.size()), cipher, &cipherSize);
-
+    // What is no hexadecimal text does not decrypt either; saying so at once spares the key
+    // stretch.
+    if (hex2bin(argument, static_cast<DWORD>(digits.size()), cipher, &cipherSize) != 0) {
+        return std::nullopt;
+    }
     SecureBytes plain(kArgumentCapacity);
     DWORD size = kArgumentCapacity;
     if (decrypt_buffer(cipher, cipherSize, plain.data(), &size, passPhrase) != 0) {

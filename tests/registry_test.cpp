@@ -4,12 +4,15 @@
 
 #include <utilsdll.h>
 
+#include <optional>
+
 #include "common/handles.h"
 #include "common/xml_file.h"
 #include "registry/locations.h"
 #include "registry/user_configuration.h"
 #include "registry/vpn_only.h"
 #include "tests/support/machine.h"
+#include "tests/support/memory_scan.h"
 #include "tests/support/wide.h"
 
 namespace {
@@ -287,6 +290,34 @@ TEST_F(UserConfiguration, ReadsDamagedSectionsAsFarAsTheyGo) {
     ASSERT_TRUE(CRegistry(false, false).DeleteKeyTree(kProductKey, false));
     Import(R"(<value key="A" name="n" type="4" data="1"/>)");
     EXPECT_FALSE(CRegistry(false, true).OpenKey(kProductKey)) << "the product key is never made";
+}
+
+TEST_F(UserConfiguration, NoSecretOutlivesItsUse) {
+    // Made at run time, so that the program's own constants do not hold them.
+    const auto make = [](WCHAR first) {
+        WCHAR text[40];
+        for (int i = 0; i < 39; ++i) text[i] = static_cast<WCHAR>(first + (i * 7) % 23);
+        text[39] = 0;
+        SecureText made(text);
+        WipeMemory(text, sizeof text);
+        return made;
+    };
+    std::optional<SecureText> password = make('A');
+    std::optional<SecureText> value = make('a');
+    const HiddenPattern passwordPattern(password->c_str(), 2 * password->size());
+    const HiddenPattern valuePattern(value->c_str(), 2 * value->size());
+    ASSERT_TRUE(passwordPattern.StandsInMemory() && valuePattern.StandsInMemory());
+
+    ASSERT_TRUE(user_.CreateKey(TEXT("SA_UI")));
+    const UniqueRegKey key(
+        reg_openkeyW(HKEY_CURRENT_USER, (WString(kProductKey) + TEXT("\\SA_UI")).c_str()));
+    ASSERT_TRUE(reg_setstring_enc_cuW(key.get(), TEXT("Secret"), value->c_str()));
+    Export(password->c_str());
+    ImportFile(password->c_str());
+    password.reset();
+    value.reset();
+    EXPECT_FALSE(passwordPattern.StandsInMemory());
+    EXPECT_FALSE(valuePattern.StandsInMemory());
 }
 
 // --- VPN connections only -----------------------------------------------------------------------

@@ -54,7 +54,7 @@ class SiblingFile {
 
 // The buffer of a copy, which may have held secrets.
 struct Buffer {
-    std::vector<char> bytes = std::vector<char>(64 * 1024);
+    std::vector<char> bytes = std::vector<char>(std::size_t{64} * 1024);
     Buffer() = default;
     Buffer(const Buffer&) = delete;
     Buffer& operator=(const Buffer&) = delete;
@@ -92,7 +92,11 @@ bool ResolveLinks(std::string& path) {
         const ssize_t length = readlink(path.c_str(), target, sizeof target);
         if (length < 0) return true;
         const std::string next(target, static_cast<std::size_t>(length));
-        path = next.starts_with('/') ? next : platform::ParentOf(path) + "/" + next;
+        if (next.starts_with('/')) {
+            path = next;
+        } else {
+            path = platform::ParentOf(path).append("/").append(next);
+        }
     }
     return FailWithErrno(ELOOP);
 }
@@ -153,8 +157,8 @@ extern "C" BOOL WINAPI CopyFileW(LPCWSTR lpExistingFileName, LPCWSTR lpNewFileNa
     SiblingFile copy(to);
     if (!copy) return FailOnPath(errno, to);
     if (!CopyContent(source.get(), copy.Descriptor())) return FALSE;
-    // Who may use it: as the file that is replaced, a new one as the source. An administrator's copy
-    // also keeps the owner; for others the change of owner fails, and the copy is theirs.
+    // Who may use it: as the file that is replaced, a new one as the source. An administrator's
+    // copy also keeps the owner; for others the change of owner fails, and the copy is theirs.
     const struct stat& access = exists ? existing : sourceInfo;
     if (fchown(copy.Descriptor(), access.st_uid, access.st_gid) != 0) errno = 0;
     const mode_t mode = access.st_mode & 0777u;

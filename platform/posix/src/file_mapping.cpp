@@ -100,7 +100,7 @@ extern "C" HANDLE WINAPI CreateFileMappingW(HANDLE hFile,
 extern "C" LPVOID WINAPI MapViewOfFile(HANDLE hFileMappingObject, DWORD dwDesiredAccess,
                                        DWORD dwFileOffsetHigh, DWORD dwFileOffsetLow,
                                        SIZE_T dwNumberOfBytesToMap) {
-    constexpr std::uint64_t kGranularity = 64 * 1024;
+    constexpr std::uint64_t kGranularity = 0x10000;
     const auto mapping = platform::ObjectOf<FileMapping>(hFileMappingObject);
     if (!mapping) return nullptr;
     const auto fail = [](DWORD error) -> LPVOID {

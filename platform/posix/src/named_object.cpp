@@ -254,7 +254,8 @@ ObjectMemory::~ObjectMemory() {
 NamedObject::NamedObject(std::unique_ptr<ObjectMemory> memory, DWORD access)
     : memory_(std::move(memory)), access_(access) {
     constexpr DWORD kEverything = GENERIC_ALL | MAXIMUM_ALLOWED;
-    if ((access & kEverything) != 0) access_ |= EVENT_ALL_ACCESS | MUTEX_ALL_ACCESS;
+    // All rights to an event are more than all rights to a mutex.
+    if ((access & kEverything) != 0) access_ |= EVENT_ALL_ACCESS;
 }
 
 DWORD NamedObject::Wait(DWORD milliseconds) {
