@@ -1,5 +1,8 @@
 #include "protect/file_mask.h"
 
+#include <cstdint>
+#include <cstring>
+
 #include "common/secure_text.h"
 #include "protect/built_in_secrets.h"
 
@@ -27,13 +30,18 @@ bool ApplyFileMask(BYTE* bytes, std::size_t size) {
     BuildFileMask();
     OpenedMemory opened(fileMask);
     if (!opened) return false;
-    const BYTE* const mask = opened.Bytes();
-    // Whole masks first: a loop of constant length, which the compiler turns into wide operations.
+    // Whole masks first, a machine word at a time.
+    constexpr std::size_t kWords = kFileMaskSize / sizeof(std::uint64_t);
+    std::uint64_t mask[kWords];
+    std::memcpy(mask, opened.Bytes(), sizeof mask);
     std::size_t at = 0;
     for (; size - at >= kFileMaskSize; at += kFileMaskSize) {
-        BYTE* const block = bytes + at;
-        for (std::size_t i = 0; i < kFileMaskSize; ++i) block[i] ^= mask[i];
+        std::uint64_t block[kWords];
+        std::memcpy(block, bytes + at, sizeof block);
+        for (std::size_t i = 0; i < kWords; ++i) block[i] ^= mask[i];
+        std::memcpy(bytes + at, block, sizeof block);
     }
-    for (; at < size; ++at) bytes[at] ^= mask[at % kFileMaskSize];
+    for (; at < size; ++at) bytes[at] ^= opened.Bytes()[at % kFileMaskSize];
+    WipeMemory(mask, sizeof mask);
     return opened.Close();
 }
