@@ -30,7 +30,7 @@ WString ImageFileName(HANDLE process) {
 WString FirstModuleFileName(HANDLE process) {
     HMODULE module = nullptr;
     DWORD size = 0;
-    if (!EnumProcessModules(process, &module, sizeof module, &size)) return {};
+    if (!EnumProcessModules(process, &module, sizeof(HMODULE), &size)) return {};
     WCHAR name[kPathCapacity] = {};
     return WString(name, GetModuleFileNameExW(process, module, name, MAX_PATH));
 }

@@ -34,7 +34,8 @@ void* MakeResult(const void* data, std::size_t size) {
 // Reads a value of one type whole, also when it grows meanwhile.
 bool ReadValue(HKEY key, const WCHAR* name, DWORD wantedType, SecureBytes& data) {
     DWORD size = 0;
-    LSTATUS result = RegQueryValueExW(key, name, nullptr, nullptr, nullptr, &size);
+    RegQueryValueExW(key, name, nullptr, nullptr, nullptr, &size);
+    LSTATUS result;
     SecureBytes bytes;
     DWORD type = REG_NONE;
     do {

@@ -56,7 +56,9 @@ DWORD KernelObject::Wait(DWORD /*milliseconds*/) {
     return WAIT_FAILED;
 }
 
-HANDLE OpenHandle(std::shared_ptr<KernelObject> object) { return Table().Add(std::move(object)); }
+HANDLE OpenHandle(std::shared_ptr<KernelObject> object) {
+    return Table().Add(std::move(object));
+}
 
 std::shared_ptr<KernelObject> ObjectOf(HANDLE handle) {
     auto object = Table().Find(handle);

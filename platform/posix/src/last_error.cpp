@@ -8,9 +8,13 @@ thread_local DWORD lastError = ERROR_SUCCESS;
 
 }  // namespace
 
-extern "C" DWORD WINAPI GetLastError() { return lastError; }
+extern "C" DWORD WINAPI GetLastError() {
+    return lastError;
+}
 
-extern "C" void WINAPI SetLastError(DWORD dwErrCode) { lastError = dwErrCode; }
+extern "C" void WINAPI SetLastError(DWORD dwErrCode) {
+    lastError = dwErrCode;
+}
 
 namespace platform {
 
@@ -60,7 +64,9 @@ DWORD ErrorOfErrno(int error) {
     }
 }
 
-BOOL FailWithErrno(int error) { return Fail(ErrorOfErrno(error)); }
+BOOL FailWithErrno(int error) {
+    return Fail(ErrorOfErrno(error));
+}
 
 BOOL Fail(DWORD error) {
     SetLastError(error);

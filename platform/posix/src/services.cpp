@@ -1,8 +1,8 @@
 // Services. A service runs while the machine's folder holds a file "services/NAME", by its
 // upper-case name.
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <shlobj.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <winreg.h>
 #include <winsvc.h>

@@ -1,8 +1,8 @@
 #include "text.h"
 
+#include <locale.h>
 #include <clocale>
 #include <cwctype>
-#include <locale.h>
 
 namespace platform {
 namespace {
