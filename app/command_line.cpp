@@ -66,6 +66,14 @@ constexpr utils::option kLongOptions[] = {
     {nullptr, 0, nullptr, 0},
 };
 
+// True for a switch or long option that cannot do without an argument.
+bool RequiresArgument(int option) {
+    if (option >= kNoImpersonateUser) return true;
+    const WStringView letters = kShortOptions;
+    const std::size_t at = letters.find(static_cast<WCHAR>(option));
+    return at != WStringView::npos && at + 1 < letters.size() && letters[at + 1] == ':';
+}
+
 // A path with its environment variables expanded; as typed when the expansion fails or does not fit
 // a path buffer.
 WString ExpandPath(const WCHAR* typed) {
@@ -103,13 +111,13 @@ void PrintUsage(const WCHAR* programPath) {
 std::optional<int> ParseCommandLine(int argc, WCHAR** argv) {
     RunSettings& settings = g_RunSettings;
     settings = RunSettings();
-    utils::optind = 1;
+    utils::optind = 0;
     for (;;) {
         const int option = utils::getopt_long(argc, argv, kShortOptions, kLongOptions, nullptr);
-        const WCHAR* argument = utils::optarg == nullptr ? TEXT("") : utils::optarg;
+        if (option == -1) return std::nullopt;
+        const WCHAR* const argument = utils::optarg;
+        if (argument == nullptr && RequiresArgument(option)) continue;
         switch (option) {
-            case -1:
-                return std::nullopt;
             case 'f':
                 settings.strConfigFile = ExpandPath(argument);
                 break;

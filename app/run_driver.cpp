@@ -1,5 +1,7 @@
 #include "app/run_driver.h"
 
+#include <exception>
+
 #include "app/client_log.h"
 #include "app/command_line.h"
 #include "app/run_settings.h"
@@ -17,6 +19,15 @@ constexpr const WCHAR* kSavingFinishedEvent =
     TEXT("Global\\_SNCONFIG_EVT_SAVING_FINISH_{F55B18CA-E475-4049-95FC-0D9889C1CD1E}");
 constexpr const WCHAR* kLogComponent = TEXT("SA_CONFIGD");
 constexpr const WCHAR* kVpnModule = TEXT("vpn");
+constexpr const WCHAR* kRequestBroken = TEXT("The request broke off: %s");
+
+// Wipes the run's settings, passwords among them, when the run is over.
+struct SettingsRelease {
+    SettingsRelease() = default;
+    SettingsRelease(const SettingsRelease&) = delete;
+    SettingsRelease& operator=(const SettingsRelease&) = delete;
+    ~SettingsRelease() { g_RunSettings = RunSettings(); }
+};
 
 bool SetTokenVirtualization(DWORD enabled) {
     UniqueHandle token;
@@ -57,6 +68,19 @@ void DecryptOnly() {
     DeleteConfigCopy(plainCopy, session);
 }
 
+// The request, whose closing steps follow whatever happens inside it.
+int RunRequest() {
+    const RunSettings& settings = g_RunSettings;
+    try {
+        return RunConfigRequest(settings.strConfigFile, settings.strModule, settings.strOperation,
+                                settings.strSessionId, settings.strPassword,
+                                settings.strUnlockPassword);
+    } catch (const std::exception& error) {
+        log_error_fmt(g_hLog, kRequestBroken, Utf8ToWide(error.what()).c_str());
+        return kResultUnusable;
+    }
+}
+
 int RunNormally(bool wasVirtualized) {
     RunSettings& settings = g_RunSettings;
     if (settings.bVpnOnly) settings.strModule = kVpnModule;
@@ -65,9 +89,7 @@ int RunNormally(bool wasVirtualized) {
     ResetEvent(savingFinished.get());
     g_hLog = log_initialize(kLogComponent);
 
-    const int result =
-        RunConfigRequest(settings.strConfigFile, settings.strModule, settings.strOperation,
-                         settings.strSessionId, settings.strPassword, settings.strUnlockPassword);
+    const int result = RunRequest();
 
     if (wasVirtualized) SetTokenVirtualization(1);
     if (g_hLog != nullptr) log_deinitialize(g_hLog);
@@ -80,6 +102,7 @@ int RunNormally(bool wasVirtualized) {
 
 int RunTool(int argc, WCHAR** argv) {
     const ConfigurationMutex serialised;
+    const SettingsRelease released;
     const bool wasVirtualized = DisableTokenVirtualization();
     SetUiLanguage();
     if (const auto exitCode = ParseCommandLine(argc, argv)) return *exitCode;

@@ -4,7 +4,7 @@
 #include <windows.h>
 
 // Does the one job that the arguments ask for and returns the process's exit code:
-//   0  the job ran, or usage was asked for
+//   0  nothing refused the job, whatever became of it; or usage was asked for
 //   1  a plain password is too short, or the unlock password of an import is wrong
 //   2  an import was refused: the configuration is locked
 //   3  an import was refused: no administrator rights

@@ -4,8 +4,8 @@
 #include "common/secure_text.h"
 #include "common/text.h"
 
-// Filled once, by ParseCommandLine, before anything else reads it; read-only afterwards. All texts
-// start empty.
+// Filled once, by ParseCommandLine, before anything else reads it; read-only afterwards, except
+// that a VPN-only run replaces the module. All texts start empty.
 struct RunSettings {
     WString strConfigFile;            // -f, environment variables expanded
     WString strModule;                // -m

@@ -17,7 +17,8 @@ BOOL ImpersonateSessionUser(DWORD sessionId);
 // found.
 DWORD GetParentProcessId();
 
-// Acts as the session's user while it lives, as far as the system allows it.
+// Acts as the session's user while it lives, as far as the system allows it. Contexts do not nest:
+// an inner RevertToSelf ends the outer one, too.
 class SessionUserContext {
   public:
     explicit SessionUserContext(DWORD sessionId) : active_(ImpersonateSessionUser(sessionId)) {}

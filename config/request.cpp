@@ -54,6 +54,22 @@ class WorkingFile {
     DWORD sessionId_;
 };
 
+// Locks the registry configuration again at the end of an operation that may have found it
+// unlocked, when there is a lock password.
+class RegistryRelock {
+  public:
+    explicit RegistryRelock(const WString& operation)
+        : isDue_(Contains(kLockingOperations, operation)) {}
+    RegistryRelock(const RegistryRelock&) = delete;
+    RegistryRelock& operator=(const RegistryRelock&) = delete;
+    ~RegistryRelock() {
+        if (isDue_ && IsLockPasswordSet()) sec_set_sa_registry_lock(true);
+    }
+
+  private:
+    bool isDue_;
+};
+
 }  // namespace
 
 int RunConfigRequest(const WString& file, const WString& moduleText, const WString& operation,
@@ -89,14 +105,11 @@ int RunConfigRequest(const WString& file, const WString& moduleText, const WStri
     // The client's file protection stands aside while these are open.
     const UniqueHandle fileSystemFilter(bBypassFsfilter());
     const UniqueHandle fileShield(bBypassGuardlet());
+    const RegistryRelock lockedAgain(effectiveOperation);
     if (effectiveOperation == kOpImport && !unlockPassword.empty() && !isParentTrusted) {
         sec_set_sa_registry_lock(false);
     }
 
     RunOperation(modules, working.Path(), effectiveOperation, sessionId, password);
-
-    if (Contains(kLockingOperations, effectiveOperation) && IsLockPasswordSet()) {
-        sec_set_sa_registry_lock(true);
-    }
     return kResultOk;
 }

@@ -95,8 +95,8 @@ bool Decrypt(Content& cipher, const SecureText& password, Content& plain) {
     if (!DecryptWithPassword(cipher.Bytes() + start, static_cast<DWORD>(cipher.Size() - start),
                              plain.Bytes(), plain.Capacity(), password.c_str(), size)) {
         const OpenedPassPhrase builtIn(isMarked ? BuiltInPassPhrase::kB : BuiltInPassPhrase::kA);
-        if (!DecryptWithPassword(cipher.Bytes(), cipher.Size(), plain.Bytes(), plain.Capacity(),
-                                 builtIn.c_str(), size)) {
+        if (!builtIn || !DecryptWithPassword(cipher.Bytes(), cipher.Size(), plain.Bytes(),
+                                             plain.Capacity(), builtIn.c_str(), size)) {
             return false;
         }
     }

@@ -24,7 +24,9 @@ class OpenedPassPhrase {
   public:
     explicit OpenedPassPhrase(BuiltInPassPhrase passPhrase);
 
-    // Empty when the system could not hand it out.
+    // False when the system could not hand it out.
+    explicit operator bool() const { return static_cast<bool>(opened_); }
+    // Empty then.
     const WCHAR* c_str() const;
 
   private:

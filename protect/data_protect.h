@@ -13,8 +13,8 @@
 
 #include "protect/key_material.h"
 
-// Builds the file mask and the key material of this run. Called once, before main; true when every
-// step succeeded.
+// Builds the file mask and the key material of this run, before main; later calls do nothing. False
+// when an HMAC failed.
 bool DataProtectInit();
 
 // Results of the file operations.

@@ -72,16 +72,16 @@ bool DecryptValue(std::string_view form, const WCHAR* password, SecureText& text
 
 std::optional<SecureBytes> DecryptArgument(const WCHAR* argument, const WCHAR* passPhrase) {
     const WStringView digits = argument;
-    BYTE cipher[kArgumentCapacity] = {};
-    DWORD cipherSize = sizeof cipher;
+    SecureBytes cipher(kArgumentCapacity);  // what is no ciphertext may be a password
+    DWORD cipherSize = kArgumentCapacity;
     // What is no hexadecimal text does not decrypt either; saying so at once spares the key
     // stretch.
-    if (hex2bin(argument, static_cast<DWORD>(digits.size()), cipher, &cipherSize) != 0) {
+    if (hex2bin(argument, static_cast<DWORD>(digits.size()), cipher.data(), &cipherSize) != 0) {
         return std::nullopt;
     }
     SecureBytes plain(kArgumentCapacity);
     DWORD size = kArgumentCapacity;
-    if (decrypt_buffer(cipher, cipherSize, plain.data(), &size, passPhrase) != 0) {
+    if (decrypt_buffer(cipher.data(), cipherSize, plain.data(), &size, passPhrase) != 0) {
         return std::nullopt;
     }
     plain.back() = 0;
@@ -90,8 +90,16 @@ std::optional<SecureBytes> DecryptArgument(const WCHAR* argument, const WCHAR* p
 
 WString EncryptPasswordArgument(const WCHAR* password) {
     const OpenedPassPhrase passPhrase(BuiltInPassPhrase::kB);
-    return EncryptArgument(password, WStringView(password).size() * sizeof(WCHAR),
-                           passPhrase.c_str());
+    if (!passPhrase) return {};
+    const WStringView text = password;
+    // UTF-8: what is read as UTF-16LE must have a first unit below 256. A unit has 3 bytes at most.
+    SecureBytes plain(3 * text.size() + 1);
+    const int size =
+        text.empty() ? 0
+                     : WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()),
+                                           reinterpret_cast<char*>(plain.data()),
+                                           static_cast<int>(plain.size()), nullptr, nullptr);
+    return EncryptArgument(plain.data(), static_cast<std::size_t>(size), passPhrase.c_str());
 }
 
 WString EncryptProcessIdArgument(DWORD processId) {
@@ -101,6 +109,7 @@ WString EncryptProcessIdArgument(DWORD processId) {
 
 bool DecryptPasswordArgument(const WCHAR* argument, SecureText& password) {
     const OpenedPassPhrase passPhrase(BuiltInPassPhrase::kB);
+    if (!passPhrase) return false;
     const auto plain = DecryptArgument(argument, passPhrase.c_str());
     if (!plain) return false;
     password = PasswordText(*plain);

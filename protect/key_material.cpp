@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <utility>
 
 #include "common/handles.h"
 #include "common/secure_text.h"
@@ -43,7 +44,9 @@ struct SlotBytes {
 // HMAC with SHA3-512. One context serves several computations.
 class Hmac {
   public:
-    Hmac() : mac_(EVP_MAC_fetch(nullptr, "HMAC", nullptr)), context_(EVP_MAC_CTX_new(mac_.get())) {}
+    Hmac()
+        : mac_(EVP_MAC_fetch(nullptr, "HMAC", nullptr)),
+          context_(mac_ ? EVP_MAC_CTX_new(mac_.get()) : nullptr) {}
 
     explicit operator bool() const { return context_ != nullptr; }
 
@@ -67,12 +70,12 @@ class Hmac {
 // Sets every slot to its default of this run, from 8 random bytes. `mixer` becomes the message with
 // which registry values are mixed.
 bool SetDefaults(SlotBytes& mixer) {
-    BYTE random[8] = {};
+    SecureBytes random(8);
     // Without random bytes the slots start as zeros and so does the mixer: never as whatever the
     // memory held. Entropy made from them still travels in the file that it protects.
-    if (RAND_bytes(random, sizeof random) != 1) return true;
-    const BYTE* const first = random;
-    const BYTE* const second = random + 4;
+    if (RAND_bytes(random.data(), static_cast<int>(random.size())) != 1) return true;
+    const BYTE* const first = random.data();
+    const BYTE* const second = random.data() + 4;
 
     Hmac hmac;
     SlotBytes salt;
@@ -84,7 +87,6 @@ bool SetDefaults(SlotBytes& mixer) {
         std::copy_n(salt.bytes, kSlotSize, material->salt.Bytes());
         std::copy_n(mixer.bytes, kSlotSize, material->key.Bytes());
     }
-    WipeMemory(random, sizeof random);
     return true;
 }
 
@@ -97,16 +99,13 @@ bool MixRegistryValue(HKEY key, const WCHAR* name, const SlotBytes& mixer, KeySl
         type != REG_BINARY) {
         return true;
     }
-    SecureBytes value(size);
-    if (RegQueryValueExW(key, name, nullptr, nullptr, value.data(), &size) != ERROR_SUCCESS) {
-        return true;
-    }
-    value.resize(std::min<std::size_t>(size, value.size()));
-
-    if (value.size() > kSlotSize) {
+    SlotBytes value;
+    if (size > kSlotSize) {
         std::fill_n(slot.Bytes(), kSlotSize, BYTE{0});  // what does not fit counts as nothing
+    } else if (RegQueryValueExW(key, name, nullptr, nullptr, value.bytes, &size) == ERROR_SUCCESS) {
+        std::copy_n(value.bytes, size, slot.Bytes());
     } else {
-        std::copy(value.begin(), value.end(), slot.Bytes());
+        return true;
     }
 
     Hmac hmac;
@@ -133,6 +132,8 @@ KeyMaterial& KeyMaterialOf(ProtectionScope scope) {
 }
 
 bool PrepareKeyMaterial() {
+    static bool isPrepared = false;
+    if (std::exchange(isPrepared, true)) return true;
     SlotBytes mixer;
     bool succeeded = SetDefaults(mixer);
     succeeded = MixRegistryValues(HKEY_LOCAL_MACHINE, mixer, machineMaterial) && succeeded;

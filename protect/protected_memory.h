@@ -20,13 +20,16 @@ class ProtectedMemory {
     ~ProtectedMemory() { SecureZeroMemory(bytes_, size); }
 
     // Each Unprotect() that succeeds is matched by one Protect(); uses may nest. The first
-    // Protect() ends the plain start.
+    // Protect() ends the plain start. Bytes that the system would not encrypt stay plain, and
+    // usable.
     bool Protect() {
         if (--uses_ > 0) return true;
-        return CryptProtectMemory(bytes_, size, CRYPTPROTECTMEMORY_SAME_PROCESS) != FALSE;
+        isEncrypted_ = CryptProtectMemory(bytes_, size, CRYPTPROTECTMEMORY_SAME_PROCESS) != FALSE;
+        return isEncrypted_;
     }
     bool Unprotect() {
-        if (uses_ == 0 && !CryptUnprotectMemory(bytes_, size, CRYPTPROTECTMEMORY_SAME_PROCESS)) {
+        if (uses_ == 0 && isEncrypted_ &&
+            !CryptUnprotectMemory(bytes_, size, CRYPTPROTECTMEMORY_SAME_PROCESS)) {
             return false;
         }
         ++uses_;
@@ -39,6 +42,7 @@ class ProtectedMemory {
   private:
     alignas(CRYPTPROTECTMEMORY_BLOCK_SIZE) BYTE bytes_[size] = {};
     int uses_ = 1;  // the plain start is a use
+    bool isEncrypted_ = false;
 };
 
 // Holds a protected secret open for one use and protects it again.

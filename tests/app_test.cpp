@@ -102,20 +102,24 @@ TEST_F(CommandLine, SpeaksTheConfiguredLanguage) {
     ASSERT_TRUE(key.CreateKey(kUiKey));
     struct Case {
         DWORD configured;
-        bool isTaken;
+        LANGID threadLanguage;
         const WCHAR* backupCompleted;
     };
     const Case cases[] = {
-        {0x0407, true, TEXT("Sicherung erfolgreich.")},
-        {0x0C04, true, TEXT("備份完畢.")},  // Hong Kong reads Taiwan's strings
-        {0x0414, true, TEXT("Sikkerhetskopiering fullført.")},
-        {0x0C0A, true, TEXT("Respaldo completo.")},
-        {0x0415, true, TEXT("Backup completed.")},  // no Polish strings
-        {0x0427, true, TEXT("Atsarginės kopijos kūrimas baigtas.")},
+        {0x0407, 0x0407, TEXT("Sicherung erfolgreich.")},
+        {0x0C04, 0x0404, TEXT("備份完畢.")},  // Hong Kong reads Taiwan's strings
+        {0x0414, 0x0814, TEXT("Sikkerhetskopiering fullført.")},
+        {0x0C0A, 0x040A, TEXT("Respaldo completo.")},
+        {0x0415, 0x0415, TEXT("Backup completed.")},  // no Polish strings
+        {0x1404, 0x0404, TEXT("備份完畢.")},
+        {0x1004, 0x0804, TEXT("备份完毕.")},
+        {0, 0x0409, TEXT("Backup completed.")},  // none chosen: the user's own
+        {0x0427, 0x0427, TEXT("Atsarginės kopijos kūrimas baigtas.")},
     };
     for (const Case& c : cases) {
         ASSERT_TRUE(key.SetDWORD(kLanguageValue, c.configured));
-        EXPECT_EQ(SetUiLanguage(), c.isTaken) << c.configured;
+        EXPECT_TRUE(SetUiLanguage()) << c.configured;
+        EXPECT_EQ(GetThreadUILanguage(), c.threadLanguage);
         WCHAR text[512] = {};
         LoadStringW(GetModuleHandleW(nullptr), IDS_BACKUP_COMPLETED, text, 512);
         EXPECT_EQ(WString(text), c.backupCompleted) << c.configured;

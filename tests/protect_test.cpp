@@ -127,6 +127,27 @@ TEST_F(ProtectedFile, KeyMaterialOfAnyShapeIsTaken) {
     }
 }
 
+TEST(KeyMaterial, EntropyIsHkdfWithSha3) {
+    KeySlot salt;
+    KeySlot key;
+    for (std::size_t i = 0; i < kSlotSize; ++i) {
+        salt.Bytes()[i] = static_cast<BYTE>(i);
+        key.Bytes()[i] = static_cast<BYTE>(i + 64);
+    }
+    salt.Protect();
+    key.Protect();
+    BYTE entropy[kSlotSize] = {};
+    ASSERT_TRUE(DataDeriveEntropy(key, salt, entropy));
+    // Worked out with another implementation of HKDF.
+    EXPECT_EQ(BytesToHex(entropy, kSlotSize),
+              "AEB041FF0C2F31BD2C331B49C4362958BB1CBE8001838AF3F3A4E88E2788F148"
+              "10DE8921E9AEAF1A127540818576F103D1E04655E2DBE269DA5252D4F896C804");
+    const OpenedMemory renewed(salt);
+    EXPECT_EQ(BytesToHex(renewed.Bytes(), kSlotSize),
+              "25F7BCD89C6CA1E3AE0410A2CFE22CB303605234A9CBC7B834B53051C39FAB81"
+              "E4B6A22330DA42B325B31ED74F1CD60C571C9451B4CC506643BF866C4858B352");
+}
+
 TEST_F(ProtectedFile, PasswordArgumentIsReadInBothEncodings) {
     const auto encrypt = [](const void* plain, std::size_t size) {
         BYTE cipher[260];
@@ -143,6 +164,9 @@ TEST_F(ProtectedFile, PasswordArgumentIsReadInBothEncodings) {
         {encrypt("x", 1), TEXT("x")},
         {encrypt("", 0), TEXT("")},
         {EncryptPasswordArgument(TEXT("Grüße aus Bern")), TEXT("Grüße aus Bern")},
+        {EncryptPasswordArgument(TEXT("Žlutý kůň")), TEXT("Žlutý kůň")},
+        {EncryptPasswordArgument(TEXT("Ā")), TEXT("Ā")},
+        {EncryptPasswordArgument(TEXT("x")), TEXT("x")},
         {encrypt(std::string(232, 'p').data(), 232), WString(232, 'p')},
     };
     for (const auto& [argument, expected] : cases) {

@@ -133,6 +133,7 @@ class UserConfiguration : public MachineTest {
     std::string Export(const WCHAR* password = TEXT("pass phrase")) {
         TiXmlElement root("sentrel_configuration");
         root.InsertEndChild(TiXmlElement(kUserConfigurationElement));
+        root.InsertEndChild(TiXmlElement("av"));
         ExportUserConfiguration(&root, SecureText(password), 0);
         TiXmlDocument document;
         document.InsertEndChild(root);
@@ -185,6 +186,7 @@ TEST_F(UserConfiguration, ComesBackAsItWas) {
         EXPECT_NE(section.find(expected), std::string::npos) << expected << section;
     }
     EXPECT_EQ(section.find("user_configuration"), section.rfind("<user_configuration") + 1);
+    EXPECT_LT(section.find("<av"), section.find("<user_configuration")) << "the last child";
 
     ASSERT_TRUE(user_.DeleteKeyTree(WString(kProductKey) + TEXT("\\SA_UI"), false));
     ImportFile(TEXT("wrong phrase"));

@@ -188,11 +188,12 @@ struct option {
 
 // The argument of the switch just returned (points into argv), or null.
 extern UTILSDLL_API WCHAR* optarg;
-// Index of the next word to read. Set it to 1 to start over; another argument vector does so too.
+// Index of the next word to read. Set it to 0 to start over, as before another argument vector.
 extern UTILSDLL_API int optind;
 
 // `longOptions` ends with a row whose name is null. Returns the switch, '?' or, at the end, -1.
-// May reorder argv so that words that are no switches come last. Not safe for concurrent use.
+// Reorders argv so that words that are no switches come last; with the environment variable
+// POSIXLY_CORRECT the first such word ends the switches instead. Not safe for concurrent use.
 UTILSDLL_API int getopt_long(int argc, WCHAR* const* argv, const WCHAR* shortOptions,
                              const option* longOptions, int* longIndex);
 

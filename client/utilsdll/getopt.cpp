@@ -96,7 +96,7 @@ Scan scan;
 
 int NextSwitch(int argc, WCHAR* const* argv, const WCHAR* shortOptions,
                const utils::option* longOptions, int* longIndex) {
-    const bool restart = utils::optind != scan.leftAt && utils::optind <= 1;
+    const bool restart = utils::optind == 0 || (utils::optind == 1 && scan.leftAt != 1);
     if (restart || !scan.shadow || !scan.shadow->IsOf(argc, argv)) {
         scan.shadow.emplace(argc, argv);
         utils::optind = 0;  // the C library's sign to start over
@@ -134,7 +134,8 @@ int optind = 1;
 
 int getopt_long(int argc, WCHAR* const* argv, const WCHAR* shortOptions, const option* longOptions,
                 int* longIndex) {
-    return Guarded(-1, [&] {
+    // Without memory the run ends with its usage, not with half its switches.
+    return Guarded(int{'?'}, [&] {
         if (argv == nullptr || shortOptions == nullptr || argc < 1) return -1;
         return NextSwitch(argc, argv, shortOptions, longOptions, longIndex);
     });

@@ -15,7 +15,7 @@ int DigitValue(WCHAR digit) {
 extern "C" int hex2bin(const WCHAR* text, DWORD length, BYTE* output, DWORD* outputSize) {
     constexpr int kFailed = 1;
     if ((text == nullptr && length != 0) || outputSize == nullptr || length % 2 != 0 ||
-        *outputSize < length / 2) {
+        *outputSize < length / 2 || (output == nullptr && length != 0)) {
         return kFailed;
     }
     for (DWORD i = 0; i < length; ++i) {

@@ -81,9 +81,11 @@ bool ReadHeader(const DATA_BLOB& blob, BlobHeader& header) {
 
 bool DeriveBlobKey(const ProtectionKey& scopeKey, const DATA_BLOB* entropy, BlobHeader& header,
                    SecretKey<32>& key) {
-    std::vector<BYTE> input(scopeKey.begin(), scopeKey.end());
     const std::size_t entropySize = entropy == nullptr ? 0 : entropy->cbData;
-    input.reserve(input.size() + entropySize);
+    // Room for all at once: a vector that grew would leave the key behind.
+    std::vector<BYTE> input;
+    input.reserve(scopeKey.size() + entropySize);
+    input.assign(scopeKey.begin(), scopeKey.end());
     if (entropySize > 0) input.insert(input.end(), entropy->pbData, entropy->pbData + entropySize);
 
     char digest[] = "SHA256";
