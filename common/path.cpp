@@ -12,6 +12,11 @@ std::size_t LastSeparator(WStringView path) {
 
 }  // namespace
 
+std::string PathToAnsi(WStringView path) {
+    std::string ansi = WideToAnsi(path);
+    return ansi.size() < kPathCapacity ? ansi : std::string();
+}
+
 WString JoinPath(WStringView folder, WStringView name) {
     WString path(folder);
     if (!path.empty() && LastSeparator(path) != path.size() - 1) path += kPathSeparator;

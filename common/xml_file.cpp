@@ -1,6 +1,9 @@
 #include "common/xml_file.h"
 
+#include <windows.h>
+
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <string_view>
 
@@ -47,7 +50,7 @@ class MarkupScanner {
   public:
     explicit MarkupScanner(std::string_view text) : text_(text) { out_.reserve(text.size()); }
 
-    // False when the nesting is too deep.
+    // False when the nesting is too deep or the markup is no XML.
     bool Run(std::string& result) {
         while (at_ < text_.size()) {
             const std::size_t tag = text_.find('<', at_);
@@ -75,20 +78,29 @@ class MarkupScanner {
         CopyUpTo(end == std::string_view::npos ? end : end + terminator.size());
     }
 
+    // False for markup that is no XML: what the parser would read in a way of its own.
     bool PassTag() {
         if (StartsWith("<!--")) {
             PassThrough("-->");
         } else if (StartsWith(kCdataStart)) {
             PassThrough(kCdataEnd);
-        } else if (StartsWith("<!") || StartsWith("<?")) {
+        } else if (StartsWith("<?")) {
+            PassThrough(">");
+            return out_.ends_with("?>");
+        } else if (StartsWith("<!")) {
             PassThrough(">");
         } else if (StartsWith("</")) {
             PassThrough(">");
-            --depth_;
+            return --depth_ >= 0;
         } else {
-            return PassStartTag();
+            return StartsName(at_ + 1) && PassStartTag();
         }
         return true;
+    }
+
+    bool StartsName(std::size_t at) const {
+        const auto c = static_cast<unsigned char>(at < text_.size() ? text_[at] : '\0');
+        return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_' || c >= 0x80;
     }
 
     bool PassStartTag() {
@@ -110,9 +122,10 @@ class MarkupScanner {
         return ++depth_ <= kMaxXmlDepth;
     }
 
-    // Behind a start tag: a text of nothing but white space up to the end tag.
+    // Behind a start tag: a text of nothing but blanks up to the end tag. With a line end it is
+    // taken for layout.
     void WrapBlankText() {
-        const std::size_t end = text_.find_first_not_of(" \t\n", at_);
+        const std::size_t end = text_.find_first_not_of(" \t", at_);
         if (end == std::string_view::npos || end == at_ || text_.compare(end, 2, "</") != 0) return;
         out_ += kCdataStart;
         CopyUpTo(end);
@@ -229,6 +242,33 @@ class Writer {
     std::string out_;
 };
 
+// Puts the bytes into the file without giving up the room that it has on the disk.
+bool Overwrite(const std::string& path, const std::string& bytes) {
+    UniqueFile file(std::fopen(path.c_str(), "r+b"));
+    if (!file) file.reset(std::fopen(path.c_str(), "wb"));
+    if (!file) return false;
+    const bool written = std::fwrite(bytes.data(), 1, bytes.size(), file.get()) == bytes.size();
+    if (std::fclose(file.release()) != 0 || !written) return false;
+    std::error_code error;
+    if (std::filesystem::is_regular_file(path, error)) {
+        std::filesystem::resize_file(path, bytes.size(), error);
+    }
+    return !error;
+}
+
+bool IsUtf8(const std::string& text) {
+    return MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(),
+                               static_cast<int>(text.size()), nullptr, 0) > 0;
+}
+
+// How the parser is to read the bytes: as their declaration says or, without one, as UTF-8. Bytes
+// that are no UTF-8 whatever the declaration says are taken one by one.
+TiXmlEncoding EncodingOf(const std::string& content) {
+    if (!IsUtf8(content)) return TIXML_ENCODING_LEGACY;
+    const bool isDeclared = content.compare(0, 5, "<?xml") == 0;
+    return isDeclared ? TIXML_ENCODING_UNKNOWN : TIXML_ENCODING_UTF8;
+}
+
 }  // namespace
 
 bool LoadXmlFile(const std::string& path, TiXmlDocument& document) {
@@ -236,27 +276,28 @@ bool LoadXmlFile(const std::string& path, TiXmlDocument& document) {
     document.Clear();
     document.ClearError();
     std::string content;
-    if (!ReadWholeFile(path, content) || content.find('\0') != std::string::npos) return false;
+    if (!ReadWholeFile(path, content)) return false;
+    content.erase(content.find_last_not_of('\0') + 1);
+    if (content.empty() || content.find('\0') != std::string::npos) return false;
     if (content.compare(0, kByteOrderMark.size(), kByteOrderMark) == 0) {
         content.erase(0, kByteOrderMark.size());
     }
     NormaliseLineEnds(content);
     std::string markup;
     if (!MarkupScanner(content).Run(markup)) return false;
-    // Without a declaration the text is UTF-8; with one, TinyXML takes the encoding from it.
-    const bool isDeclared = content.compare(0, 5, "<?xml") == 0;
-    document.Parse(markup.c_str(), nullptr,
-                   isDeclared ? TIXML_ENCODING_UNKNOWN : TIXML_ENCODING_UTF8);
+    document.Parse(markup.c_str(), nullptr, EncodingOf(content));
     if (!document.Error()) return true;
     document.Clear();
     return false;
 }
 
 bool SaveXmlFile(const std::string& path, const TiXmlDocument& document) {
-    const std::string content = Writer().Write(document);
-    UniqueFile file(std::fopen(path.c_str(), "wb"));
-    if (!file) return false;
-    const bool written =
-        std::fwrite(content.data(), 1, content.size(), file.get()) == content.size();
-    return (std::fclose(file.release()) == 0) && written;
+    std::error_code ignored;
+    std::string previous;
+    const bool isThere =
+        std::filesystem::is_regular_file(path, ignored) && ReadWholeFile(path, previous);
+    if (Overwrite(path, Writer().Write(document))) return true;
+    // The room that the file had is still its own: it gets its old content back.
+    if (isThere) Overwrite(path, previous);
+    return false;
 }

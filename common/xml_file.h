@@ -16,12 +16,11 @@
 inline constexpr int kMaxXmlDepth = 512;
 
 // Loads the file at `path` (ANSI code page) into `document`, replacing what it held. Line ends in
-// text become "\n", as XML prescribes; other white space in text stays as it is, and white space
-// that is an element's whole content is held as a CDATA section (between two elements it is
-// layout). False, with `document` empty, when the file cannot be read, is not well formed, is
-// nested too deep or holds a zero byte.
+// text become "\n", as XML prescribes; other white space in text stays as it is, and blanks that
+// are an element's whole content are held as a CDATA section. False, with `document` empty, when
+// the file cannot be read or parsed, is nested too deep or holds a zero byte before its end.
 bool LoadXmlFile(const std::string& path, TiXmlDocument& document);
 
 // Saves `document` to `path`, replacing the file's content. False when it cannot be opened or not
-// all of it could be written.
+// all of it could be written; the file then has its old content.
 bool SaveXmlFile(const std::string& path, const TiXmlDocument& document);

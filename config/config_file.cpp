@@ -3,7 +3,7 @@
 #include "common/path.h"
 #include "common/xml_file.h"
 
-ConfigFile::ConfigFile(WStringView path) : path_(WideToAnsi(path, kPathCapacity)) {}
+ConfigFile::ConfigFile(WStringView path) : path_(PathToAnsi(path)) {}
 
 bool ConfigFile::Load() {
     return LoadXmlFile(path_, document_);

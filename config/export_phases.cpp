@@ -14,9 +14,15 @@ namespace {
 
 constexpr const WCHAR* kCannotOpen = TEXT("Cannot open file %s");
 constexpr const WCHAR* kNoRoot = TEXT("Failed to acquire root element ... (%s)");
-constexpr const WCHAR* kHeaderNotSaved = TEXT("Failed to save system settings to config file (%s)");
+constexpr const WCHAR* kNotSaved = TEXT("Failed to save system settings to config file (%s)");
 constexpr const WCHAR* kCannotParse = TEXT("Failed to parse config file (%s)");
 constexpr const WCHAR* kCommentsRemoved = TEXT("Comments removed from %s");
+
+bool Save(const ConfigFile& file, const WString& path) {
+    if (file.Save()) return true;
+    log_error_fmt(g_hLog, kNotSaved, path.c_str());
+    return false;
+}
 
 // Appends the settings of the session's user. False when the file has no root element.
 bool AddUserConfiguration(const WString& path, const SecureText& password, DWORD sessionId) {
@@ -28,7 +34,7 @@ bool AddUserConfiguration(const WString& path, const SecureText& password, DWORD
         return false;
     }
     ExportUserConfiguration(file.Root(), password, sessionId);
-    return file.Save();
+    return Save(file, path);
 }
 
 bool RemoveComments(const WString& path) {
@@ -38,7 +44,7 @@ bool RemoveComments(const WString& path) {
         return false;
     }
     StripComments(file.Root());
-    if (!file.Save()) return false;
+    if (!Save(file, path)) return false;
     log_debug_fmt(g_hLog, kCommentsRemoved, path.c_str());
     return true;
 }
@@ -56,11 +62,7 @@ bool BeginExport(const WString& path, const SecureText& password) {
         return false;
     }
     WriteHeader(file.Root(), password);
-    if (!file.Save()) {
-        log_error_fmt(g_hLog, kHeaderNotSaved, path.c_str());
-        return false;
-    }
-    return true;
+    return Save(file, path);
 }
 
 bool FinishExport(const WString& file, const WString& operation, const WString& sessionId,

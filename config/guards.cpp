@@ -44,8 +44,7 @@ int CheckFilePassword(const WString& workingCopy, const SecureText& password, DW
         log_error_fmt(g_hLog, kCannotOpen, workingCopy.c_str());
         return kResultUnusable;
     }
-    const TiXmlNode* const node = file.Document().FirstChild(kRootElement);
-    const TiXmlElement* const root = node == nullptr ? nullptr : node->ToElement();
+    const TiXmlElement* const root = file.Document().FirstChildElement(kRootElement);
     const char* const verifier = root == nullptr ? nullptr : root->Attribute("authentication");
     if (verifier == nullptr || *verifier == '\0' || CheckPasswordVerifier(verifier, password)) {
         return kResultOk;

@@ -39,7 +39,7 @@ void RemoveComments(const WString& path) {
     ConfigFile file(path);
     if (!file.Load() || file.Root() == nullptr) return;
     StripComments(file.Root());
-    file.Save();
+    if (!file.Save()) return;
     log_debug_fmt(g_hLog, kCommentsRemoved, path.c_str());
 }
 

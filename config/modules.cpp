@@ -121,10 +121,13 @@ WString EffectiveOperation(const Module& module, const WString& operation) {
 }
 
 UniqueLibrary LoadModule(const Module& module) {
-    WString path = JoinPath(cfg_get_install_dir(), module.library);
+    const WString folder = cfg_get_install_dir();
+    WString path = JoinPath(folder, module.library);
     path.resize(std::min<std::size_t>(path.size(), MAX_PATH));
     DebugPrint(TEXT("Loading library: %s\n"), path.c_str());
-    UniqueLibrary library(LoadLibraryW(path.c_str()));
+    // A bare name would be looked for in places that are not the client's.
+    SetLastError(ERROR_MOD_NOT_FOUND);
+    UniqueLibrary library(folder.empty() ? nullptr : LoadLibraryW(path.c_str()));
     if (!library) DebugPrint(TEXT("Load library: %s (%d)\n"), module.library, GetLastError());
     return library;
 }

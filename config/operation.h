@@ -4,10 +4,9 @@
 #include "common/secure_text.h"
 #include "common/text.h"
 
-// Export operations write the configuration of the selected modules to `file`, which is replaced in
-// one step when the backup is complete and left alone when the export stops before that; they need
-// a password. Every other operation hands `file` to the selected modules, serialised with the
-// client's other components, and tells the scheduler. The outcome is reported on the console, in
-// the log and to the user interface.
+// Export operations write the configuration of the selected modules to `file`, which is left alone
+// when the export stops before its modules ran; they need a password. Every other operation hands
+// `file` to the selected modules, serialised with the client's other components, and tells the
+// scheduler. The outcome is reported on the console, in the log and to the user interface.
 void RunOperation(const WString& moduleText, const WString& file, const WString& operation,
                   const WString& sessionId, const SecureText& password);

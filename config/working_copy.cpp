@@ -140,18 +140,24 @@ WString PrepareConfigCopy(const WString& source, DWORD sessionId, const SecureTe
     std::optional<SessionUserContext> asUser;
     if (g_RunSettings.bImpersonateUser) asUser.emplace(sessionId);
     const TemporaryFile input;
-    if (!input.Path().empty()) CopyFileW(source.c_str(), input.Path().c_str(), FALSE);
+    const bool isCopied =
+        !input.Path().empty() && CopyFileW(source.c_str(), input.Path().c_str(), FALSE) != FALSE;
+    // The copy is ours to change and delete, whatever the source's attributes are.
+    if (isCopied) SetFileAttributesW(input.Path().c_str(), FILE_ATTRIBUTE_NORMAL);
     TemporaryFile output;
     asUser.reset();
 
-    if (input.Path().empty() || output.Path().empty() ||
-        !MakePlain(input, output, sessionId, password)) {
+    if (!isCopied || output.Path().empty() || !MakePlain(input, output, sessionId, password)) {
         return {};
     }
     return output.Release();
 }
 
 void DeleteConfigCopy(const WString& path, DWORD sessionId) {
-    const SessionUserContext asUser(sessionId);
+    {
+        const SessionUserContext asUser(sessionId);
+        if (_wunlink(path.c_str()) == 0) return;
+    }
+    // Made as the tool's own account, in that one's folder.
     _wunlink(path.c_str());
 }

@@ -15,5 +15,5 @@
 // interface.
 WString PrepareConfigCopy(const WString& source, DWORD sessionId, const SecureText& password);
 
-// Deletes a working copy, as the session's user.
+// Deletes a working copy, as the session's user or else as the tool's own account.
 void DeleteConfigCopy(const WString& path, DWORD sessionId);

@@ -84,6 +84,7 @@ void CRegistry::CloseKey() {
 
 bool CRegistry::DeleteKeyTree(const WString& path, bool useLocalMachine) {
     if (m_bReadOnly) return false;
+    if (WithoutTrailingBackslash(path).empty()) return Record(ERROR_INVALID_PARAMETER, 0);
     return Record(static_cast<LSTATUS>(SHDeleteKeyW(RootOf(useLocalMachine),
                                                     WithoutTrailingBackslash(path).c_str())),
                   0);

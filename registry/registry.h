@@ -34,7 +34,8 @@ class CRegistry {
     // Closes the current key; only destruction is meaningful afterwards.
     void CloseKey();
 
-    // Deletes a key and its subtree, from the root of a hive and not from the current key. Records.
+    // Deletes a key and its subtree, from the root of a hive and not from the current key. The root
+    // itself is refused. Records.
     bool DeleteKeyTree(const WString& path, bool useLocalMachine);
     // Deletes a subkey of the current key with its subtree. Records.
     bool DeleteSubKeyTree(const WString& name);

@@ -194,7 +194,7 @@ Reading ReadValue(const TiXmlElement& element, const SecureText& password, UserC
 // The values of a file's section; none when there is no section, or one of them does not decrypt.
 std::vector<UserConfigValue> ReadSection(const WString& file, const SecureText& password) {
     TiXmlDocument document;
-    if (!LoadXmlFile(WideToAnsi(file, kPathCapacity), document)) return {};
+    if (!LoadXmlFile(PathToAnsi(file), document)) return {};
     const TiXmlElement* const root = document.FirstChildElement("sentrel_configuration");
     const TiXmlElement* const section =
         root == nullptr ? nullptr : root->FirstChildElement(kUserConfigurationElement);

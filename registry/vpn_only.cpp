@@ -48,14 +48,13 @@ void ReduceToConnections(TiXmlElement* root) {
 }  // namespace
 
 DWORD FilterVpnOnlyConfig(const WString& path) {
-    const std::string ansiPath = WideToAnsi(path, kPathCapacity);
+    const std::string ansiPath = PathToAnsi(path);
     TiXmlDocument document;
     if (!LoadXmlFile(ansiPath, document)) {
         log_error_fmt(g_hLog, kCannotOpen, path.c_str());
         return kVpnOnlyFailed;
     }
-    TiXmlNode* const node = document.FirstChild("sentrel_configuration");
-    TiXmlElement* const root = node == nullptr ? nullptr : node->ToElement();
+    TiXmlElement* const root = document.FirstChildElement("sentrel_configuration");
     if (root == nullptr) return kVpnOnlyDone;
 
     ReduceToConnections(root);

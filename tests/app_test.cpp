@@ -18,6 +18,7 @@ class CommandLine : public MachineTest {
     static std::optional<int> Parse(std::vector<WString> words) {
         words.insert(words.begin(), TEXT("SNConfig"));
         std::vector<WCHAR*> argv;
+        argv.reserve(words.size() + 1);
         for (WString& word : words) argv.push_back(word.data());
         argv.push_back(nullptr);
         return ParseCommandLine(static_cast<int>(words.size()), argv.data());

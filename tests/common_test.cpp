@@ -139,7 +139,9 @@ TEST_F(XmlFile, KeepsEveryText) {
 TEST_F(XmlFile, NormalisesOnlyWhatXmlSaysIsTheSame) {
     EXPECT_EQ(RoundTrip("<r>one\r\ntwo\rthree\nfour</r>"),
               "<r>one&#x0A;two&#x0A;three&#x0A;four</r>\n");
-    EXPECT_EQ(RoundTrip("<r><a> \n </a></r>"), "<r>\n    <a><![CDATA[ \n ]]></a>\n</r>\n");
+    EXPECT_EQ(RoundTrip("<r><a>  </a></r>"), "<r>\n    <a><![CDATA[  ]]></a>\n</r>\n");
+    EXPECT_EQ(RoundTrip("<r><a>\n</a></r>"), "<r>\n    <a />\n</r>\n");
+    EXPECT_EQ(RoundTrip("<r a='\xE4'/>"), "<r a=\"\xE4\" />\n") << "bytes that are no UTF-8";
     EXPECT_EQ(RoundTrip("\xEF\xBB\xBF<r a='1'/>"), "<r a=\"1\" />\n");
     EXPECT_EQ(RoundTrip("<r><!-- <a> </a> --><a b='>'> </a></r>"),
               "<r>\n    <!-- <a> </a> -->\n    <a b=\"&gt;\"><![CDATA[ ]]></a>\n</r>\n");
@@ -150,7 +152,9 @@ TEST_F(XmlFile, RefusesWhatItCannotHold) {
     EXPECT_EQ(RoundTrip("<r><a></r>"), "refused");
     EXPECT_EQ(RoundTrip(""), "refused");
     EXPECT_EQ(RoundTrip(Nested(kMaxXmlDepth + 1)), "refused");
-    EXPECT_EQ(RoundTrip(Nested(100'000)), "refused");
+    for (const char* disguise : {"", "<?xml version=\"><!-- \"?>", "<1 \">", "</x></x></x>"}) {
+        EXPECT_EQ(RoundTrip(disguise + Nested(100'000)), "refused") << disguise;
+    }
     EXPECT_NE(RoundTrip(Nested(kMaxXmlDepth)), "refused");
     TiXmlDocument document;
     EXPECT_FALSE(LoadXmlFile((ScratchFolder() / "missing").string(), document));

@@ -10,7 +10,7 @@
 // The element holds a comment that names the feature and then the key: its values (value_types.h)
 // and its subkeys, <key name="..."> or sections, each again with its values and subkeys.
 //
-// An import makes the key what the element says: values that differ are written, and only then is
+// An import makes the key what the element says: its values are written, and only then is
 // removed what the element does not name, so that each value is the old or the new one at any
 // moment. A key that has sections below it is merged instead - a file may carry some sections and
 // not others. A feature without an element in the file keeps its settings. Nothing is written when
@@ -201,6 +201,7 @@ bool KeyFromXml(const TiXmlElement& element, const WCHAR* password, KeyPlan& pla
         }
         const WString name = SubkeyName(*child, plan.path);
         if (name.empty()) continue;
+        if (name.find(TEXT('\\')) != WString::npos) return false;  // no name of one key
         KeyPlan& subkey = plan.subkeys.emplace_back();
         subkey.path = Subpath(plan.path, name);
         if (!KeyFromXml(*child, password, subkey)) return false;

@@ -221,13 +221,14 @@ bool ValueToXml(HKEY key, const RegistryValue& value, const WCHAR* password, TiX
 }
 
 bool ValueFromXml(const TiXmlElement& element, const WCHAR* password, ValueToWrite& value) {
-    int type = -1;
+    const std::string* type = element.Attribute(std::string("type"));
     const std::string* data = element.Attribute(std::string("data"));
     if (!GetTextAttribute(element, "name", value.value.name) || data == nullptr ||
-        element.QueryIntAttribute("type", &type) != TIXML_SUCCESS || type < 0) {
+        type == nullptr || type->empty() ||
+        type->find_first_not_of("0123456789") != std::string::npos) {
         return false;
     }
-    value.value.type = static_cast<DWORD>(type);
+    value.value.type = static_cast<DWORD>(std::strtoul(type->c_str(), nullptr, 10));
 
     const std::string* enc = element.Attribute(std::string("enc"));
     if (enc != nullptr && *enc == "1") {

@@ -83,7 +83,9 @@ struct Launch {
            const ProcessOptions& given)
         : program((ProgramFolder() / name).string()), words(arguments), options(given) {
         words.insert(words.begin(), program);
-        for (const auto& [key, value] : options.environment) variables.push_back(key + "=" + value);
+        for (const auto& [key, value] : options.environment) {
+            variables.emplace_back(key).append("=").append(value);
+        }
         for (char** entry = environ; *entry != nullptr; ++entry) {
             if (!IsReplaced(*entry)) variables.emplace_back(*entry);
         }
