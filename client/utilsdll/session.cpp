@@ -8,7 +8,7 @@ extern "C" int GetTokenOfSession(DWORD sessionId, HANDLE* token, DWORD reserved)
     HANDLE opened = nullptr;
     if (!WTSQueryUserToken(sessionId, &opened)) {
         const DWORD error = GetLastError();
-        return error == ERROR_SUCCESS ? ERROR_GEN_FAILURE : static_cast<int>(error);
+        return static_cast<int>(error == ERROR_SUCCESS ? DWORD{ERROR_GEN_FAILURE} : error);
     }
     *token = opened;
     return ERROR_SUCCESS;
