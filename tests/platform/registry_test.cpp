@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <iostream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -440,6 +441,7 @@ TEST_F(Registry, AKilledWriterLeavesTheOldValueOrTheNewOne) {
         ASSERT_EQ(key.Create(HKEY_LOCAL_MACHINE, kRoot), kOk);
         for (BYTE fill = 0;; ++fill) {
             ASSERT_EQ(SetBytes(key.get(), TEXT("v"), REG_BINARY, Bytes(kSize, fill)), kOk);
+            std::cout << "writing" << std::endl;
             Key sub;
             ASSERT_EQ(sub.Create(key.get(), TEXT("tree\\branch")), kOk);
             ASSERT_EQ(DeleteTree(key.get(), TEXT("tree")), 0);
@@ -450,7 +452,8 @@ TEST_F(Registry, AKilledWriterLeavesTheOldValueOrTheNewOne) {
     BYTE last = 7;
     for (int round = 0; round < 25; ++round) {
         BackgroundProcess writer = StartRole("writer");
-        std::this_thread::sleep_for(std::chrono::milliseconds(15 + 7 * (round % 6)));
+        ASSERT_TRUE(writer.WaitForOutput("writing"));
+        std::this_thread::sleep_for(std::chrono::milliseconds(3 * (round % 12)));
         writer.Kill();
         const Bytes data = Data(Root(), TEXT("v"));
         ASSERT_EQ(data, Bytes(kSize, data.at(0))) << "torn in round " << round;

@@ -10,6 +10,21 @@ namespace {
 
 constexpr unsigned char kChange = 0xA5;
 
+// True when the block holds the pattern that the changed bytes stand for.
+bool Holds(const std::vector<char>& block, const std::string& changed) {
+    const auto plain = [&](std::size_t i) { return static_cast<char>(changed[i] ^ kChange); };
+    const char* const end = block.data() + block.size();
+    const char* at = block.data();
+    while ((at = static_cast<const char*>(
+                std::memchr(at, plain(0), static_cast<std::size_t>(end - at)))) != nullptr) {
+        std::size_t same = 1;
+        while (same < changed.size() && at + same < end && at[same] == plain(same)) ++same;
+        if (same == changed.size()) return true;
+        ++at;
+    }
+    return false;
+}
+
 }  // namespace
 
 HiddenPattern::HiddenPattern(const void* bytes, std::size_t size) {
@@ -26,20 +41,16 @@ bool HiddenPattern::StandsInMemory() const {
         unsigned long from = 0;
         unsigned long to = 0;
         char access[5] = {};
+        constexpr unsigned long kLargest = 1UL << 28;  // more is address space, not memory in use
         if (std::sscanf(line.c_str(), "%lx-%lx %4s", &from, &to, access) != 3 || access[1] != 'w' ||
-            line.find("[v") != std::string::npos) {
+            line.find("[v") != std::string::npos || to - from > kLargest) {
             continue;
         }
         block.resize(to - from);
         memory.clear();
         memory.seekg(static_cast<std::streamoff>(from));
         memory.read(block.data(), static_cast<std::streamsize>(block.size()));
-        // The copy is changed before it is searched, so that it never holds what it looks for
-        // twice.
-        for (char& c : block) c = static_cast<char>(c ^ kChange);
-        if (memmem(block.data(), block.size(), changed_.data(), changed_.size()) != nullptr) {
-            return true;
-        }
+        if (Holds(block, changed_)) return true;
     }
     return false;
 }
