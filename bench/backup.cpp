@@ -2,10 +2,10 @@
 #include <benchmark/benchmark.h>
 #include <utilsdll.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <string>
 
+#include "bench/program.h"
 #include "common/text.h"
 
 namespace {
@@ -28,11 +28,10 @@ BENCHMARK(KeyStretch)->Unit(benchmark::kMillisecond)->UseRealTime()->Repetitions
 // A whole backup of the machine, from the start of the program to its end.
 void WholeBackup(benchmark::State& state) {
     const auto file = std::filesystem::temp_directory_path() / "backup.xml";
-    const std::string command =
-        std::string(SNCONFIG_PROGRAM) + " -q -p 'bench password' -f '" + file.string() + "'";
     for (auto _ : state) {
         std::filesystem::remove(file);
-        if (std::system(command.c_str()) != 0 || !std::filesystem::exists(file)) {
+        const ProgramRun run = RunTool({"-q", "-p", "bench password", "-f", file});
+        if (!run.succeeded || !std::filesystem::exists(file)) {
             state.SkipWithError("the backup failed");
         }
     }

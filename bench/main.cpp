@@ -50,6 +50,11 @@ constexpr Promise kPromises[] = {
     {"peak memory: unprotect file / call", "UnprotectFilePeak", "ProtectCallPeak", 1.05},
     {"10,000 settings: protected / plain", "UserSettingsProtected", "UserSettingsPlain", 3.0},
     {"100,000 settings / 10,000", "UserSettingsMany", "UserSettingsProtected", 11.0},
+    {"64 MiB decrypted / its steps", "DecryptOnly", "DecryptSteps", 1.5},
+    {"peak memory: decryption / file", "DecryptOnlyPeak", "EncryptedFileSize", 2.5},
+    {"50 MB restored / TinyXML's share", "RestoreLargeFile", "TinyXmlLargeFile", 2.0},
+    {"100,000 restored / 10,000", "RestoreManySettings", "RestoreFewSettings", 11.0},
+    {"start in FIPS mode / module alone", "FipsStart", "FipsModule", 1.1},
 };
 
 }  // namespace

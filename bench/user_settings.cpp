@@ -65,4 +65,5 @@ BENCHMARK(UserSettingsMany)
     ->Arg(kMany)
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime()
-    ->Iterations(1);
+    ->Iterations(1)
+    ->Repetitions(3);

@@ -1,12 +1,20 @@
-# OpenSSL's libcrypto as the target `openssl_crypto`. A cross build compiles against a copy of the
-# headers, so that no other header of the build machine comes into sight.
+# OpenSSL's libcrypto as the target `openssl_crypto`. OPENSSL_BESIDE is what the client keeps of it
+# beside its programs, each as <file>=<name there>. Modules are loaded by their path without an
+# extension: Windows adds one, other systems take the path as it stands.
 add_library(openssl_crypto INTERFACE)
 if(WIN32)
-    file(COPY /usr/include/openssl DESTINATION ${PROJECT_BINARY_DIR}/include)
-    file(GLOB OPENSSL_CONFIGURATION /usr/include/*-linux-gnu/openssl/*.h)
-    file(COPY ${OPENSSL_CONFIGURATION} DESTINATION ${PROJECT_BINARY_DIR}/include/openssl)
-    target_include_directories(openssl_crypto SYSTEM INTERFACE ${PROJECT_BINARY_DIR}/include)
+    set(folder ${MADE_FROM_SOURCE}/windows-openssl)
+    set(OPENSSL_BESIDE)
+    foreach(name libcrypto-3-x64.dll fips.dll legacy.dll fipsmodule.cnf)
+        list(APPEND OPENSSL_BESIDE ${folder}/bin/${name}=${name})
+    endforeach()
+    target_include_directories(openssl_crypto SYSTEM INTERFACE ${folder}/include)
+    target_link_libraries(openssl_crypto INTERFACE ${folder}/lib/libcrypto.dll.a)
 else()
     find_package(OpenSSL 3.0 REQUIRED)
     target_link_libraries(openssl_crypto INTERFACE OpenSSL::Crypto)
+    cmake_path(GET OPENSSL_CRYPTO_LIBRARY PARENT_PATH folder)
+    set(OPENSSL_BESIDE ${MADE_FROM_SOURCE}/fips/fips.so=fips
+                       ${MADE_FROM_SOURCE}/fips/fipsmodule.cnf=fipsmodule.cnf
+                       ${folder}/ossl-modules/legacy.so=legacy)
 endif()

@@ -1,4 +1,5 @@
-// Security descriptors for objects that every account may use.
+// What accounts may do: objects that every account or none but the owner may use, and the groups of
+// an account.
 #pragma once
 
 #include <windows.h>
@@ -19,3 +20,23 @@ class EveryoneAccess {
     SECURITY_DESCRIPTOR descriptor_ = {};
     SECURITY_ATTRIBUTES attributes_ = {sizeof(SECURITY_ATTRIBUTES), &descriptor_, FALSE};
 };
+
+// Security attributes that leave out everybody but the owner, the system and administrators, valid
+// while the object lives. get() is null where memory ran out: nothing may be made then.
+class OwnerAccess {
+  public:
+    OwnerAccess();
+    OwnerAccess(const OwnerAccess&) = delete;
+    OwnerAccess& operator=(const OwnerAccess&) = delete;
+    ~OwnerAccess();
+
+    SECURITY_ATTRIBUTES* get() {
+        return attributes_.lpSecurityDescriptor == nullptr ? nullptr : &attributes_;
+    }
+
+  private:
+    SECURITY_ATTRIBUTES attributes_ = {sizeof(SECURITY_ATTRIBUTES), nullptr, FALSE};
+};
+
+// True when the account that the thread acts as belongs to the group.
+bool IsMemberOf(WELL_KNOWN_SID_TYPE group);

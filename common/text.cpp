@@ -5,6 +5,19 @@
 
 namespace {
 
+WString BytesToWide(UINT codePage, std::string_view text) {
+    text = text.substr(0, text.find('\0'));
+    if (text.empty()) return {};
+    const int bytes = static_cast<int>(text.size());
+    const int units = MultiByteToWideChar(codePage, 0, text.data(), bytes, nullptr, 0);
+    if (units <= 0) return {};
+    WString wide(static_cast<std::size_t>(units), WCHAR{0});
+    if (MultiByteToWideChar(codePage, 0, text.data(), bytes, wide.data(), units) != units) {
+        return {};
+    }
+    return wide;
+}
+
 std::string WideToBytes(UINT codePage, WStringView text) {
     text = text.substr(0, text.find(WCHAR{0}));
     if (text.empty()) return {};
@@ -32,14 +45,11 @@ int CompareNames(WStringView a, WStringView b) {
 }  // namespace
 
 WString Utf8ToWide(std::string_view text) {
-    text = text.substr(0, text.find('\0'));
-    if (text.empty()) return {};
-    const int bytes = static_cast<int>(text.size());
-    const int units = MultiByteToWideChar(CP_UTF8, 0, text.data(), bytes, nullptr, 0);
-    if (units <= 0) return {};
-    WString wide(static_cast<std::size_t>(units), WCHAR{0});
-    if (MultiByteToWideChar(CP_UTF8, 0, text.data(), bytes, wide.data(), units) != units) return {};
-    return wide;
+    return BytesToWide(CP_UTF8, text);
+}
+
+WString AnsiToWide(std::string_view text) {
+    return BytesToWide(CP_ACP, text);
 }
 
 std::string WideToUtf8(WStringView text) {

@@ -17,6 +17,9 @@ using WStringView = std::basic_string_view<WCHAR>;
 // text that cannot be converted gives an empty result.
 WString Utf8ToWide(std::string_view text);
 
+// The same for the system's ANSI code page.
+WString AnsiToWide(std::string_view text);
+
 // Converts UTF-16 up to its first zero unit to UTF-8; failure gives an empty result.
 std::string WideToUtf8(WStringView text);
 

@@ -2,16 +2,42 @@
 
 #include <windows.h>
 
+#include <algorithm>
+#include <charconv>
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
 #include <string_view>
+#include <utility>
+
+#include "common/text.h"
 
 namespace {
 
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+constexpr std::string_view kCommentStart = "<!--";
+constexpr std::string_view kCommentEnd = "-->";
 constexpr std::string_view kCdataStart = "<![CDATA[";
 constexpr std::string_view kCdataEnd = "]]>";
+constexpr std::string_view kLayout = " \t\n";
+
+// What the parser passes over as white space where a text may begin.
+struct ParserBlank {
+    char32_t character;
+    std::string_view bytes;
+};
+constexpr ParserBlank kParserBlanks[] = {
+    {'\t', "\t"},
+    {'\n', "\n"},
+    {'\v', "\v"},
+    {'\f', "\f"},
+    {'\r', "\r"},
+    {' ', " "},
+    {0xFEFF, "\xEF\xBB\xBF"},
+    {0xFFFE, "\xEF\xBF\xBE"},
+    {0xFFFF, "\xEF\xBF\xBF"},
+};
 
 struct FileCloser {
     void operator()(std::FILE* file) const { std::fclose(file); }
@@ -43,20 +69,53 @@ void NormaliseLineEnds(std::string& text) {
     text.resize(to);
 }
 
-// Walks the markup of a document from tag to tag, keeping count of the nesting, and copies it with
-// every blank-only text of an element turned into a CDATA section. It does not judge whether the
-// document is well formed: the parser does.
+bool IsNameStart(char c) {
+    return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_' ||
+           static_cast<unsigned char>(c) >= 0x80;
+}
+
+bool IsNameOnly(char c) {
+    return (c >= '0' && c <= '9') || c == '-' || c == '.' || c == ':';
+}
+
+// What an "&" can start, and the character it stands for. A reference by number to a character that
+// the document's encoding lacks is none.
+std::size_t ReferenceAt(std::string_view text, char32_t lastCharacter, char32_t& character) {
+    constexpr std::pair<std::string_view, char32_t> kNamed[] = {
+        {"&amp;", '&'}, {"&lt;", '<'}, {"&gt;", '>'}, {"&quot;", '"'}, {"&apos;", '\''}};
+    for (const auto& [name, meaning] : kNamed) {
+        if (!text.starts_with(name)) continue;
+        character = meaning;
+        return name.size();
+    }
+    if (!text.starts_with("&#")) return 0;
+    const bool isHexadecimal = text.starts_with("&#x");
+    const char* const end = text.data() + text.size();
+    std::uint32_t number = 0;
+    const auto [stop, error] = std::from_chars(text.data() + (isHexadecimal ? 3 : 2), end, number,
+                                               isHexadecimal ? 16 : 10);
+    if (error != std::errc() || stop == end || *stop != ';') return 0;
+    const bool isSurrogate = number >= 0xD800 && number <= 0xDFFF;
+    if (number == 0 || number > lastCharacter || isSurrogate) return 0;
+    character = number;
+    return static_cast<std::size_t>(stop - text.data()) + 1;
+}
+
+// Walks a document from tag to tag and copies it in a form in which the parser loses nothing of it:
+// blank texts become CDATA sections, and an "&" that starts no reference becomes one. What is no
+// XML is refused where the parser would read it in a way of its own; whether the tags match and
+// attributes are unique is left to the parser.
 class MarkupScanner {
   public:
-    explicit MarkupScanner(std::string_view text) : text_(text) { out_.reserve(text.size()); }
+    MarkupScanner(std::string_view text, TiXmlEncoding encoding)
+        : text_(text), lastCharacter_(encoding == TIXML_ENCODING_UTF8 ? 0x10FFFF : 0xFF) {
+        out_.reserve(text.size());
+    }
 
-    // False when the nesting is too deep or the markup is no XML.
+    // False when the markup is no XML, nested too deep or has an element with too many attributes.
     bool Run(std::string& result) {
         while (at_ < text_.size()) {
-            const std::size_t tag = text_.find('<', at_);
-            CopyUpTo(tag);
-            if (tag == std::string_view::npos) break;
-            if (!PassTag()) return false;
+            if (!(StartsWith("<") ? PassMarkup() : PassText())) return false;
         }
         result.swap(out_);
         return true;
@@ -68,72 +127,162 @@ class MarkupScanner {
     }
 
     void CopyUpTo(std::size_t end) {
-        end = end > text_.size() ? text_.size() : end;
         out_.append(text_, at_, end - at_);
         at_ = end;
     }
 
-    void PassThrough(std::string_view terminator) {
-        const std::size_t end = text_.find(terminator, at_);
-        CopyUpTo(end == std::string_view::npos ? end : end + terminator.size());
+    bool Pass(std::string_view literal) {
+        if (!StartsWith(literal)) return false;
+        CopyUpTo(at_ + literal.size());
+        return true;
     }
 
-    // False for markup that is no XML: what the parser would read in a way of its own.
-    bool PassTag() {
-        if (StartsWith("<!--")) {
-            PassThrough("-->");
-        } else if (StartsWith(kCdataStart)) {
-            PassThrough(kCdataEnd);
-        } else if (StartsWith("<?")) {
-            PassThrough(">");
-            return out_.ends_with("?>");
-        } else if (StartsWith("<!")) {
-            PassThrough(">");
-        } else if (StartsWith("</")) {
-            PassThrough(">");
-            return --depth_ >= 0;
+    // From `start`, which stands here, to behind the first `end`.
+    bool PassSection(std::string_view start, std::string_view end) {
+        const std::size_t at = text_.find(end, at_ + start.size());
+        if (at == std::string_view::npos) return false;
+        CopyUpTo(at + end.size());
+        return true;
+    }
+
+    // The parser takes a text outside the root for the end of the document. Behind the root it is.
+    bool PassText() {
+        const std::size_t end = std::min(text_.find('<', at_), text_.size());
+        const std::string_view text = text_.substr(at_, end - at_);
+        const bool isLayout = text.find_first_not_of(kLayout) == std::string_view::npos;
+        if (depth_ == 0 && !isLayout) {
+            at_ = text_.size();
+            return hasRoot_;
+        }
+        // Blanks that are an element's whole content are no layout, unless they hold a line end.
+        const bool isContent = isBehindStartTag_ && text_.compare(end, 2, "</") == 0 &&
+                               text.find('\n') == std::string_view::npos;
+        std::string blanks;
+        if ((!isLayout || isContent) && IsBlankToParser(text, blanks)) {
+            out_.append(kCdataStart).append(blanks).append(kCdataEnd);
+            at_ = end;
         } else {
-            return StartsName(at_ + 1) && PassStartTag();
+            CopyText(end);
         }
         return true;
     }
 
-    bool StartsName(std::size_t at) const {
-        const auto c = static_cast<unsigned char>(at < text_.size() ? text_[at] : '\0');
-        return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_' || c >= 0x80;
+    // Whether the parser would drop the text; `blanks` is then the text with its references
+    // resolved.
+    bool IsBlankToParser(std::string_view text, std::string& blanks) const {
+        while (!text.empty()) {
+            char32_t character = 0;
+            const std::size_t reference = ReferenceAt(text, lastCharacter_, character);
+            const auto* const blank =
+                std::ranges::find_if(kParserBlanks, [&](const ParserBlank& candidate) {
+                    return reference != 0 ? character == candidate.character
+                                          : text.starts_with(candidate.bytes);
+                });
+            if (blank == std::end(kParserBlanks)) return false;
+            blanks += blank->bytes;
+            text.remove_prefix(reference != 0 ? reference : blank->bytes.size());
+        }
+        return true;
+    }
+
+    // The same for text and the values of attributes.
+    void CopyText(std::size_t end) {
+        while (at_ < end) {
+            const std::size_t ampersand = text_.substr(at_, end - at_).find('&');
+            if (ampersand == std::string_view::npos) return CopyUpTo(end);
+            CopyUpTo(at_ + ampersand);
+            char32_t character = 0;
+            const std::size_t size =
+                ReferenceAt(text_.substr(at_, end - at_), lastCharacter_, character);
+            if (size != 0) {
+                CopyUpTo(at_ + size);
+            } else {
+                out_ += "&amp;";
+                ++at_;
+            }
+        }
+    }
+
+    bool PassMarkup() {
+        isBehindStartTag_ = false;
+        if (StartsWith(kCommentStart)) return PassSection(kCommentStart, kCommentEnd);
+        if (StartsWith(kCdataStart)) return depth_ > 0 && PassSection(kCdataStart, kCdataEnd);
+        if (StartsWith("<?")) return PassInstruction();
+        if (StartsWith("</")) return --depth_ >= 0 && PassSection("</", ">");
+        // A document type is refused with the rest: the parser does not know where one ends.
+        return PassStartTag();
+    }
+
+    // The parser ends an instruction at its first ">", and takes all that begin like a declaration
+    // for one.
+    bool PassInstruction() {
+        const std::size_t end = text_.find("?>", at_ + 2);
+        if (end == std::string_view::npos) return false;
+        const std::string_view inside = text_.substr(at_ + 2, end - at_ - 2);
+        if (inside.find_first_of("<>") != std::string_view::npos) return false;
+        const bool isDeclaration = inside.size() >= 3 && (inside[0] | 0x20) == 'x' &&
+                                   (inside[1] | 0x20) == 'm' && (inside[2] | 0x20) == 'l';
+        if (!isDeclaration) return PassSection("<?", "?>");
+        return at_ == 0 && Pass("<?xml") && PassAttributes("\"& \t\n") && Pass("?>");
     }
 
     bool PassStartTag() {
-        std::size_t end = at_ + 1;
-        for (char quote = '\0'; end < text_.size(); ++end) {
-            const char c = text_[end];
-            if (quote != '\0') {
-                if (c == quote) quote = '\0';
-            } else if (c == '"' || c == '\'') {
-                quote = c;
-            } else if (c == '>') {
-                break;
-            }
-        }
-        const bool isEmpty = end < text_.size() && text_[end - 1] == '/';
-        CopyUpTo(end + 1);
-        if (isEmpty) return true;
-        WrapBlankText();
-        return ++depth_ <= kMaxXmlDepth;
+        Pass("<");
+        if (!StartsName() || !PassName() || !PassAttributes("")) return false;
+        hasRoot_ = true;
+        if (Pass("/>")) return true;
+        isBehindStartTag_ = true;
+        return Pass(">") && ++depth_ <= kMaxXmlDepth;
     }
 
-    // Behind a start tag: a text of nothing but blanks up to the end tag. With a line end it is
-    // taken for layout.
-    void WrapBlankText() {
-        const std::size_t end = text_.find_first_not_of(" \t", at_);
-        if (end == std::string_view::npos || end == at_ || text_.compare(end, 2, "</") != 0) return;
-        out_ += kCdataStart;
-        CopyUpTo(end);
-        out_ += kCdataEnd;
+    // Attributes and the blanks around them. A value may hold none of the `forbidden` characters.
+    bool PassAttributes(std::string_view forbidden) {
+        for (int count = 0;; ++count) {
+            const bool isApart = PassBlanks();
+            if (!StartsName()) return true;
+            if (!isApart || count == kMaxXmlAttributes || !PassName()) return false;
+            PassBlanks();
+            if (!Pass("=")) return false;
+            PassBlanks();
+            if (!PassQuoted(forbidden)) return false;
+        }
+    }
+
+    bool PassQuoted(std::string_view forbidden) {
+        if (!StartsWith("\"") && !StartsWith("'")) return false;
+        const std::size_t end = text_.find(text_[at_], at_ + 1);
+        if (end == std::string_view::npos) return false;
+        const std::string_view value = text_.substr(at_ + 1, end - at_ - 1);
+        if (value.find_first_of(forbidden) != std::string_view::npos) return false;
+        CopyText(end + 1);
+        return true;
+    }
+
+    // False when there are none.
+    bool PassBlanks() {
+        const std::size_t start = at_;
+        CopyUpTo(std::min(text_.find_first_not_of(kLayout, at_), text_.size()));
+        return at_ != start;
+    }
+
+    bool StartsName() const { return at_ < text_.size() && IsNameStart(text_[at_]); }
+
+    // False for a name that the parser would take for blanks in part.
+    bool PassName() {
+        const std::size_t start = at_;
+        while (at_ < text_.size() && (IsNameStart(text_[at_]) || IsNameOnly(text_[at_]))) ++at_;
+        const std::string_view name = text_.substr(start, at_ - start);
+        out_ += name;
+        return std::ranges::none_of(kParserBlanks, [&](const ParserBlank& blank) {
+            return name.find(blank.bytes) != std::string_view::npos;
+        });
     }
 
     std::string_view text_;
+    char32_t lastCharacter_;
     std::size_t at_ = 0;
+    bool isBehindStartTag_ = false;
+    bool hasRoot_ = false;  // at least its start tag
     int depth_ = 0;
     std::string out_;
 };
@@ -169,9 +318,11 @@ class Writer {
         out_.append("<").append(element.ValueStr());
         for (const auto* attribute = element.FirstAttribute(); attribute != nullptr;
              attribute = attribute->Next()) {
-            out_.append(" ").append(attribute->NameTStr()).append("=\"");
-            WriteEncoded(attribute->ValueStr());
-            out_ += '"';
+            const std::string& value = attribute->ValueStr();
+            const char quote = value.find('"') == std::string::npos ? '"' : '\'';
+            out_.append(" ").append(attribute->NameTStr()).append("=") += quote;
+            WriteEncoded(value);
+            out_ += quote;
         }
         if (element.NoChildren()) {
             out_ += " />";
@@ -189,7 +340,8 @@ class Writer {
     }
 
     void WriteText(const TiXmlText& text) {
-        if (text.CDATA()) {
+        // A CR would be read as a line end.
+        if (text.CDATA() && text.ValueStr().find('\r') == std::string::npos) {
             out_.append(kCdataStart).append(text.ValueStr()).append(kCdataEnd);
         } else {
             WriteEncoded(text.ValueStr());
@@ -261,12 +413,23 @@ bool IsUtf8(const std::string& text) {
                                static_cast<int>(text.size()), nullptr, 0) > 0;
 }
 
-// How the parser is to read the bytes: as their declaration says or, without one, as UTF-8. Bytes
-// that are no UTF-8 whatever the declaration says are taken one by one.
+// The encoding that the document's declaration names; UTF-8 when there is none.
+std::string DeclaredEncoding(const std::string& content) {
+    if (!content.starts_with("<?xml")) return {};
+    TiXmlDocument start;
+    start.Parse(content.substr(0, content.find('>') + 1).c_str());
+    const auto* node = start.FirstChild();
+    const auto* declaration = node != nullptr ? node->ToDeclaration() : nullptr;
+    return declaration != nullptr ? declaration->Encoding() : "";
+}
+
+// How the parser is to read the bytes: as their declaration says. Bytes that are no UTF-8 whatever
+// the declaration says are taken one by one.
 TiXmlEncoding EncodingOf(const std::string& content) {
-    if (!IsUtf8(content)) return TIXML_ENCODING_LEGACY;
-    const bool isDeclared = content.compare(0, 5, "<?xml") == 0;
-    return isDeclared ? TIXML_ENCODING_UNKNOWN : TIXML_ENCODING_UTF8;
+    const WString declared = Utf8ToWide(DeclaredEncoding(content));
+    const bool isUtf8 = declared.empty() || EqualIgnoringCase(declared, TEXT("UTF-8")) ||
+                        EqualIgnoringCase(declared, TEXT("UTF8"));
+    return isUtf8 && IsUtf8(content) ? TIXML_ENCODING_UTF8 : TIXML_ENCODING_LEGACY;
 }
 
 }  // namespace
@@ -284,8 +447,9 @@ bool LoadXmlFile(const std::string& path, TiXmlDocument& document) {
     }
     NormaliseLineEnds(content);
     std::string markup;
-    if (!MarkupScanner(content).Run(markup)) return false;
-    document.Parse(markup.c_str(), nullptr, EncodingOf(content));
+    const TiXmlEncoding encoding = EncodingOf(content);
+    if (!MarkupScanner(content, encoding).Run(markup)) return false;
+    document.Parse(markup.c_str(), nullptr, encoding);
     if (!document.Error()) return true;
     document.Clear();
     return false;

@@ -5,9 +5,11 @@
 #include <algorithm>
 #include <iterator>
 
+#include "app/client_log.h"
 #include "app/run_settings.h"
 #include "app/user_context.h"
 #include "common/handles.h"
+#include "config/configuration_change.h"
 #include "config/operation.h"
 #include "config/operations.h"
 #include "config/trusted_parent.h"
@@ -17,6 +19,7 @@
 namespace {
 
 constexpr const WCHAR* kEveryModule = TEXT("*");
+constexpr const WCHAR* kNotLocked = TEXT("Failed to lock the registry configuration");
 
 constexpr const WCHAR* kGuardedImports[] = {kOpImport, kOpImportPushConfig, kOpImportGwyipConfig,
                                             kOpImportInstallerConfig};
@@ -63,7 +66,13 @@ class RegistryRelock {
     RegistryRelock(const RegistryRelock&) = delete;
     RegistryRelock& operator=(const RegistryRelock&) = delete;
     ~RegistryRelock() {
-        if (isDue_ && IsLockPasswordSet()) sec_set_sa_registry_lock(true);
+        if (!isDue_ || !IsLockPasswordSet()) return;
+        // A client that stays unlocked is the worst that a request can leave: what failed for a
+        // moment is tried again, and a failure that lasts is told.
+        if (!sec_set_sa_registry_lock(true) && !sec_set_sa_registry_lock(true) &&
+            !sec_is_registry_locked()) {
+            log_error_fmt(g_hLog, kNotLocked);
+        }
     }
 
   private:
@@ -110,6 +119,14 @@ int RunConfigRequest(const WString& file, const WString& moduleText, const WStri
         sec_set_sa_registry_lock(false);
     }
 
-    RunOperation(modules, working.Path(), effectiveOperation, sessionId, password);
+    if (IsChangeAnnounced()) {
+        const ConfigurationChange change;
+        if (change.HasBegun()) {
+            RunOperation(modules, working.Path(), effectiveOperation, sessionId, password);
+        }
+    } else {
+        RunOperation(modules, working.Path(), effectiveOperation, sessionId, password);
+    }
+    if (effectiveOperation == kOpImportInstallerConfig) ForgetInstallerState();
     return kResultOk;
 }

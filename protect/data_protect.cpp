@@ -1,10 +1,13 @@
 #include "protect/data_protect.h"
 
 #include <openssl/rand.h>
+#include <utilsdll.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "common/secure_text.h"
+#include "cryptd/providers.h"
 #include "protect/file_mask.h"
 #include "protect/mapped_file.h"
 
@@ -47,6 +50,13 @@ bool GoToStart(HANDLE file) {
     return SetFilePointerEx(file, LARGE_INTEGER{}, nullptr, FILE_BEGIN) != FALSE;
 }
 
+// Makes the file that long. On a full disk it fails before anything has been overwritten.
+bool TakeRoom(HANDLE file, LONGLONG size) {
+    LARGE_INTEGER end = {};
+    end.QuadPart = size;
+    return SetFilePointerEx(file, end, nullptr, FILE_BEGIN) && SetEndOfFile(file);
+}
+
 // The entropy of one protection. A failed derivation is made good with fresh random bytes: the
 // entropy travels in the file, so any value can be read again, but a guessable one would add
 // nothing.
@@ -72,7 +82,8 @@ bool ProtectContent(const WCHAR* path, ProtectionScope scope, BYTE (&entropy)[kS
     // The blob is longer than the plain content: the writes replace all of it.
     file.Unmap();
     const auto scopeByte = static_cast<BYTE>(scope);
-    return GoToStart(file.File()) && WriteAll(file.File(), &scopeByte, sizeof scopeByte) &&
+    return TakeRoom(file.File(), LONGLONG{kBlobOffset} + blob.Size()) && GoToStart(file.File()) &&
+           WriteAll(file.File(), &scopeByte, sizeof scopeByte) &&
            WriteAll(file.File(), entropy, kSlotSize) &&
            WriteAll(file.File(), blob.Bytes(), blob.Size());
 }
@@ -89,7 +100,11 @@ bool UnprotectContent(const MappedFile& file, SystemBlob& plain) {
 }  // namespace
 
 bool DataProtectInit() {
+    static bool isDone = false;
+    if (std::exchange(isDone, true)) return true;
     BuildFileMask();
+    // From here on the crypto service serves OpenSSL's random bytes.
+    if (cfg_is_fips_mode_enabled() != 0) CryptdLoadProviders();
     return PrepareKeyMaterial();
 }
 

@@ -13,8 +13,8 @@
 
 #include "protect/key_material.h"
 
-// Builds the file mask and the key material of this run, before main; later calls do nothing. False
-// when an HMAC failed.
+// Builds the file mask and the key material of this run, before main, and in FIPS mode sets OpenSSL
+// up for it; later calls do nothing. False when an HMAC failed.
 bool DataProtectInit();
 
 // Results of the file operations.

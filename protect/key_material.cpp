@@ -4,17 +4,19 @@
 #include <openssl/evp.h>
 #include <openssl/kdf.h>
 #include <openssl/rand.h>
+#include <utilsdll.h>
 
 #include <algorithm>
 #include <memory>
-#include <utility>
 
 #include "common/handles.h"
 #include "common/secure_text.h"
+#include "cryptd/SNCryptdAPI.h"
 #include "registry/locations.h"
 
 namespace {
 
+constexpr const WCHAR* kNoEntropy = TEXT("FIPS Error: Failed to obtain entropy.");
 constexpr char kInfo[] = {'D', 'a', 't', 'a'};
 constexpr REGSAM kKeyAccess = KEY_READ | KEY_SET_VALUE | KEY_CREATE_SUB_KEY | KEY_WOW64_64KEY;
 
@@ -81,6 +83,7 @@ bool SetDefaults(SlotBytes& mixer) {
     SlotBytes salt;
     if (!hmac || !hmac.Compute(first, 4, second, 4, salt.bytes) ||
         !hmac.Compute(second, 4, first, 4, mixer.bytes)) {
+        if (cfg_is_fips_mode_enabled() != 0) CryptdFipsEnterErrorMode(kNoEntropy);
         return false;
     }
     for (KeyMaterial* material : {&machineMaterial, &userMaterial}) {
@@ -132,8 +135,6 @@ KeyMaterial& KeyMaterialOf(ProtectionScope scope) {
 }
 
 bool PrepareKeyMaterial() {
-    static bool isPrepared = false;
-    if (std::exchange(isPrepared, true)) return true;
     SlotBytes mixer;
     bool succeeded = SetDefaults(mixer);
     succeeded = MixRegistryValues(HKEY_LOCAL_MACHINE, mixer, machineMaterial) && succeeded;

@@ -20,8 +20,8 @@ KeyMaterial& KeyMaterialOf(ProtectionScope scope);
 
 // Fills the slots for this run - random defaults, mixed with the registry's "datasalt" and
 // "datakey" of HKEY_LOCAL_MACHINE and HKEY_CURRENT_USER - and protects them. False when the HMAC
-// failed. Nothing is ever written: what must be read again carries its own entropy. Later calls do
-// nothing.
+// failed; in FIPS mode the crypto service is told. Nothing is ever written: what must be read again
+// carries its own entropy.
 bool PrepareKeyMaterial();
 
 // Derives the entropy for one protection from a key and a salt with HKDF-SHA3-512 and replaces the

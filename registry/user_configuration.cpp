@@ -34,6 +34,34 @@ struct UserConfigValue {
     DWORD dword = 0;
 };
 
+// A text that the utility library handed out, wiped and given back at the end.
+class LibraryText {
+  public:
+    LibraryText() = default;
+    LibraryText(const LibraryText&) = delete;
+    LibraryText& operator=(const LibraryText&) = delete;
+    ~LibraryText() {
+        if (data_ == nullptr) return;
+        WipeMemory(data_, WStringView(data_).size() * sizeof(WCHAR));
+        reg_free(data_);
+    }
+    WCHAR** put() { return &data_; }
+    const WCHAR* get() const { return data_; }
+
+  private:
+    WCHAR* data_ = nullptr;
+};
+
+// Lets the thread act as the session's user where it can, and for itself again at the end, whatever
+// it acted as before.
+class AsSessionUser {
+  public:
+    explicit AsSessionUser(DWORD sessionId) { ImpersonateSessionUser(sessionId); }
+    AsSessionUser(const AsSessionUser&) = delete;
+    AsSessionUser& operator=(const AsSessionUser&) = delete;
+    ~AsSessionUser() { RevertToSelf(); }
+};
+
 struct WalkContext {
     SecureText password;
     std::vector<UserConfigValue> values;
@@ -62,26 +90,22 @@ WString BelowProductKey(WStringView path) {
 }
 
 void ReadString(HKEY key, const WCHAR* name, const SecureText& password, UserConfigValue& value) {
-    WCHAR* text = nullptr;
-    const bool isRead = reg_getstringW(key, name, &text, nullptr) && text != nullptr;
-    const WStringView view = isRead ? WStringView(text) : WStringView();
+    LibraryText text;
+    const bool isRead = reg_getstringW(key, name, text.put(), nullptr) && text.get() != nullptr;
+    const WStringView view = isRead ? WStringView(text.get()) : WStringView();
     value.enc = reg_is_encrypted_valueW(key, name);
     if (value.enc) {
         if (isRead) value.data = EncryptValue(view, password.c_str());
     } else {
         value.data = WideToUtf8(view);
     }
-    if (!isRead) return;
-    WipeMemory(text, view.size() * sizeof(WCHAR));
-    reg_free(text);
 }
 
 void ReadMultiString(HKEY key, const WCHAR* name, UserConfigValue& value) {
-    WCHAR* list = nullptr;
+    LibraryText list;
     DWORD bytes = 0;
-    if (!reg_getmultistringW(key, name, &list, &bytes)) return;
-    value.data = BytesToHex(reinterpret_cast<const BYTE*>(list), bytes);
-    reg_free(list);
+    if (!reg_getmultistringW(key, name, list.put(), &bytes)) return;
+    value.data = BytesToHex(reinterpret_cast<const BYTE*>(list.get()), bytes);
 }
 
 // Visitor of the walk: collects the values of one key. Always goes on.
@@ -121,18 +145,13 @@ bool CollectUserValues(HKEY key, const WCHAR* path, void* context) {
 // The values of the session's user.
 std::vector<UserConfigValue> CollectValues(const SecureText& password, DWORD sessionId) {
     WalkContext context;
-    ImpersonateSessionUser(sessionId);
+    const AsSessionUser asUser(sessionId);
     UniqueRegKey userRoot;
-    if (RegOpenCurrentUser(KEY_READ, userRoot.put()) == ERROR_SUCCESS) {
-        if (const HKEY productKey = reg_openkeyW(userRoot.get(), kProductKey)) {
-            context.password = password.c_str();
-            reg_walk2W(productKey, kProductKey, CollectUserValues, &context);
-            context.password = SecureText();
-            reg_closekeyW(productKey);
-        }
-        userRoot.reset();
-    }
-    RevertToSelf();
+    if (RegOpenCurrentUser(KEY_READ, userRoot.put()) != ERROR_SUCCESS) return {};
+    const UniqueRegKey productKey(reg_openkeyW(userRoot.get(), kProductKey));
+    if (!productKey) return {};
+    context.password = password.c_str();
+    reg_walk2W(productKey.get(), kProductKey, CollectUserValues, &context);
     return std::move(context.values);
 }
 
@@ -219,11 +238,11 @@ std::vector<UserConfigValue> ReadSection(const WString& file, const SecureText& 
 
 // Makes every key on the way to `path` that is missing.
 void CreateKeys(HKEY userRoot, const WString& path) {
-    if (const HKEY key = reg_openkeyW(userRoot, path.c_str())) return reg_closekeyW(key);
+    if (UniqueRegKey(reg_openkeyW(userRoot, path.c_str()))) return;
     WString level;
     for (const WString& piece : SplitText(path, TEXT("\\"))) {
         level.append(piece).append(TEXT("\\"));
-        if (const HKEY key = reg_createkeyW(userRoot, level.c_str())) reg_closekeyW(key);
+        const UniqueRegKey key(reg_createkeyW(userRoot, level.c_str()));
     }
 }
 
@@ -246,8 +265,9 @@ void WriteValue(HKEY key, const WString& name, const UserConfigValue& value,
         case REG_MULTI_SZ: {
             std::vector<BYTE> bytes;
             if (!HexToBytes(value.data, bytes)) break;
-            // Terminated whatever the text was, on a boundary of UTF-16 units.
-            bytes.resize(bytes.size() / sizeof(WCHAR) * sizeof(WCHAR) + 2 * sizeof(WCHAR));
+            // Terminated whatever the text was, without half a UTF-16 unit at its end.
+            bytes.resize(bytes.size() / sizeof(WCHAR) * sizeof(WCHAR));
+            bytes.resize(bytes.size() + 2 * sizeof(WCHAR));
             reg_setmultistringW(key, name.c_str(), reinterpret_cast<const WCHAR*>(bytes.data()));
             break;
         }
@@ -263,10 +283,8 @@ void WriteValues(HKEY userRoot, const std::vector<UserConfigValue>& values,
         const WString name = Utf8ToWide(value.name);
         if (path.empty() || name.empty()) return;
         CreateKeys(userRoot, path);
-        const HKEY key = reg_openkeyW(userRoot, path.c_str());
-        if (key == nullptr) continue;
-        WriteValue(key, name, value, password);
-        reg_closekeyW(key);
+        const UniqueRegKey key(reg_openkeyW(userRoot, path.c_str()));
+        if (key) WriteValue(key.get(), name, value, password);
     }
 }
 
@@ -286,15 +304,10 @@ void ImportUserConfiguration(const WString& file, const SecureText& password, DW
     const auto values = ReadSection(file, password);
     if (values.empty()) return;
 
-    ImpersonateSessionUser(sessionId);
+    const AsSessionUser asUser(sessionId);
     UniqueRegKey userRoot;
-    if (RegOpenCurrentUser(KEY_READ, userRoot.put()) == ERROR_SUCCESS) {
-        // The user's product key must exist; it is never made here.
-        if (const HKEY productKey = reg_openkeyW(userRoot.get(), kProductKey)) {
-            WriteValues(userRoot.get(), values, password);
-            reg_closekeyW(productKey);
-        }
-        userRoot.reset();
-    }
-    RevertToSelf();
+    if (RegOpenCurrentUser(KEY_READ, userRoot.put()) != ERROR_SUCCESS) return;
+    // The user's product key must exist; it is never made here.
+    if (!UniqueRegKey(reg_openkeyW(userRoot.get(), kProductKey))) return;
+    WriteValues(userRoot.get(), values, password);
 }

@@ -1,10 +1,8 @@
 // The installed client's version, found through the client's upgrade codes.
 #include "install/installed_version.h"
 
-#include <windows.h>
-
-#include "common/handles.h"
 #include "tests/support/machine.h"
+#include "tests/support/registry.h"
 
 namespace {
 
@@ -16,22 +14,14 @@ const WideText kSecondCode = TEXT("1E705CEB734E5E74284C1E2BF0F86CF4");
 const WideText kProduct = TEXT("76543210BA98FEDC1032547698BADCFE");
 const WideText kOther = TEXT("00000000BA98FEDC1032547698BADCFE");
 
-void SetValue(const WideText& path, const WideText& name, const WideText& text) {
-    UniqueRegKey key;
-    ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, 0, KEY_WRITE, nullptr,
-                              key.put(), nullptr),
-              ERROR_SUCCESS);
-    const auto size = static_cast<DWORD>((text.size() + 1) * sizeof(WCHAR));
-    RegSetValueExW(key.get(), name.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
-                   size);
-}
-
 void Install(const WideText& upgradeCode, const WideText& product, const WideText& version) {
     const WideText installer = TEXT("SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Installer\\");
-    SetValue(installer + TEXT("UpgradeCodes\\") + upgradeCode, product, TEXT(""));
-    SetValue(TEXT("SOFTWARE\\Classes\\Installer\\Products\\") + product, TEXT("ProductName"),
-             TEXT("Sentrel"));
-    SetValue(
+    SetRaw(HKEY_LOCAL_MACHINE, installer + TEXT("UpgradeCodes\\") + upgradeCode, product.c_str(),
+           TEXT(""));
+    SetRaw(HKEY_LOCAL_MACHINE, TEXT("SOFTWARE\\Classes\\Installer\\Products\\") + product,
+           TEXT("ProductName"), TEXT("Sentrel"));
+    SetRaw(
+        HKEY_LOCAL_MACHINE,
         installer + TEXT("UserData\\S-1-5-18\\Products\\") + product + TEXT("\\InstallProperties"),
         TEXT("DisplayVersion"), version);
 }
@@ -67,6 +57,18 @@ TEST_F(InstalledVersion, SplitsWhateverTextThereIs) {
     for (const auto& [version, expected] : cases) {
         Install(kFirstCode, kProduct, version);
         EXPECT_EQ(Read(), expected);
+    }
+}
+
+TEST_F(InstalledVersion, IsThatOfAnInstalledPackage) {
+    SKIP_WITHOUT(kInstaller);
+    const std::string package = (ProgramFolder() / "client.msi").make_preferred().string();
+    for (const auto& [action, installed] : {std::pair("/i", "found 7 4 3 1790"),  //
+                                            std::pair("/x", "none -1 -1 -1 -1")}) {
+        const ProcessResult run =
+            RunProgram("C:\\windows\\system32\\msiexec", {action, package, "/qn"});
+        EXPECT_EQ(run.exitCode, 0) << run.errors;
+        EXPECT_EQ(Read(), installed);
     }
 }
 

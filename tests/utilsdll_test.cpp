@@ -1,9 +1,9 @@
-// The client's utility library: cipher, protected strings, registry, lock, switches, log, folders.
+// The client's utility library: cipher, protected strings, registry, lock, switches, log.
 #include <utilsdll.h>
 
-#include <iostream>
+#include <algorithm>
+#include <fstream>
 #include <map>
-#include <mutex>
 #include <regex>
 #include <set>
 #include <thread>
@@ -11,8 +11,10 @@
 #include "common/handles.h"
 #include "common/hex.h"
 #include "common/text.h"
+#include "tests/support/cipher.h"
 #include "tests/support/file_facts.h"
 #include "tests/support/machine.h"
+#include "tests/support/registry.h"
 
 namespace {
 
@@ -21,41 +23,13 @@ namespace fs = std::filesystem;
 class UtilsDll : public MachineTest {};
 
 constexpr const WCHAR* kProductKey = TEXT("software\\Verdane\\Sentrel");
-constexpr DWORD kOverhead = 28;
 
 // --- Cipher -------------------------------------------------------------------------------------
-
-std::string Encrypted(const std::string& plain, const WCHAR* passPhrase) {
-    std::string message(plain.size() + kOverhead, '\0');
-    auto size = static_cast<DWORD>(message.size());
-    EXPECT_EQ(encrypt_buffer(plain.data(), static_cast<DWORD>(plain.size()), message.data(), &size,
-                             passPhrase),
-              0);
-    EXPECT_EQ(size, message.size());
-    return message;
-}
-
-// The plaintext, or "(failed)". A failure must not touch the output.
-std::string Decrypted(const std::string& message, const WCHAR* passPhrase, DWORD capacity = 300) {
-    std::string plain(capacity, '#');
-    DWORD size = capacity;
-    if (decrypt_buffer(message.data(), static_cast<DWORD>(message.size()), plain.data(), &size,
-                       passPhrase) != 0) {
-        EXPECT_EQ(plain, std::string(capacity, '#'));
-        EXPECT_EQ(size, capacity);
-        return "(failed)";
-    }
-    return plain.substr(0, size);
-}
 
 std::string FromHex(const std::string& text) {
     std::vector<BYTE> bytes;
     HexToBytes(text, bytes);
     return {bytes.begin(), bytes.end()};
-}
-
-std::string ToHex(const std::string& bytes) {
-    return BytesToHex(reinterpret_cast<const BYTE*>(bytes.data()), bytes.size());
 }
 
 // A file of that name anywhere below the machine's folder.
@@ -64,16 +38,6 @@ fs::path FindFile(const fs::path& endpoint, const std::string& name) {
         if (entry.path().filename() == name) return entry.path();
     }
     return {};
-}
-
-// What a process that plays a part tells the test: one line behind "tells ".
-void Tell(const std::string& text) {
-    std::cout << "tells " << text << '\n';
-}
-std::string Told(const ProcessResult& process) {
-    std::smatch match;
-    return std::regex_search(process.output, match, std::regex("tells (.*)")) ? match[1].str()
-                                                                              : "(nothing)";
 }
 
 TEST_F(UtilsDll, ReadsMessagesOfTheDocumentedForm) {
@@ -95,22 +59,20 @@ TEST_F(UtilsDll, ReadsMessagesOfTheDocumentedForm) {
 }
 
 TEST_F(UtilsDll, GivesAllMessagesOfAPassPhraseOneSaltAndEachItsCounter) {
-    if (!Role().empty()) {
-        return Tell(ToHex(Encrypted("other process", TEXT("secret"))));
-    }
-    std::set<std::string> ids;
-    std::mutex mutex;
-    const auto encryptMany = [&] {
-        for (int i = 0; i < 100; ++i) {
-            const std::string message = Encrypted("", TEXT("secret"));
-            const std::lock_guard lock(mutex);
-            ids.insert(message.substr(0, 12));
-        }
-    };
+    const fs::path file = ScratchFolder() / "message";
+    if (!Role().empty()) return WriteWholeFile(file, Encrypted("other", TEXT("secret")));
+    std::set<std::string> made[4];
     {
-        const std::jthread threads[] = {std::jthread(encryptMany), std::jthread(encryptMany),
-                                        std::jthread(encryptMany), std::jthread(encryptMany)};
+        std::vector<std::jthread> threads;
+        for (auto& ids : made) {
+            threads.emplace_back([&ids] {
+                for (int i = 0; i < 100; ++i)
+                    ids.insert(Encrypted("", TEXT("secret")).substr(0, 12));
+            });
+        }
     }
+    auto& ids = made[0];
+    for (auto& others : made) ids.merge(others);
     EXPECT_EQ(ids.size(), 400U);
 
     const auto saltOf = [](const std::string& message) { return message.substr(0, 8); };
@@ -120,9 +82,10 @@ TEST_F(UtilsDll, GivesAllMessagesOfAPassPhraseOneSaltAndEachItsCounter) {
     EXPECT_NE(saltOf(Encrypted("", nullptr)), salt);
     EXPECT_EQ(saltOf(Encrypted("", TEXT("secret"))), salt) << "forgotten for another pass phrase";
 
-    const std::string other = FromHex(Told(RunRole("encrypt")));
-    EXPECT_NE(saltOf(other), salt);
-    EXPECT_EQ(Decrypted(other, TEXT("secret")), "other process");
+    RunRole("encrypt");
+    const std::string message = ReadWholeFile(file);
+    EXPECT_NE(saltOf(message), salt) << "every process has its own";
+    EXPECT_EQ(Decrypted(message, TEXT("secret")), "other");
 }
 
 TEST_F(UtilsDll, RefusesEveryChangedOrCutMessage) {
@@ -140,8 +103,12 @@ TEST_F(UtilsDll, RefusesEveryChangedOrCutMessage) {
             EXPECT_EQ(Decrypted(message.substr(0, size), passPhrase), "(failed)") << size;
         }
         EXPECT_EQ(Decrypted(message + '\0', passPhrase), "(failed)");
-        // An empty message is one, too, and no shorter message is.
-        EXPECT_EQ(Decrypted(Encrypted("", passPhrase), passPhrase), "");
+        // Messages of every size are ones, with the marker and without.
+        for (const std::size_t size : {0u, 1u, 15u, 16u, 17u, 8191u, 8192u}) {
+            const std::string plain(size, 'x');
+            EXPECT_EQ(Decrypted(Encrypted(plain, passPhrase), passPhrase, 8192), plain);
+            EXPECT_EQ(Decrypted("Enc " + Encrypted(plain, passPhrase), passPhrase, 8192), plain);
+        }
     }
 }
 
@@ -155,26 +122,27 @@ TEST_F(UtilsDll, RefusesAnotherPassPhraseAndASmallBuffer) {
     EXPECT_EQ(Decrypted(message, TEXT("Pass phrase"), 9), "(failed)");
     EXPECT_EQ(Decrypted(Encrypted("empty", TEXT("")), TEXT("")), "empty");
 
-    std::string output(kOverhead + 3, '#');
-    DWORD size = kOverhead + 2;
+    std::string output(kCipherOverhead + 3, '#');
+    DWORD size = kCipherOverhead + 2;
     EXPECT_NE(encrypt_buffer("abc", 3, output.data(), &size, TEXT("p")), 0);
-    EXPECT_EQ(size, kOverhead + 2);
-    EXPECT_EQ(output, std::string(kOverhead + 3, '#'));
+    EXPECT_EQ(size, kCipherOverhead + 2);
+    EXPECT_EQ(output, std::string(kCipherOverhead + 3, '#'));
 }
 
 TEST_F(UtilsDll, ProcessesAgreeOnOneDefaultKeyFromTheStart) {
-    if (!Role().empty()) return Tell(ToHex(Encrypted("it is me", nullptr)));
-    BackgroundProcess processes[] = {StartRole("encrypt"), StartRole("encrypt"),
-                                     StartRole("encrypt"), StartRole("encrypt")};
-    for (BackgroundProcess& process : processes) {
-        EXPECT_EQ(Decrypted(FromHex(Told(process.Wait())), nullptr), "it is me");
+    if (!Role().empty()) {
+        return WriteWholeFile(ScratchFolder() / Role(), Encrypted("it is me", nullptr));
+    }
+    RunRoles(4);
+    for (const char* role : {"0", "1", "2", "3"}) {
+        EXPECT_EQ(Decrypted(ReadWholeFile(ScratchFolder() / role), nullptr), "it is me");
     }
     const fs::path file = FindFile(EndpointFolder(), "machine.key");
     EXPECT_TRUE(OnlyOwnerMayUse(file));
     EXPECT_EQ(std::distance(fs::directory_iterator(file.parent_path()), {}), 1) << "draft left";
     // A damaged key is neither used nor replaced.
     WriteWholeFile(file, std::string(31, 'k'));
-    EXPECT_NE(RunRole("encrypt").exitCode, 0);
+    EXPECT_NE(StartRole("0").Wait().exitCode, 0);
     EXPECT_EQ(ReadWholeFile(file), std::string(31, 'k'));
 }
 
@@ -217,17 +185,8 @@ std::string StringOf(HKEY key, const WCHAR* name) {
     return result;
 }
 
-WString RawText(HKEY key, const WCHAR* name) {
-    WCHAR text[4096] = {};
-    DWORD size = sizeof text;
-    RegQueryValueExW(key, name, nullptr, nullptr, reinterpret_cast<BYTE*>(text), &size);
-    return text;
-}
-
 void SetRaw(HKEY key, const WCHAR* name, DWORD type, WStringView data) {
-    ASSERT_EQ(RegSetValueExW(key, name, 0, type, reinterpret_cast<const BYTE*>(data.data()),
-                             static_cast<DWORD>(data.size() * sizeof(WCHAR))),
-              ERROR_SUCCESS);
+    SetRaw(key, TEXT(""), name, type, data.data(), data.size() * sizeof(WCHAR));
 }
 
 TEST_F(UtilsDll, ProtectedStringsAreUnreadableAtRest) {
@@ -241,11 +200,11 @@ TEST_F(UtilsDll, ProtectedStringsAreUnreadableAtRest) {
             EXPECT_TRUE(reg_is_encrypted_valueW(key.get(), name));
         }
         set(key.get(), name, TEXT("secret"));
-        const WString stored = RawText(key.get(), name);
+        const WString stored = RawText(key.get(), TEXT(""), name);
         const BYTE plain[] = {'s', 0, 'e', 0, 'c', 0, 'r', 0, 'e', 0, 't', 0};
         EXPECT_EQ(WideToUtf8(stored).find(BytesToHex(plain, sizeof plain)), std::string::npos);
         set(key.get(), name, TEXT("secret"));
-        EXPECT_NE(RawText(key.get(), name), stored);
+        EXPECT_NE(RawText(key.get(), TEXT(""), name), stored);
 
         WString changed = stored;
         changed.back() = changed.back() == '0' ? WCHAR{'1'} : WCHAR{'0'};
@@ -258,21 +217,18 @@ TEST_F(UtilsDll, ProtectedStringsAreUnreadableAtRest) {
 
 TEST_F(UtilsDll, ProtectionForTheUserShutsOtherAccountsOut) {
     SKIP_UNLESS_ADMINISTRATOR();
+    UniqueRegKey key;
     if (!Role().empty()) {
-        UniqueRegKey key;
         RegOpenKeyExW(HKEY_LOCAL_MACHINE, TEXT("software\\Other"), 0, KEY_READ, key.put());
         EXPECT_EQ(StringOf(key.get(), TEXT("machine")), "for all");
         EXPECT_EQ(StringOf(key.get(), TEXT("user")), "(failed)");
         EXPECT_EQ(reg_openkeyW(HKEY_LOCAL_MACHINE, TEXT("software\\Other")), nullptr);
         return;
     }
-    const UniqueRegKey key = Created(HKEY_LOCAL_MACHINE, TEXT("software\\Other"));
+    key = Created(HKEY_LOCAL_MACHINE, TEXT("software\\Other"));
     ASSERT_TRUE(reg_setstring_encW(key.get(), TEXT("machine"), TEXT("for all")));
     ASSERT_TRUE(reg_setstring_enc_cuW(key.get(), TEXT("user"), TEXT("for one")));
-    ProcessOptions options;
-    options.account = Account{65534, 65534};
-    const ProcessResult other = RunRole("read", options);
-    EXPECT_EQ(other.exitCode, 0) << other.output;
+    RunRole("read", As(kStranger));
 }
 
 TEST_F(UtilsDll, PlainStringsComeBackWhateverTheyLookLike) {
@@ -294,7 +250,7 @@ TEST_F(UtilsDll, PlainStringsComeBackWhateverTheyLookLike) {
     EXPECT_EQ(StringOf(key.get(), TEXT("missing")), "(failed)");
 }
 
-TEST_F(UtilsDll, ReadsNumbersListsAndNames) {
+TEST_F(UtilsDll, ReadsNumbersAndLists) {
     const UniqueRegKey key = Created(HKEY_CURRENT_USER, TEXT("software\\Other\\"));
     DWORD number = 7;
     EXPECT_TRUE(reg_setDWORDW(key.get(), TEXT("number"), 0xFFFFFFFF));
@@ -321,17 +277,6 @@ TEST_F(UtilsDll, ReadsNumbersListsAndNames) {
     EXPECT_TRUE(reg_setmultistringW(key.get(), TEXT("list"), TEXT("")));
     EXPECT_EQ(listOf(TEXT("list")), "00000000");
     EXPECT_EQ(listOf(TEXT("text")), "(failed)");
-
-    DWORD count = 0;
-    EXPECT_TRUE(reg_getvaluecount(key.get(), &count, 0));
-    EXPECT_EQ(count, 4U);
-    WCHAR name[7] = TEXT("before");
-    EXPECT_TRUE(reg_getvaluenamebyindexW(key.get(), 0, name, 7));
-    EXPECT_EQ(WString(name), TEXT("number"));
-    EXPECT_FALSE(reg_getvaluenamebyindexW(key.get(), 0, name, 6));
-    EXPECT_FALSE(reg_getvaluenamebyindexW(key.get(), 4, name, 7));
-    EXPECT_TRUE(reg_removevalueW(key.get(), TEXT("number")));
-    EXPECT_FALSE(reg_removevalueW(key.get(), TEXT("number")));
 }
 
 TEST_F(UtilsDll, WalksEveryKeyBeforeItsSubkeys) {
@@ -339,31 +284,33 @@ TEST_F(UtilsDll, WalksEveryKeyBeforeItsSubkeys) {
     for (const WCHAR* path : {TEXT("b\\x"), TEXT("a\\z\\deep"), TEXT("a\\y"), TEXT("c")}) {
         reg_setDWORDW(Created(top.get(), path).get(), TEXT("n"), 1);
     }
-    struct Visits {
-        std::string paths;
-        std::string last;       // ends the walk
-        HKEY parent = nullptr;  // of what the visit of "a" deletes
+    std::string paths;
+    const auto walk = [&](const char* last, HKEY parent) {
+        struct Visits {
+            std::string& paths;
+            std::string last;  // ends the walk
+            HKEY parent;       // of what every visit deletes
+        } visits{paths, std::string(last) + " ", parent};
+        paths.clear();
+        const reg_visitorW visitor = [](HKEY key, const WCHAR* path, void* context) {
+            const auto& seen = *static_cast<Visits*>(context);
+            seen.paths += WideToUtf8(path) + " ";
+            DWORD count = 0;
+            EXPECT_TRUE(reg_getvaluecount(key, &count, 0));
+            if (seen.parent != nullptr) RegDeleteKeyW(seen.parent, TEXT("c"));
+            return seen.paths.find(seen.last) == std::string::npos;
+        };
+        return reg_walk2W(top.get(), TEXT("p"), visitor, &visits);
     };
-    const reg_visitorW visitor = [](HKEY key, const WCHAR* path, void* context) {
-        auto& visits = *static_cast<Visits*>(context);
-        visits.paths += WideToUtf8(path) + " ";
-        DWORD count = 0;
-        EXPECT_TRUE(reg_getvaluecount(key, &count, 0));
-        if (visits.parent != nullptr) RegDeleteKeyW(visits.parent, TEXT("c"));
-        return visits.paths.find(visits.last + " ") == std::string::npos;
-    };
-    Visits all{"", "none"};
-    EXPECT_TRUE(reg_walk2W(top.get(), TEXT("p"), visitor, &all));
-    EXPECT_EQ(all.paths, "p\\a p\\a\\y p\\a\\z p\\a\\z\\deep p\\b p\\b\\x p\\c ");
-    Visits ended{"", "p\\a\\z"};
-    EXPECT_FALSE(reg_walk2W(top.get(), TEXT("p"), visitor, &ended));
-    EXPECT_EQ(ended.paths, "p\\a p\\a\\y p\\a\\z ");
-    Visits deleting{"", "none", top.get()};
-    EXPECT_TRUE(reg_walk2W(top.get(), TEXT("p"), visitor, &deleting));
-    EXPECT_EQ(deleting.paths, "p\\a p\\a\\y p\\a\\z p\\a\\z\\deep p\\b p\\b\\x ");
+    EXPECT_TRUE(walk("none", nullptr));
+    EXPECT_EQ(paths, "p\\a p\\a\\y p\\a\\z p\\a\\z\\deep p\\b p\\b\\x p\\c ");
+    EXPECT_FALSE(walk("p\\a\\z", nullptr));
+    EXPECT_EQ(paths, "p\\a p\\a\\y p\\a\\z ");
+    EXPECT_TRUE(walk("none", top.get()));
+    EXPECT_EQ(paths, "p\\a p\\a\\y p\\a\\z p\\a\\z\\deep p\\b p\\b\\x ");
 }
 
-// --- Lock and bypasses --------------------------------------------------------------------------
+// --- Lock ---------------------------------------------------------------------------------------
 
 bool AnySetterWrites(HKEY key) {
     const WCHAR* name = TEXT("value");
@@ -381,21 +328,18 @@ TEST_F(UtilsDll, TheLockRefusesWritesThroughEveryHandle) {
     ASSERT_TRUE(sec_set_sa_registry_lock(true));
     EXPECT_TRUE(sec_is_registry_locked());
 
-    std::vector<UniqueRegKey> handles;
-    handles.emplace_back(reg_openkeyW(HKEY_LOCAL_MACHINE, kProductKey));
-    handles.emplace_back(
-        reg_openkeyW(HKEY_LOCAL_MACHINE, TEXT("SOFTWARE\\verdane\\SENTREL\\sa_av")));
     const UniqueRegKey parent(reg_openkeyW(HKEY_LOCAL_MACHINE, TEXT("software\\Verdane")));
-    handles.emplace_back(reg_openkeyW(parent.get(), TEXT("Sentrel\\SA_AV")));
-    handles.emplace_back(reg_openkeyW(before.get(), TEXT("")));
-    handles.push_back(Created(before.get(), TEXT("")));  // exists: only opened
-    handles.emplace_back();
-    RegOpenKeyExW(before.get(), nullptr, 0, KEY_SET_VALUE, handles.back().put());
-    for (const UniqueRegKey& handle : handles) {
-        ASSERT_TRUE(handle) << "handle " << &handle - handles.data();
-        EXPECT_FALSE(AnySetterWrites(handle.get())) << "handle " << &handle - handles.data();
+    HKEY writing = nullptr;
+    RegOpenKeyExW(before.get(), nullptr, 0, KEY_SET_VALUE, &writing);
+    for (const HKEY key :
+         {before.get(), reg_openkeyW(HKEY_LOCAL_MACHINE, kProductKey),
+          reg_openkeyW(HKEY_LOCAL_MACHINE, TEXT("SOFTWARE\\verdane\\SENTREL\\sa_av")),
+          reg_openkeyW(parent.get(), TEXT("Sentrel\\SA_AV")), reg_openkeyW(before.get(), TEXT("")),
+          reg_createkeyW(before.get(), TEXT("")),  // exists: only opened
+          writing}) {
+        ASSERT_NE(key, nullptr);
+        EXPECT_FALSE(AnySetterWrites(key));
     }
-    EXPECT_FALSE(AnySetterWrites(before.get()));
     DWORD count = 0;
     EXPECT_TRUE(reg_getvaluecount(before.get(), &count, 0));
     EXPECT_EQ(count, 1U);
@@ -415,124 +359,68 @@ TEST_F(UtilsDll, TheLockRefusesWritesThroughEveryHandle) {
     EXPECT_TRUE(Created(before.get(), TEXT("new")));
 }
 
-TEST_F(UtilsDll, ABypassIsSeenWhileItsHandleIsOpen) {
-    const std::pair<HANDLE (*)(), const WCHAR*> bypasses[] = {
-        {bBypassFsfilter, TEXT("Global\\SN_BYPASS_FSFILTER")},
-        {bBypassGuardlet, TEXT("Global\\SN_BYPASS_GUARDLET")}};
-    for (const auto& [bypass, name] : bypasses) {
-        EXPECT_FALSE(UniqueHandle(OpenEventW(SYNCHRONIZE, FALSE, name)));
-        UniqueHandle first(bypass());
-        UniqueHandle second(bypass());
-        ASSERT_TRUE(first && second);
-        first.reset();
-        EXPECT_TRUE(UniqueHandle(OpenEventW(SYNCHRONIZE, FALSE, name)));
-        second.reset();
-        EXPECT_FALSE(UniqueHandle(OpenEventW(SYNCHRONIZE, FALSE, name)));
-    }
-}
-
 // --- Switches -----------------------------------------------------------------------------------
 
-struct CommandLine {
-    explicit CommandLine(std::vector<WString> given) : words(std::move(given)) {
-        for (WString& word : words) argv.push_back(word.data());
-        argv.push_back(nullptr);
-    }
-    // Every switch as "value" or "value=argument", then the words that are left.
-    std::string Scan() {
-        std::string seen;
-        int index = -1;
-        int value = 0;
-        while ((value = utils::getopt_long(static_cast<int>(words.size()), argv.data(),
-                                           TEXT("ab:o::f:"), kOptions, &index)) != -1) {
-            seen += value < 128 ? std::string(1, static_cast<char>(value)) : std::to_string(value);
-            if (utils::optarg != nullptr) seen += "=" + WideToUtf8(utils::optarg);
-            seen += " ";
-        }
-        seen += "|";
-        for (auto i = static_cast<std::size_t>(utils::optind); i < words.size(); ++i) {
-            seen += " " + WideToUtf8(argv[i]);
-        }
-        return seen;
-    }
-    static const utils::option kOptions[];
-    static int flag;
-    std::vector<WString> words;
+int flagOfScan = 0;
+
+// Reads a command line of words that blanks separate: every switch as "value" or "value=argument",
+// then the words that are left.
+std::string Scan(const WCHAR* commandLine) {
+    static const utils::option options[] = {{TEXT("VPNONLY"), 1, nullptr, 129},
+                                            {TEXT("VPNALL"), 0, nullptr, 130},
+                                            {TEXT("flag"), 0, &flagOfScan, 5},
+                                            {nullptr, 0, nullptr, 0}};
+    std::vector<WString> words = SplitText(commandLine, TEXT(" "));
     std::vector<WCHAR*> argv;
-};
-int CommandLine::flag = 0;
-const utils::option CommandLine::kOptions[] = {{TEXT("VPNONLY"), 1, nullptr, 129},
-                                               {TEXT("VPNALL"), 0, nullptr, 130},
-                                               {TEXT("flag"), 0, &CommandLine::flag, 5},
-                                               {nullptr, 0, nullptr, 0}};
+    for (WString& word : words) argv.push_back(word.data());
+    argv.push_back(nullptr);
+    std::string seen;
+    int index = -1;
+    int value = 0;
+    utils::optind = 1;
+    while ((value = utils::getopt_long(static_cast<int>(words.size()), argv.data(),
+                                       TEXT("ab:o::f:"), options, &index)) != -1) {
+        seen += value < 128 ? std::string(1, static_cast<char>(value)) : std::to_string(value);
+        if (utils::optarg != nullptr) seen += "=" + WideToUtf8(utils::optarg);
+        seen += " ";
+    }
+    seen += "|";
+    for (auto i = static_cast<std::size_t>(utils::optind); i < words.size(); ++i) {
+        seen += " " + WideToUtf8(argv[i]);
+    }
+    return seen;
+}
 
 TEST(Getopt, FollowsTheConventionsForWideWords) {
-    const auto scan = [](std::vector<WString> words) {
-        words.insert(words.begin(), TEXT("program"));
-        utils::optind = 1;
-        return CommandLine(std::move(words)).Scan();
-    };
-    EXPECT_EQ(scan({TEXT("-ab"), TEXT("x"), TEXT("-by"), TEXT("-o"), TEXT("-oz"), TEXT("rest")}),
-              "a b=x b=y o o=z | rest");
+    EXPECT_EQ(Scan(TEXT("x -ab x -by -o -oz rest")), "a b=x b=y o o=z | rest");
     // Words that are no switches go last, in their order, and take their text along.
-    EXPECT_EQ(scan({TEXT("Größe"), TEXT("-f"), TEXT("Ünï☂"), TEXT("🔒"), TEXT("-a"), TEXT("--"),
-                    TEXT("-a")}),
-              "f=Ünï☂ a | Größe 🔒 -a");
-    EXPECT_EQ(scan({TEXT("--VPNONLY=é"), TEXT("--VPNO"), TEXT("-a"), TEXT("--VPNALL")}),
-              "129=é 129=-a 130 |");
-    EXPECT_EQ(scan({TEXT("--VPN"), TEXT("--none"), TEXT("--VPNALL=1"), TEXT("-x"), TEXT("-b")}),
-              "? ? ? ? ? |");
-    EXPECT_EQ(scan({TEXT("--VPNONLY")}), "? |");
+    EXPECT_EQ(Scan(TEXT("x Größe -f Ünï☂ 🔒 -a -- -a")), "f=Ünï☂ a | Größe 🔒 -a");
+    EXPECT_EQ(Scan(TEXT("x --VPNONLY=é --VPNO -a --VPNALL")), "129=é 129=-a 130 |");
+    EXPECT_EQ(Scan(TEXT("x --VPN --none --VPNALL=1 -x -b")), "? ? ? ? ? |");
+    EXPECT_EQ(Scan(TEXT("x --VPNONLY")), "? |");
     // Characters whose low byte is that of a switch or a dash.
-    EXPECT_EQ(scan({TEXT("\u012Da"), TEXT("-\u0161"), TEXT("-a\u0162")}), "? a ? | \u012Da");
-    EXPECT_EQ(scan({TEXT("--flag")}), std::string(1, '\0') + " |");
-    EXPECT_EQ(CommandLine::flag, 5);
+    EXPECT_EQ(Scan(TEXT("x \u012Da -\u0161 -a\u0162")), "? a ? | \u012Da");
+    EXPECT_EQ(Scan(TEXT("x --flag")), std::string(1, '\0') + " |");
+    EXPECT_EQ(flagOfScan, 5);
 }
 
-TEST(Getopt, StartsOverForAnotherVectorAndPointsIntoIt) {
-    CommandLine first({TEXT("program"), TEXT("-ab"), TEXT("value"), TEXT("-a")});
-    EXPECT_EQ(utils::getopt_long(4, first.argv.data(), TEXT("ab:"), nullptr, nullptr), 'a');
-    CommandLine second({TEXT("program"), TEXT("word"), TEXT("-bvalue")});
-    EXPECT_EQ(utils::getopt_long(3, second.argv.data(), TEXT("ab:"), nullptr, nullptr), 'b');
-    EXPECT_EQ(utils::optarg, second.words[2].data() + 2);
-    EXPECT_EQ(second.Scan(), "| word");
-    utils::optind = 1;
-    EXPECT_EQ(second.Scan(), "b=value | word");
-}
-
-// --- Log and folders ----------------------------------------------------------------------------
-
-std::vector<std::string> LinesOf(const fs::path& file) {
-    std::vector<std::string> lines;
-    std::string text = ReadWholeFile(file);
-    for (std::size_t end = 0; (end = text.find("\r\n")) != std::string::npos;) {
-        lines.push_back(text.substr(0, end));
-        text.erase(0, end + 2);
-    }
-    if (!text.empty()) lines.push_back("(cut) " + text);
-    return lines;
-}
+// --- Log ----------------------------------------------------------------------------------------
 
 TEST_F(UtilsDll, LinesOfSeveralProcessesStayWhole) {
     constexpr int kLines = 200;
-    const auto writeLines = [](SN_LOG_HANDLE log) {
+    if (!Role().empty()) {
+        const SN_LOG_HANDLE log = log_initialize(TEXT("SA_TEST"));
         for (unsigned i = 0; i < kLines; ++i) {
             log_debug_fmt(log, TEXT("line %u %s."), i, WString(i * 7 % 900, 'x').c_str());
         }
-        log_deinitialize(log);
-    };
-    if (!Role().empty()) {
-        writeLines(log_initialize(TEXT("SA_TEST")));
-        return;
+        return log_deinitialize(log);
     }
-    BackgroundProcess processes[] = {StartRole("write"), StartRole("write"), StartRole("write"),
-                                     StartRole("write")};
-    for (BackgroundProcess& process : processes) EXPECT_EQ(process.Wait().exitCode, 0);
-
+    RunRoles(4);
     const std::regex form(
-        R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} \[(\d+),\d+\] DEBUG line (\d+) (x*)\.)");
+        R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} \[(\d+),\d+\] DEBUG line (\d+) (x*)\.\r)");
     std::map<std::string, unsigned> next;
-    for (const std::string& line : LinesOf(FindFile(EndpointFolder(), "SA_TEST.log"))) {
+    std::ifstream log(FindFile(EndpointFolder(), "SA_TEST.log"), std::ios::binary);
+    for (std::string line; std::getline(log, line);) {
         std::smatch match;
         ASSERT_TRUE(std::regex_match(line, match, form)) << line;
         EXPECT_EQ(match[2], std::to_string(next[match[1]]++));
@@ -549,44 +437,16 @@ TEST_F(UtilsDll, ANameCannotForgeALogLine) {
     log_error_fmt(log, TEXT("Cannot open file %s (%d)"), TEXT("a\r\nb\t\x1B[2K\u2028\u202Eö"), 7);
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
     log_deinitialize(log);
-    const auto lines = LinesOf(FindFile(EndpointFolder(), "SA_TEST.log"));
-    ASSERT_EQ(lines.size(), 1U);
-    EXPECT_TRUE(
-        lines[0].ends_with(R"(] ERROR Cannot open file a\x0D\x0Ab\x09\x1B[2K\x2028\x202Eö (7))"))
-        << lines[0];
+    const std::string content = ReadWholeFile(FindFile(EndpointFolder(), "SA_TEST.log"));
+    const std::string line = R"(] ERROR Cannot open file a\x0D\x0Ab\x09\x1B[2K\x2028\x202Eö (7))";
+    EXPECT_TRUE(content.ends_with(line + "\r\n")) << content;
+    EXPECT_EQ(std::count(content.begin(), content.end(), '\n'), 1);
 
     log_error_fmt(nullptr, TEXT("%s"), TEXT("nowhere"));
     log_deinitialize(nullptr);
     for (const WCHAR* outside : {TEXT("../x"), TEXT("a\\b"), TEXT(".."), TEXT("")}) {
         EXPECT_EQ(log_initialize(outside), nullptr);
     }
-    const fs::path logs = FindFile(EndpointFolder(), "SA_TEST.log").parent_path();
-    fs::remove_all(logs);
-    WriteWholeFile(logs, "in the way");
-    EXPECT_EQ(log_initialize(TEXT("SA_TEST")), nullptr);
-}
-
-TEST_F(UtilsDll, TheInstallationFolderIsTheConfiguredOneElseTheLibrarysOwn) {
-    if (!Role().empty()) return Tell(WideToUtf8(cfg_get_install_dir()));
-    EXPECT_EQ(Told(RunRole("tell")), ProgramFolder().string());
-    const UniqueRegKey key = Created(HKEY_LOCAL_MACHINE, kProductKey);
-    reg_setstringW(key.get(), TEXT("InstallDir"), TEXT("C:\\Program Files\\Sentrel\\"));
-    EXPECT_EQ(Told(RunRole("tell")), "C:\\Program Files\\Sentrel");
-}
-
-TEST_F(UtilsDll, TemporaryFilesAreNewAndPrivate) {
-    const WString folder = Utf8ToWide(TemporaryFolder().string());
-    WCHAR path[261] = {};
-    ASSERT_NE(fs_get_temp_file_path(folder.c_str(), nullptr, path, 261), 0);
-    const fs::path first = WideToUtf8(path);
-    EXPECT_TRUE(fs::is_empty(first));
-    EXPECT_TRUE(OnlyOwnerMayUse(first));
-    ASSERT_NE(fs_get_temp_file_path(folder.c_str(), nullptr, path, 261), 0);
-    EXPECT_NE(first, WideToUtf8(path));
-    const auto folderLength = static_cast<DWORD>(folder.size());
-    EXPECT_EQ(fs_get_temp_file_path(folder.c_str(), nullptr, path, folderLength), 0);
-    EXPECT_EQ(fs_get_temp_file_path((folder + TEXT("/none")).c_str(), nullptr, path, 261), 0);
-    EXPECT_EQ(FilesInTemporaryFolder().size(), 2U);
 }
 
 }  // namespace

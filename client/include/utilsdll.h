@@ -5,10 +5,11 @@
 // that fails leaves its outputs as they were; no function throws.
 #pragma once
 
+#include <client_export.h>
 #include <windows.h>
 
 #ifdef UTILSDLL_EXPORTS
-#define UTILSDLL_API __attribute__((visibility("default")))
+#define UTILSDLL_API CLIENT_EXPORT
 #else
 #define UTILSDLL_API
 #endif
@@ -87,6 +88,7 @@ UTILSDLL_API int cfg_is_scheduler_running();
 UTILSDLL_API bool service_is_running(const WCHAR* service);
 // Nonzero when the client is in FIPS mode.
 UTILSDLL_API int cfg_is_fips_mode_enabled();
+// Switches the utility library's and the crypto library's FIPS mode.
 UTILSDLL_API bool cfg_set_fips_mode(bool on);
 
 // Size in bytes of the buffer that cfg_get_sentrelmanager_info fills.
@@ -133,18 +135,55 @@ UTILSDLL_API void ShowTrayIconNotification(const WCHAR* text, DWORD reserved);
 //   salt[8] counter[4] ciphertext tag[16]
 // *outputSize is the capacity on entry and the bytes produced on return; a failure leaves it as it
 // was. 0 is success. Both may be called from several threads at once; the input and the
-// output of encrypt_buffer must not overlap.
+// output must not overlap.
 
 UTILSDLL_API int encrypt_buffer(const void* input, DWORD inputSize, void* output, DWORD* outputSize,
                                 const WCHAR* passPhrase);
-// Fails, without writing to the output, for a wrong pass phrase, a short buffer or input that
-// encrypt_buffer did not make. A leading "Enc " marker is passed over; what does not open without
-// it is tried whole.
+// Fails for a wrong pass phrase, a short buffer or input that encrypt_buffer did not make, and then
+// leaves nothing of a plaintext in the output: it is as it was, or zeroed as far as it was written.
+// A leading "Enc " marker is passed over; what does not open without it is tried whole.
 UTILSDLL_API int decrypt_buffer(const void* input, DWORD inputSize, void* output, DWORD* outputSize,
                                 const WCHAR* passPhrase);
 // Reads `length` hexadecimal digits of either case. 0 on success; fails, without writing to the
 // output, for an odd length, a character that is no digit, and a buffer that is too small.
 UTILSDLL_API int hex2bin(const WCHAR* text, DWORD length, BYTE* output, DWORD* outputSize);
+
+// --- Message pipes ------------------------------------------------------------------------------
+
+// One request or one reply on a message pipe. Fields that a message does not use are zero.
+typedef struct CryptdMessage {
+    DWORD cmdId;     // what is asked; of a reply, what it answers
+    int param1;      // of a reply: its first result
+    int param2;      // of a reply: its second result
+    void* pData;     // payload of a request, or the buffer for that of a reply; may be null
+    DWORD dataSize;  // bytes of the payload, or of the buffer
+} CryptdMessage;
+
+// Largest payload of a message, in bytes.
+#define MSGPIPE_MOST_PAYLOAD 131072
+
+// Failures of MsgPipe_SendRecv.
+enum {
+    MSGPIPE_BAD_ARGUMENTS = -1001,    // no pipe name, or a size without memory
+    MSGPIPE_TOO_LARGE = -1002,        // the request's payload is larger than a message may be
+    MSGPIPE_NO_SERVER = -1003,        // nobody serves the pipe
+    MSGPIPE_ACCESS_DENIED = -1004,    // the pipe is not open to this account
+    MSGPIPE_TIMED_OUT = -1005,        // the time is up
+    MSGPIPE_BROKEN = -1006,           // the server ended the connection without a reply
+    MSGPIPE_BAD_REPLY = -1007,        // what came is no message
+    MSGPIPE_REPLY_TOO_LARGE = -1008,  // the reply's payload does not fit its buffer
+    MSGPIPE_NO_MEMORY = -1009,
+    MSGPIPE_FAILED = -1010,  // anything else
+};
+
+// Sends one message over a pipe and waits for its reply, in a connection of their own. The time
+// limit in milliseconds (INFINITE: none) holds for all of it. On success (0) the reply's command
+// and parameters stand in *reply (which may be null), its payload in `replyBuffer`, and its
+// payload's size in *replySize, which is the buffer's capacity on entry; both are null for a reply
+// without payload. On failure (a code above) nothing was written.
+UTILSDLL_API int MsgPipe_SendRecv(const WCHAR* pipe, DWORD cmdId, int param1, int param2,
+                                  const void* data, DWORD dataSize, CryptdMessage* reply,
+                                  void* replyBuffer, DWORD* replySize, DWORD milliseconds);
 
 // --- Log ----------------------------------------------------------------------------------------
 

@@ -1,11 +1,5 @@
 // A configuration plug-in: carries the settings of one feature between its registry key and its
-// element of a configuration file. The build says which feature, by these macros:
-//
-//   PLUGIN_ELEMENT   name of the element below the file's root
-//   PLUGIN_KEY       name of the key below the product key of HKEY_LOCAL_MACHINE
-//   PLUGIN_FEATURE   what the feature is called
-//   PLUGIN_SECTIONS  subkeys that stand as elements of their own name, separated by blanks and with
-//                    "/" between levels
+// element of a configuration file.
 //
 // The element holds a comment that names the feature and then the key: its values (value_types.h)
 // and its subkeys, <key name="..."> or sections, each again with its values and subkeys.
@@ -15,6 +9,7 @@
 // moment. A key that has sections below it is merged instead - a file may carry some sections and
 // not others. A feature without an element in the file keeps its settings. Nothing is written when
 // any value of the element cannot be read.
+#include <client_export.h>
 #include <config_plugin.h>
 #include <shlwapi.h>
 #include <utilsdll.h>
@@ -22,34 +17,22 @@
 #include <algorithm>
 #include <set>
 
+#include "client/plugins/feature.h"
 #include "client/plugins/value_types.h"
 #include "common/handles.h"
+#include "common/registry_access.h"
 #include "common/xml_file.h"
 
-#define PLUGIN_EXPORT extern "C" __attribute__((visibility("default")))
+#define PLUGIN_EXPORT extern "C" CLIENT_EXPORT
 
 namespace {
 
-constexpr const WCHAR* kFeatureKey = TEXT("software\\Verdane\\Sentrel\\" PLUGIN_KEY);
 constexpr const char* kRootElement = "sentrel_configuration";
 constexpr int kFailed = 1;
 constexpr int kLocked = ERROR_ACCESS_DENIED;
 constexpr int kNotSupported = ERROR_NOT_SUPPORTED;
 
 // --- Registry -----------------------------------------------------------------------------------
-
-bool SubkeyNames(HKEY key, std::vector<WString>& names) {
-    constexpr DWORD kLongestKeyName = 255;
-    WCHAR name[kLongestKeyName + 1];
-    for (DWORD index = 0;; ++index) {
-        DWORD length = kLongestKeyName + 1;
-        const LSTATUS result =
-            RegEnumKeyExW(key, index, name, &length, nullptr, nullptr, nullptr, nullptr);
-        if (result == ERROR_NO_MORE_ITEMS) return true;
-        if (result != ERROR_SUCCESS) return false;
-        names.emplace_back(name, length);
-    }
-}
 
 bool ReadValues(HKEY key, std::vector<RegistryValue>& values) {
     constexpr DWORD kLongestValueName = 16383;
@@ -82,7 +65,7 @@ WString Subpath(const WString& path, const WString& name) {
 
 // The element name of the section at a path below the feature's key; empty when it is none.
 WString SectionElement(WStringView path) {
-    for (WString& section : SplitText(TEXT(PLUGIN_SECTIONS), TEXT(" "))) {
+    for (WString& section : SplitText(kFeature.sections, TEXT(" "))) {
         std::ranges::replace(section, TEXT('/'), TEXT('\\'));
         if (EqualIgnoringCase(section, path))
             return section.substr(section.find_last_of(TEXT('\\')) + 1);
@@ -100,7 +83,7 @@ TiXmlElement ElementOfKey(const WString& path, const WString& name) {
 
 // True when there are sections below the path.
 bool HasSections(WStringView path) {
-    for (WString& section : SplitText(TEXT(PLUGIN_SECTIONS), TEXT(" "))) {
+    for (WString& section : SplitText(kFeature.sections, TEXT(" "))) {
         std::ranges::replace(section, TEXT('/'), TEXT('\\'));
         const auto separator = section.find_last_of(TEXT('\\'));
         const WString parent =
@@ -140,7 +123,7 @@ bool KeyToXml(HKEY key, const WString& path, const WCHAR* password, TiXmlElement
 }
 
 void RemoveOwnElements(TiXmlElement& root) {
-    while (TiXmlElement* own = root.FirstChildElement(PLUGIN_ELEMENT)) root.RemoveChild(own);
+    while (TiXmlElement* own = root.FirstChildElement(kFeature.element)) root.RemoveChild(own);
 }
 
 int Export(const WCHAR* file, const WCHAR* password) {
@@ -152,11 +135,11 @@ int Export(const WCHAR* file, const WCHAR* password) {
     if (root == nullptr || root->ValueStr() != kRootElement) return kFailed;
 
     RemoveOwnElements(*root);
-    TiXmlNode* own = root->InsertEndChild(TiXmlElement(PLUGIN_ELEMENT));
-    own->InsertEndChild(TiXmlComment(" " PLUGIN_FEATURE " "));
+    TiXmlNode* own = root->InsertEndChild(TiXmlElement(kFeature.element));
+    own->InsertEndChild(TiXmlComment((" " + std::string(kFeature.name) + " ").c_str()));
 
     UniqueRegKey key;
-    const LSTATUS opened = RegOpenKeyExW(HKEY_LOCAL_MACHINE, kFeatureKey, 0, KEY_READ, key.put());
+    const LSTATUS opened = RegOpenKeyExW(HKEY_LOCAL_MACHINE, kFeature.key, 0, KEY_READ, key.put());
     bool complete = opened == ERROR_FILE_NOT_FOUND;  // a feature without settings
     if (opened == ERROR_SUCCESS) {
         complete = KeyToXml(key.get(), {}, password, *own->ToElement(), kOwnDepth);
@@ -174,7 +157,7 @@ struct KeyPlan {
 };
 
 WString WholePath(const WString& path) {
-    return path.empty() ? WString(kFeatureKey) : Subpath(kFeatureKey, path);
+    return path.empty() ? WString(kFeature.key) : Subpath(kFeature.key, path);
 }
 
 // The name of the subkey that an element stands for; empty when it stands for none.
@@ -264,7 +247,7 @@ int Import(const WCHAR* file, const WCHAR* password) {
     if (!LoadXmlFile(WideToAnsi(file), document)) return kFailed;
     const TiXmlElement* root = document.RootElement();
     if (root == nullptr || root->ValueStr() != kRootElement) return kFailed;
-    const TiXmlElement* own = root->FirstChildElement(PLUGIN_ELEMENT);
+    const TiXmlElement* own = root->FirstChildElement(kFeature.element);
     if (own == nullptr) return 0;
 
     KeyPlan plan;

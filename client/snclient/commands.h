@@ -21,6 +21,7 @@ int LockRegistry(Arguments arguments);
 int UnlockRegistry(Arguments arguments);
 int SetManaged(Arguments arguments);
 int SetFips(Arguments arguments);
+int LeaveFipsErrorMode(Arguments arguments);
 int ControlClientService(Arguments arguments);
 int ShowStatus(Arguments arguments);
 

@@ -7,6 +7,7 @@
 #include "client/snclient/commands.h"
 #include "common/console_text.h"
 #include "common/handles.h"
+#include "cryptd/crypto_log.h"
 #include "protect/built_in_secrets.h"
 #include "protect/data_protect.h"
 #include "protect/encrypted_forms.h"
@@ -139,14 +140,19 @@ int EncryptFileContent(Arguments arguments) {
     return kExitOk;
 }
 
+bool PrepareDataProtection() {
+    DecodeBuiltInSecrets();
+    CryptdLogInit();
+    return DataProtectInit();
+}
+
 int ProtectFile(Arguments arguments) {
     const WStringView scope = arguments[1];
     const bool isForMachine = scope == TEXT("machine");
     if (!isForMachine && scope != TEXT("user")) {
         return WrongArgument(TEXT("%s is neither machine nor user"), arguments[1]);
     }
-    DecodeBuiltInSecrets();
-    if (!DataProtectInit() ||
+    if (!PrepareDataProtection() ||
         DataProtectFile(arguments[0], isForMachine ? ProtectionScope::kMachine
                                                    : ProtectionScope::kUser) != kDataOk) {
         return Failed(TEXT("cannot protect %s"), arguments[0]);
@@ -155,8 +161,7 @@ int ProtectFile(Arguments arguments) {
 }
 
 int MaskFile(Arguments arguments) {
-    DecodeBuiltInSecrets();
-    if (!DataProtectInit() || DataMaskFile(arguments[0]) != kDataOk) {
+    if (!PrepareDataProtection() || DataMaskFile(arguments[0]) != kDataOk) {
         return Failed(TEXT("cannot mask %s"), arguments[0]);
     }
     return kExitOk;

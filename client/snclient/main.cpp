@@ -27,6 +27,8 @@ constexpr Command kCommands[] = {
     {TEXT("managed"), 1, 1, SetManaged, TEXT("managed on|off"),
      TEXT("says whether the client is managed centrally")},
     {TEXT("fips"), 1, 1, SetFips, TEXT("fips on|off"), TEXT("switches FIPS mode")},
+    {TEXT("clear-fips-error"), 0, 0, LeaveFipsErrorMode, TEXT("clear-fips-error"),
+     TEXT("ends the FIPS error mode and removes its message")},
     {TEXT("service"), 2, 2, ControlClientService, TEXT("service NAME start|stop"),
      TEXT("starts or stops a service; one that starts for the first time is registered")},
     {TEXT("encrypt-password"), 1, 1, EncryptPassword, TEXT("encrypt-password PASSWORD"),

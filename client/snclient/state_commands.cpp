@@ -2,10 +2,12 @@
 #include <utilsdll.h>
 
 #include "client/snclient/commands.h"
+#include "client/sncryptd/crypto_state.h"
 #include "common/console_text.h"
 #include "common/format.h"
 #include "common/handles.h"
 #include "common/path.h"
+#include "common/registry_access.h"
 
 namespace {
 
@@ -28,12 +30,16 @@ int Switch(const WCHAR* argument, bool (*set)(bool)) {
 
 constexpr DWORD kServiceRights = SERVICE_START | SERVICE_STOP | SERVICE_QUERY_STATUS;
 
-// A service's program is the one of its name in the client's folder.
+// What it takes a service to start or to stop at most.
+constexpr ULONGLONG kServiceLimitMilliseconds = 30'000;
+constexpr DWORD kServicePauseMilliseconds = 20;
+
+// A service that is not there yet becomes one of the reference program, which does nothing but run.
 UniqueServiceHandle RegisterService(const WCHAR* name) {
     const UniqueServiceHandle manager(
         OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT | SC_MANAGER_CREATE_SERVICE));
     if (!manager) return {};
-    const WString program = TEXT("\"") + JoinPath(cfg_get_install_dir(), name) + TEXT(".exe\"");
+    const WString program = TEXT("\"") + JoinPath(cfg_get_install_dir(), TEXT("snservice.exe\""));
     return UniqueServiceHandle(CreateServiceW(
         manager.get(), name, name, kServiceRights, SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START,
         SERVICE_ERROR_NORMAL, program.c_str(), nullptr, nullptr, nullptr, nullptr, nullptr));
@@ -45,11 +51,29 @@ UniqueServiceHandle OpenNamedService(const WCHAR* name) {
     return UniqueServiceHandle(OpenServiceW(manager.get(), name, kServiceRights));
 }
 
+// Whether the service gets into the state that it was told to get into; else with the last error.
+bool Reaches(const UniqueServiceHandle& service, DWORD state) {
+    const ULONGLONG start = GetTickCount64();
+    SERVICE_STATUS status = {};
+    while (QueryServiceStatus(service.get(), &status)) {
+        if (status.dwCurrentState == state) return true;
+        const bool ended = status.dwCurrentState == SERVICE_STOPPED;
+        if (ended || GetTickCount64() - start > kServiceLimitMilliseconds) {
+            SetLastError(ended ? status.dwWin32ExitCode : ERROR_SERVICE_REQUEST_TIMEOUT);
+            return false;
+        }
+        Sleep(kServicePauseMilliseconds);
+    }
+    return false;
+}
+
 int StartNamedService(const WCHAR* name) {
     UniqueServiceHandle service = OpenNamedService(name);
     if (!service && GetLastError() == ERROR_SERVICE_DOES_NOT_EXIST) service = RegisterService(name);
-    if (service && (StartServiceW(service.get(), 0, nullptr) ||
-                    GetLastError() == ERROR_SERVICE_ALREADY_RUNNING)) {
+    if (service &&
+        (StartServiceW(service.get(), 0, nullptr) ||
+         GetLastError() == ERROR_SERVICE_ALREADY_RUNNING) &&
+        Reaches(service, SERVICE_RUNNING)) {
         return kExitOk;
     }
     return Failed(TEXT("cannot start %s (error %lu)"), name, GetLastError());
@@ -58,8 +82,10 @@ int StartNamedService(const WCHAR* name) {
 int StopNamedService(const WCHAR* name) {
     const UniqueServiceHandle service = OpenNamedService(name);
     SERVICE_STATUS status = {};
-    if (service && (ControlService(service.get(), SERVICE_CONTROL_STOP, &status) ||
-                    GetLastError() == ERROR_SERVICE_NOT_ACTIVE)) {
+    if (service &&
+        (ControlService(service.get(), SERVICE_CONTROL_STOP, &status) ||
+         GetLastError() == ERROR_SERVICE_NOT_ACTIVE) &&
+        Reaches(service, SERVICE_STOPPED)) {
         return kExitOk;
     }
     return Failed(TEXT("cannot stop %s (error %lu)"), name, GetLastError());
@@ -86,22 +112,24 @@ const WCHAR* UserTypeName() {
     }
 }
 
+void ShowFipsError() {
+    WString message = FipsError();
+    if (message.empty()) return;
+    if (message.ends_with(TEXT('\n'))) message.pop_back();
+    ShowFact(TEXT("FIPS error"), OneLine(message).c_str());
+}
+
 void ShowServices() {
     UniqueRegKey services;
     RegOpenKeyExW(HKEY_LOCAL_MACHINE, TEXT("SYSTEM\\CurrentControlSet\\Services"), 0, KEY_READ,
                   services.put());
-    WCHAR name[256];
-    for (DWORD index = 0; services; ++index) {
-        DWORD length = 256;
-        if (RegEnumKeyExW(services.get(), index, name, &length, nullptr, nullptr, nullptr,
-                          nullptr) != ERROR_SUCCESS) {
-            return;
-        }
+    std::vector<WString> names;
+    SubkeyNames(services.get(), names);
+    for (const WString& name : names) {
         // The client's services alone: a machine has many others.
-        if (WStringView(name, length).starts_with(TEXT("SA_"))) {
-            ShowFact(FormatWide(TEXT("service %s"), name).c_str(),
-                     service_is_running(name) ? TEXT("running") : TEXT("stopped"));
-        }
+        if (!name.starts_with(TEXT("SA_"))) continue;
+        ShowFact(FormatWide(TEXT("service %s"), name.c_str()).c_str(),
+                 service_is_running(name.c_str()) ? TEXT("running") : TEXT("stopped"));
     }
 }
 
@@ -133,6 +161,10 @@ int SetFips(Arguments arguments) {
     return Switch(arguments[0], cfg_set_fips_mode);
 }
 
+int LeaveFipsErrorMode(Arguments /*arguments*/) {
+    return Done(ClearFipsError());
+}
+
 int ControlClientService(Arguments arguments) {
     const WStringView action = arguments[1];
     if (action == TEXT("start")) return StartNamedService(arguments[0]);
@@ -143,6 +175,7 @@ int ControlClientService(Arguments arguments) {
 int ShowStatus(Arguments /*arguments*/) {
     ShowFact(TEXT("managed"), cfg_is_managed_by_cms() != 0);
     ShowFact(TEXT("FIPS mode"), cfg_is_fips_mode_enabled() != 0);
+    ShowFipsError();
     ShowFact(TEXT("lock password set"), !cfg_sentrelmanager_cmp_pwd(TEXT("")));
     ShowFact(TEXT("registry locked"), sec_is_registry_locked());
     ShowServices();

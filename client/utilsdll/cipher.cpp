@@ -94,8 +94,9 @@ bool MakeMessage(Bytes plain, const WCHAR* passPhrase, BYTE* output) {
     return true;
 }
 
-// The plaintext of a message, if the message is genuine.
-bool OpenMessage(Bytes message, const WCHAR* passPhrase, SecureBytes& plain) {
+// Writes the plaintext of a message to `output`, which has the room for it, if the message is
+// genuine; otherwise what was written there is wiped.
+bool OpenMessage(Bytes message, const WCHAR* passPhrase, BYTE* output) {
     MessageId id;
     std::ranges::copy(message.first(sizeof(Salt)), id.salt.begin());
     id.counter = ReadCounter(message.data() + sizeof(Salt));
@@ -106,14 +107,14 @@ bool OpenMessage(Bytes message, const WCHAR* passPhrase, SecureBytes& plain) {
     SecureBytes stretched;
     if (!keys.KeyOf(passPhrase, id.salt, stretched)) return false;
     const CipherContext cipher = MessageCipher(stretched, id.counter, false);
-    SecureBytes text(ciphertext.size());
-    if (!cipher || !Transform(cipher.get(), ciphertext, text.data()) ||
-        EVP_CIPHER_CTX_ctrl(cipher.get(), EVP_CTRL_AEAD_SET_TAG, kTagSize, tag.data()) != 1 ||
-        !Finish(cipher.get())) {
-        return false;
+    if (!cipher) return false;
+    if (Transform(cipher.get(), ciphertext, output) &&
+        EVP_CIPHER_CTX_ctrl(cipher.get(), EVP_CTRL_AEAD_SET_TAG, kTagSize, tag.data()) == 1 &&
+        Finish(cipher.get())) {
+        return true;
     }
-    plain.swap(text);
-    return true;
+    WipeMemory(output, ciphertext.size());
+    return false;
 }
 
 int Encrypt(Bytes plain, BYTE* output, DWORD* outputSize, const WCHAR* passPhrase) {
@@ -127,12 +128,10 @@ int Encrypt(Bytes plain, BYTE* output, DWORD* outputSize, const WCHAR* passPhras
     return 0;
 }
 
-int Decrypt(Bytes message, void* output, DWORD* outputSize, const WCHAR* passPhrase) {
+int Decrypt(Bytes message, BYTE* output, DWORD* outputSize, const WCHAR* passPhrase) {
     if (message.size() < kOverhead || *outputSize < message.size() - kOverhead) return kFailed;
-    SecureBytes plain;
-    if (!OpenMessage(message, passPhrase, plain)) return kFailed;
-    std::ranges::copy(plain, static_cast<BYTE*>(output));
-    *outputSize = static_cast<DWORD>(plain.size());
+    if (!OpenMessage(message, passPhrase, output)) return kFailed;
+    *outputSize = static_cast<DWORD>(message.size() - kOverhead);
     return 0;
 }
 
@@ -166,11 +165,12 @@ extern "C" int decrypt_buffer(const void* input, DWORD inputSize, void* output, 
         if (!ArgumentsFit(input, inputSize, outputSize)) return kFailed;
         if (output == nullptr && *outputSize != 0) return kFailed;
         const Bytes message(static_cast<const BYTE*>(input), inputSize);
+        auto* const plain = static_cast<BYTE*>(output);
         // A salt may happen to spell the marker: what does not open behind it is tried whole.
         if (HasMarker(message) &&
-            Decrypt(message.subspan(kMarker.size()), output, outputSize, passPhrase) == 0) {
+            Decrypt(message.subspan(kMarker.size()), plain, outputSize, passPhrase) == 0) {
             return 0;
         }
-        return Decrypt(message, output, outputSize, passPhrase);
+        return Decrypt(message, plain, outputSize, passPhrase);
     });
 }

@@ -9,17 +9,20 @@
 
 #include <vector>
 
+#include "common/registry_access.h"
+
 namespace utilsdll {
 
 // Flags, of the type REG_DWORD.
 inline constexpr const WCHAR* kManagedState = TEXT("managed");
 inline constexpr const WCHAR* kFipsState = TEXT("fips_mode");
+inline constexpr const WCHAR* kCryptoFipsState = TEXT("crypto_fips_mode");  // the crypto library's
 
 bool ReadStateFlag(const WCHAR* name);
 bool WriteStateFlag(const WCHAR* name, bool on);
 
 // A value of the type REG_BINARY.
-enum class StateBytes { kNone, kRead, kUnreadable };
+using StateBytes = KeptValues::State;
 StateBytes ReadStateBytes(const WCHAR* name, std::vector<BYTE>& bytes);
 bool WriteStateBytes(const WCHAR* name, const std::vector<BYTE>& bytes);
 // True also when there was none.

@@ -3,8 +3,10 @@
 #include <openssl/rand.h>
 
 #include "client/utilsdll/data_folder.h"
+#include "common/format.h"
 #include "common/handles.h"
 #include "common/path.h"
+#include "common/security.h"
 
 namespace utilsdll {
 namespace {
@@ -27,11 +29,13 @@ bool ReadSecret(HANDLE file, SecureBytes& secret) {
     return true;
 }
 
+// The folder's own access list would let every user read what is made in it.
 bool WriteNewSecret(const WString& path) {
     SecureBytes secret(kSecretSize);
-    if (RAND_bytes(secret.data(), kSecretSize) != 1) return false;
-    const UniqueHandle file(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
-                                        FILE_ATTRIBUTE_NORMAL, nullptr));
+    OwnerAccess ownerAlone;
+    if (ownerAlone.get() == nullptr || RAND_bytes(secret.data(), kSecretSize) != 1) return false;
+    const UniqueHandle file(CreateFileW(path.c_str(), GENERIC_WRITE, 0, ownerAlone.get(),
+                                        CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
     DWORD written = 0;
     return file && WriteFile(file.get(), secret.data(), kSecretSize, &written, nullptr) &&
            written == kSecretSize && FlushFileBuffers(file.get());
@@ -40,10 +44,12 @@ bool WriteNewSecret(const WString& path) {
 // Makes the secret under a name of its own and gives it the real name only when it is complete:
 // of several makers the first one to get there wins, and nobody ever reads half a secret.
 void MakeSecretFile(const WString& folder, const WString& path) {
-    WCHAR draft[MAX_PATH] = {};
-    if (GetTempFileNameW(folder.c_str(), TEXT("key"), 0, draft) == 0) return;
-    if (!WriteNewSecret(draft) || !MoveFileExW(draft, path.c_str(), MOVEFILE_WRITE_THROUGH)) {
-        DeleteFileW(draft);
+    const WString draft =
+        JoinPath(folder, FormatWide(TEXT("machine-%u.key"), GetCurrentThreadId()));
+    DeleteFileW(draft.c_str());  // of an earlier thread of this number that was killed
+    if (!WriteNewSecret(draft) ||
+        !MoveFileExW(draft.c_str(), path.c_str(), MOVEFILE_WRITE_THROUGH)) {
+        DeleteFileW(draft.c_str());
     }
 }
 

@@ -2,12 +2,12 @@
 #include <shlobj.h>
 
 #include <algorithm>
-#include <array>
 
 #include "client/include/utilsdll.h"
 #include "client/utilsdll/boundary.h"
 #include "client/utilsdll/client_state.h"
 #include "common/handles.h"
+#include "common/security.h"
 #include "common/text.h"
 
 namespace {
@@ -17,14 +17,6 @@ constexpr const WCHAR* kConfigurationChanged = TEXT("Global\\SN_CONFIG_CHANGED")
 
 enum AccountType { kUserAccount = 1, kSystemAccount = 2 };
 enum UserType { kGuest = 0, kStandardUser = 1, kAdministrator = 2 };
-
-bool IsMemberOf(WELL_KNOWN_SID_TYPE group) {
-    std::array<BYTE, SECURITY_MAX_SID_SIZE> sid = {};
-    DWORD size = SECURITY_MAX_SID_SIZE;
-    BOOL isMember = FALSE;
-    return CreateWellKnownSid(group, nullptr, sid.data(), &size) &&
-           CheckTokenMembership(nullptr, sid.data(), &isMember) && isMember;
-}
 
 }  // namespace
 
@@ -45,7 +37,8 @@ int cfg_is_fips_mode_enabled() {
 }
 
 bool cfg_set_fips_mode(bool on) {
-    return utilsdll::WriteStateFlag(utilsdll::kFipsState, on);
+    return utilsdll::WriteStateFlag(utilsdll::kCryptoFipsState, on) &&
+           utilsdll::WriteStateFlag(utilsdll::kFipsState, on);
 }
 
 void cfg_get_sentrelmanager_info(void* buffer) {

@@ -7,6 +7,7 @@
 #include "client/utilsdll/protected_string.h"
 #include "client/utilsdll/registry_lock.h"
 #include "common/handles.h"
+#include "common/registry_access.h"
 
 using namespace utilsdll;
 
@@ -83,19 +84,6 @@ bool WriteProtected(HKEY key, const WCHAR* name, const WCHAR* text, Protection p
 }
 
 // --- The walk -----------------------------------------------------------------------------------
-
-bool SubkeyNames(HKEY key, std::vector<WString>& names) {
-    constexpr DWORD kLongestKeyName = 255;
-    for (DWORD index = 0;; ++index) {
-        WCHAR name[kLongestKeyName + 1];
-        DWORD length = kLongestKeyName + 1;
-        const LSTATUS result =
-            RegEnumKeyExW(key, index, name, &length, nullptr, nullptr, nullptr, nullptr);
-        if (result == ERROR_NO_MORE_ITEMS) return true;
-        if (result != ERROR_SUCCESS) return false;
-        names.emplace_back(name, length);
-    }
-}
 
 class Walk {
   public:

@@ -18,12 +18,16 @@ class ClientMachine : public MachineTest {
     ProcessResult Tool(std::vector<std::string> arguments, const ProcessOptions& options = {}) {
         return RunProgram("SNConfig", arguments, options);
     }
-    // A backup with the password to the file; extra switches go behind.
-    ProcessResult Backup(const std::vector<std::string>& extra = {},
-                         const ProcessOptions& options = {});
+    // A backup with the password to the file; other switches go before.
+    ProcessResult Backup(std::vector<std::string> switches = {});
     // A restore with the password from the file.
-    ProcessResult Restore(const std::vector<std::string>& extra = {},
-                          const ProcessOptions& options = {});
+    ProcessResult Restore(std::vector<std::string> switches = {});
+    // How a run is to end and what it is to say.
+    static void ExpectRun(const ProcessResult& run, int exitCode, const std::string& output) {
+        EXPECT_EQ(run.exitCode, exitCode);
+        EXPECT_EQ(run.output, output);
+        EXPECT_EQ(run.errors, "");
+    }
     // The client's administration tool; must succeed.
     static void Client(const std::vector<std::string>& arguments);
 
@@ -33,7 +37,9 @@ class ClientMachine : public MachineTest {
     // As stored; empty when missing.
     static std::string Text(const std::string& key, const std::string& name);
 
-    std::string Log() const;
+    std::string Log() const { return ReadWholeFile(LogFolder() / "SA_CONFIGD.log"); }
+    // Where the client keeps its logs; empty while it has none.
+    std::filesystem::path LogFolder() const;
     std::string BackupContent() const { return ReadWholeFile(file_); }
 
     std::filesystem::path file_ = ScratchFolder() / "backup.xml";

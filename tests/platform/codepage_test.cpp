@@ -63,24 +63,3 @@ TEST(CodePage, InvalidSequencesAreReplacedOrRefused) {
         EXPECT_EQ(GetLastError(), ERROR_NO_UNICODE_TRANSLATION);
     }
 }
-
-TEST(CodePage, LengthsCountTheTerminatorOnlyWhenItIsGiven) {
-    WCHAR units[8] = {};
-    EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, "\xC3\xA4z", -1, nullptr, 0), 3);
-    EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, "\xC3\xA4z", 3, nullptr, 0), 2);
-    EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, "\xC3\xA4z", -1, units, 3), 3);
-    EXPECT_EQ(Units(units), (Units{0xE4, 'z'}));
-    EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, "\xC3\xA4z", -1, units, 2), 0);
-    EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
-    EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, "x", 0, units, 8), 0);
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
-
-    char bytes[8] = {};
-    const WCHAR text[] = {0xE4, 'z', 0};
-    EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, text, -1, nullptr, 0, nullptr, nullptr), 4);
-    EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, text, 2, bytes, 3, nullptr, nullptr), 3);
-    EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, text, -1, bytes, 3, nullptr, nullptr), 0);
-    EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
-    EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, text, -1, bytes, 8, "?", nullptr), 0);
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
-}

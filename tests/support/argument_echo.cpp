@@ -1,4 +1,5 @@
-// Prints each argument's units as hexadecimal numbers, one argument a line; ends with their number.
+// Prints each argument's units as hexadecimal numbers, with a semicolon behind; ends with the
+// arguments' number.
 #include <minwindef.h>
 
 #include <cstdio>
@@ -9,7 +10,7 @@ extern "C" int wmain(int argc, WCHAR** argv) {
         for (const WCHAR* unit = argv[i]; *unit != 0; ++unit, separator = " ") {
             std::printf("%s%x", separator, static_cast<unsigned>(*unit));
         }
-        std::printf("\n");
+        std::printf(";");
     }
     return argv[argc] == nullptr ? argc : -1;
 }

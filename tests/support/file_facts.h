@@ -8,9 +8,3 @@ bool OnlyOwnerMayUse(const std::filesystem::path& path);
 
 // True when every account may read and write it.
 bool EveryoneMayWrite(const std::filesystem::path& path);
-
-// A file that takes no byte because its disk is full; empty when the system offers none.
-std::filesystem::path FileOnFullDisk();
-
-// Sets the system's read-only attribute.
-void SetReadOnly(const std::filesystem::path& path);

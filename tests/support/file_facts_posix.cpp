@@ -1,7 +1,6 @@
 #include "tests/support/file_facts.h"
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -13,12 +12,4 @@ bool OnlyOwnerMayUse(const fs::path& path) {
 bool EveryoneMayWrite(const fs::path& path) {
     struct stat info {};
     return lstat(path.c_str(), &info) == 0 && (info.st_mode & 0666) == 0666;
-}
-
-fs::path FileOnFullDisk() {
-    return access("/dev/full", W_OK) == 0 ? "/dev/full" : "";
-}
-
-void SetReadOnly(const std::filesystem::path& path) {
-    std::filesystem::permissions(path, std::filesystem::perms::owner_read);
 }

@@ -34,6 +34,7 @@ MachineTest::MachineTest()
     : root_(ReadVariable(kMachineVariable)), ownsRoot_(ReadVariable(kRoleVariable).empty()) {
     if (ownsRoot_) {
         root_ = FreshRoot();
+        MakeFreshMachine();
         fs::create_directory(EndpointFolder());
         fs::create_directory(TemporaryFolder());
         fs::create_directory(ScratchFolder());
@@ -41,7 +42,7 @@ MachineTest::MachineTest()
         OpenToEveryAccount(ScratchFolder());
         SetVariable(kMachineVariable, root_.string());
     }
-    SetVariable("SENTREL_ENDPOINT", EndpointFolder().string());
+    NameEndpoint(EndpointFolder());
     SetTemporaryFolder(TemporaryFolder());
 }
 
@@ -62,14 +63,49 @@ std::string MachineTest::Role() {
     return ReadVariable(kRoleVariable);
 }
 
-BackgroundProcess MachineTest::StartRole(const std::string& role, ProcessOptions options) {
+BackgroundProcess MachineTest::StartRole(const std::string& role, ProcessOptions options,
+                                         const fs::path& program) {
     options.environment.emplace_back(kRoleVariable, role);
-    return {PathOfThisProgram().string(), ArgumentsOfRunningTest(), options};
+    return {program.string(), ArgumentsOfRunningTest(), options};
 }
 
-ProcessResult MachineTest::RunRole(const std::string& role, ProcessOptions options) {
-    options.environment.emplace_back(kRoleVariable, role);
-    return RunProgram(PathOfThisProgram().string(), ArgumentsOfRunningTest(), options);
+ProcessResult MachineTest::RunRole(const std::string& role, ProcessOptions options,
+                                   const fs::path& program) {
+    ProcessResult result = StartRole(role, std::move(options), program).Wait();
+    EXPECT_EQ(result.exitCode, 0) << role << ": " << result.output << result.errors;
+    return result;
+}
+
+void MachineTest::RunRoles(int count) {
+    std::vector<BackgroundProcess> parts;
+    for (int i = 0; i < count; ++i) parts.push_back(StartRole(std::to_string(i)));
+    for (BackgroundProcess& part : parts) EXPECT_EQ(part.Wait().exitCode, 0) << part.Output();
+}
+
+void MachineTest::InstallLibrary(const std::string& library, const fs::path& folder,
+                                 const std::string& name) {
+    const fs::path file = FileOfBuild(library);
+    fs::copy_file(file, folder / (name + file.extension().string()));
+}
+
+void MachineTest::InstallModules(const fs::path& folder) {
+    for (const char* name : {"fips", "fipsmodule", "legacy"}) {
+        const fs::path file = FileOfBuild(name);
+        fs::copy_file(file, folder / file.filename(), fs::copy_options::skip_existing);
+    }
+}
+
+fs::path MachineTest::CopyOf(const fs::path& program) const {
+    const fs::path folder = ScratchFolder() / "bin";
+    fs::create_directory(folder);
+    for (const auto& entry : fs::directory_iterator(ProgramFolder())) {
+        const fs::path& library = entry.path();
+        if (library.extension() == ".so" || library.extension() == ".dll") {
+            LinkFile(library, folder / library.filename());
+        }
+    }
+    fs::copy_file(program, folder / program.filename());
+    return folder / program.filename();
 }
 
 std::string ReadWholeFile(const fs::path& path) {

@@ -4,9 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <iostream>
 #include <string>
 #include <vector>
 
+#include "tests/support/capabilities.h"
 #include "tests/support/process.h"
 
 // Gives the test a fresh endpoint and a fresh temporary folder, and removes everything at its end.
@@ -32,10 +34,26 @@ class MachineTest : public testing::Test {
 
     // Tests of several processes: the running test case starts itself again on the same machine to
     // play another part. The part finds its name in Role() - which is empty in the test itself -
-    // and ends with exit code 0 when none of its expectations failed.
+    // and ends with exit code 0 when none of its expectations failed. It can run as another file
+    // that holds the same program.
     static std::string Role();
-    static BackgroundProcess StartRole(const std::string& role, ProcessOptions options = {});
-    static ProcessResult RunRole(const std::string& role, ProcessOptions options = {});
+    static BackgroundProcess StartRole(const std::string& role, ProcessOptions options = {},
+                                       const std::filesystem::path& program = PathOfThisProgram());
+    // Runs a part to its end; none of its expectations may fail.
+    static ProcessResult RunRole(const std::string& role, ProcessOptions options = {},
+                                 const std::filesystem::path& program = PathOfThisProgram());
+    // Runs that many parts beside each other, "0", "1" and so on, to their ends.
+    static void RunRoles(int count);
+    // What a part tells the test, which waits for it: a line of standard output.
+    static void Say(const std::string& line) { std::cout << line << std::endl; }
+    // Copies a library of the build to a folder, where it stands for another one.
+    static void InstallLibrary(const std::string& library, const std::filesystem::path& folder,
+                               const std::string& name);
+    // Copies OpenSSL's modules, and what belongs to them, to a folder.
+    static void InstallModules(const std::filesystem::path& folder);
+    // A copy of a program in a new folder, with the libraries of the build beside it: for what a
+    // program keeps in its own folder.
+    std::filesystem::path CopyOf(const std::filesystem::path& program) const;
 
   private:
     std::filesystem::path root_;
@@ -46,8 +64,6 @@ class MachineTest : public testing::Test {
 std::string ReadWholeFile(const std::filesystem::path& path);
 void WriteWholeFile(const std::filesystem::path& path, const std::string& bytes);
 
-// True when the test may do what an administrator may, such as starting a program as another user.
-bool IsAdministrator();
-
+// A part that the test plays as somebody else is played.
 #define SKIP_UNLESS_ADMINISTRATOR() \
-    if (!IsAdministrator()) GTEST_SKIP() << "needs the rights of an administrator (root)"
+    if (Role().empty()) SKIP_WITHOUT(kOtherAccounts)

@@ -4,8 +4,15 @@
 #include <filesystem>
 #include <string>
 
+// Takes away what earlier tests left in the machine, where it outlives its endpoint.
+void MakeFreshMachine();
+// Names the endpoint to this process and to those that it starts.
+void NameEndpoint(const std::filesystem::path& endpoint);
+
 // Makes a new folder with a unique name.
 std::filesystem::path MakeUniqueFolder();
+// Makes the file known by another name, too, where it stays as long as the test.
+void LinkFile(const std::filesystem::path& file, const std::filesystem::path& name);
 // Lets every account make files in the folder, as in the system's own temporary folder.
 void OpenToEveryAccount(const std::filesystem::path& folder);
 

@@ -4,10 +4,15 @@
 
 #include <system_error>
 
-#include "tests/support/machine.h"
 #include "tests/support/machine_port.h"
 
 namespace fs = std::filesystem;
+
+void MakeFreshMachine() {}
+
+void NameEndpoint(const fs::path& endpoint) {
+    SetVariable("SENTREL_ENDPOINT", endpoint.string());
+}
 
 fs::path MakeUniqueFolder() {
     std::string path = (fs::temp_directory_path() / "sentrel-test-XXXXXX").string();
@@ -15,6 +20,10 @@ fs::path MakeUniqueFolder() {
         throw std::system_error(errno, std::generic_category(), path);
     }
     return path;
+}
+
+void LinkFile(const fs::path& file, const fs::path& name) {
+    fs::create_symlink(file, name);
 }
 
 void OpenToEveryAccount(const fs::path& folder) {
@@ -32,8 +41,4 @@ std::string ReadVariable(const std::string& name) {
 
 void SetTemporaryFolder(const fs::path& folder) {
     SetVariable("TMPDIR", folder.string());
-}
-
-bool IsAdministrator() {
-    return geteuid() == 0;
 }

@@ -1,7 +1,9 @@
 // The process's own memory, searched for what should be gone from it.
 #pragma once
 
+#include <functional>
 #include <string>
+#include <vector>
 
 // A pattern that is looked for without standing in memory itself: its bytes are kept changed.
 class HiddenPattern {
@@ -14,3 +16,7 @@ class HiddenPattern {
   private:
     std::string changed_;
 };
+
+// Hands over a copy of each block of writable memory, as the system tells of it, until one is taken
+// with true; tells whether one was.
+bool AnyWritableBlock(const std::function<bool(const std::vector<char>&)>& take);

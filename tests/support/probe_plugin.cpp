@@ -1,11 +1,14 @@
 // A plug-in that does nothing but tell, in the file "calls" beside itself, how it was called. Its
-// own file name says which library it stands for. It fails when a file "fail" lies beside it.
+// own file name says which library it stands for. It fails when a file "fail" lies beside it. Where
+// a test made the events, it sets "Global\SN_PROBE_CALLED" and goes on when "Global\SN_PROBE_GO_ON"
+// is set: the test looks at the machine meanwhile.
+#include <client_export.h>
 #include <config_plugin.h>
 
 #include "common/handles.h"
 #include "common/path.h"
 
-#define PROBE_EXPORT extern "C" __attribute__((visibility("default")))
+#define PROBE_EXPORT extern "C" CLIENT_EXPORT
 
 namespace {
 
@@ -21,6 +24,14 @@ WString OwnPath() {
     return path;
 }
 
+void LetTheTestLook() {
+    constexpr DWORD kLongestLook = 30'000;  // milliseconds
+    const UniqueHandle called(
+        OpenEventW(EVENT_MODIFY_STATE, FALSE, TEXT("Global\\SN_PROBE_CALLED")));
+    const UniqueHandle goOn(OpenEventW(SYNCHRONIZE, FALSE, TEXT("Global\\SN_PROBE_GO_ON")));
+    if (called && goOn && SetEvent(called.get())) WaitForSingleObject(goOn.get(), kLongestLook);
+}
+
 int Tell(const WString& call) {
     const WString folder = FolderOfPath(OwnPath());
     WString library = FileNameOfPath(OwnPath());
@@ -31,6 +42,7 @@ int Tell(const WString& call) {
                                         FILE_ATTRIBUTE_NORMAL, nullptr));
     DWORD written = 0;
     WriteFile(file.get(), line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
+    LetTheTestLook();
     return GetFileAttributesW(JoinPath(folder, TEXT("fail")).c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 

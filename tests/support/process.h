@@ -9,45 +9,46 @@
 #include <utility>
 #include <vector>
 
-// Who a program runs as: numbers of the system's accounts.
-struct Account {
-    unsigned user;
-    unsigned group;
-};
-
 struct ProcessOptions {
     // Variables set in addition to the test's own environment, as (name, value).
     std::vector<std::pair<std::string, std::string>> environment;
-    // The process is killed when it runs longer.
-    std::chrono::milliseconds timeLimit = std::chrono::seconds(60);
     // Where it starts; empty: where the test runs.
     std::filesystem::path workingFolder;
-    // Another account to run as (only an administrator's test may).
-    std::optional<Account> account;
-    // A file or device that becomes its standard output; empty: the test reads the output.
-    std::filesystem::path standardOutput;
+    // Another account to run as, by its number (only an administrator's test may).
+    std::optional<unsigned> account;
 };
+
+// A process of another account; this one is a guest's.
+inline constexpr unsigned kStranger = 65534;
+inline ProcessOptions As(unsigned account) {
+    return {{}, {}, account};
+}
 
 struct ProcessResult {
     int exitCode = -1;  // -1 when a signal ended it
     int signal = 0;     // 0 when it ended by itself
     bool timedOut = false;
-    std::string output;  // bytes of standard output...
-    std::string errors;  // ... and of standard error
+    std::size_t peakMemory = 0;  // the most that it held at once, in bytes
+    std::string output;          // bytes of standard output...
+    std::string errors;          // ... and of standard error
 };
 
 // The folder with everything that the build made to run, and the running test program.
 std::filesystem::path ProgramFolder();
 std::filesystem::path PathOfThisProgram();
+// A file that the build made, by its name without the extension that it has on this system. Throws
+// when there is none.
+std::filesystem::path FileOfBuild(const std::string& name);
 
 // Time that this process's threads spent on a processor up to now.
 std::chrono::milliseconds ProcessorTimeOfThisProcess();
 
-// A running program. Its standard input is empty.
+// A running program, which one thread looks after. Its standard input is empty. It is killed when
+// it runs for more than ten minutes; slow machines do not take as long.
 class BackgroundProcess {
   public:
     // Starts a program of the build by its name without extension, or any program by its absolute
-    // path. Throws std::system_error when there is no such program.
+    // path. Throws std::system_error when it cannot.
     BackgroundProcess(const std::string& program, const std::vector<std::string>& arguments,
                       const ProcessOptions& options = {});
     BackgroundProcess(BackgroundProcess&&) noexcept;
@@ -58,8 +59,7 @@ class BackgroundProcess {
     unsigned Id() const;
     bool IsRunning() const;
 
-    // Waits for its end - for the rest of its time limit, counted from the start, after which it is
-    // killed - and tells how it ended and all that it wrote.
+    // Waits for its end; tells how it ended and all that it wrote.
     ProcessResult Wait();
     // Waits until standard output holds the text; false when it ends or its time is up without.
     bool WaitForOutput(const std::string& text);
@@ -72,7 +72,7 @@ class BackgroundProcess {
     void SendSignal(int signal);
 
   private:
-    class Watch;
+    struct Watch;
     std::unique_ptr<Watch> watch_;
 };
 

@@ -1,7 +1,8 @@
 // A library for the tests of the loader; it needs another one, the layer.
+#include <client_export.h>
 #include <windows.h>
 
-#define SAMPLE_EXPORT extern "C" __attribute__((visibility("default")))
+#define SAMPLE_EXPORT extern "C" CLIENT_EXPORT
 
 SAMPLE_EXPORT int SampleAnswer() {
     return 42;

@@ -5,4 +5,3 @@
 
 inline constexpr UINT kStringInAll = 9;        // in Japanese, German, English, French, Norwegian
 inline constexpr UINT kStringInJapanese = 10;  // "only Japanese"
-inline constexpr UINT kStringInNone = 11;

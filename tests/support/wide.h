@@ -7,5 +7,5 @@
 #include <string>
 
 inline std::basic_string<WCHAR> Wide(const std::filesystem::path& path) {
-    return path.generic_string<WCHAR>();
+    return path.string<WCHAR>();
 }

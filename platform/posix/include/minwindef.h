@@ -23,6 +23,7 @@ using INT = int;
 using UINT = unsigned int;
 using LONG = std::int32_t;
 using ULONG = std::uint32_t;
+using PULONG = ULONG*;
 using DWORD = std::uint32_t;
 using LONGLONG = std::int64_t;
 using ULONGLONG = std::uint64_t;

@@ -37,6 +37,15 @@ WINAPI_EXPORT HANDLE WINAPI CreateNamedPipeW(LPCWSTR lpName, DWORD dwOpenMode, D
 // Waits for a client. FALSE with ERROR_PIPE_CONNECTED when one was there already: that is as good.
 // On an instance that was disconnected, clients can connect again from this call on.
 WINAPI_EXPORT BOOL WINAPI ConnectNamedPipe(HANDLE hNamedPipe, LPOVERLAPPED lpOverlapped);
+
+// Lets the calling thread know the client of an instance, until RevertToSelf: CheckTokenMembership
+// tells who the client was when it connected. The thread does not act as the client, as if every
+// client allowed no more than SECURITY_IDENTIFICATION; unlike on Windows, files are still used as
+// before. ERROR_PIPE_LISTENING or ERROR_PIPE_NOT_CONNECTED when there is no client.
+WINAPI_EXPORT BOOL WINAPI ImpersonateNamedPipeClient(HANDLE hNamedPipe);
+// The process that connected to an instance.
+WINAPI_EXPORT BOOL WINAPI GetNamedPipeClientProcessId(HANDLE Pipe, PULONG ClientProcessId);
+
 // Ends the connection with the client.
 WINAPI_EXPORT BOOL WINAPI DisconnectNamedPipe(HANDLE hNamedPipe);
 

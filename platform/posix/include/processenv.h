@@ -1,5 +1,5 @@
-// The process's environment and standard streams. Variables are found by their exact name first,
-// then without regard to case.
+// The process's environment, current folder and standard streams. Variables are found by their
+// exact name first, then without regard to case.
 #pragma once
 
 #include <winnt.h>
@@ -17,6 +17,14 @@ WINAPI_EXPORT DWORD WINAPI ExpandEnvironmentStringsW(LPCWSTR lpSrc, LPWSTR lpDst
 WINAPI_EXPORT DWORD WINAPI GetEnvironmentVariableW(LPCWSTR lpName, LPWSTR lpBuffer, DWORD nSize);
 // A null value removes the variable.
 WINAPI_EXPORT BOOL WINAPI SetEnvironmentVariableW(LPCWSTR lpName, LPCWSTR lpValue);
+// Sets a variable for this process's own getenv and for the calls above; an empty value removes it.
+// Returns 0 or an errno value. (Of Microsoft's C library, where <cstdlib> declares it.)
+WINAPI_EXPORT int _putenv_s(const char* varname, const char* value);
+
+// The process's current folder, without a separator at its end unless it is a root. Returns its
+// length, or with a small buffer the size that it needs, terminator included; 0 on failure.
+WINAPI_EXPORT DWORD WINAPI GetCurrentDirectoryW(DWORD nBufferLength, LPWSTR lpBuffer);
+
 // A handle of the process, which need not be closed.
 WINAPI_EXPORT HANDLE WINAPI GetStdHandle(DWORD nStdHandle);
 }

@@ -19,4 +19,8 @@ WINAPI_EXPORT HANDLE WINAPI OpenProcess(DWORD dwDesiredAccess, BOOL bInheritHand
 // The token of a process, whose handle needs one of the two rights to query.
 WINAPI_EXPORT BOOL WINAPI OpenProcessToken(HANDLE ProcessHandle, DWORD DesiredAccess,
                                            PHANDLE TokenHandle);
+// The token that the calling thread has beside its process's own; ERROR_NO_TOKEN when it has none.
+// The thread is GetCurrentThread(). After ImpersonateNamedPipeClient the token is the client's.
+WINAPI_EXPORT BOOL WINAPI OpenThreadToken(HANDLE ThreadHandle, DWORD DesiredAccess, BOOL OpenAsSelf,
+                                          PHANDLE TokenHandle);
 }

@@ -12,8 +12,8 @@ WINAPI_EXPORT BOOL WINAPI SetSecurityDescriptorDacl(PSECURITY_DESCRIPTOR pSecuri
                                                     BOOL bDaclPresent, PACL pDacl,
                                                     BOOL bDaclDefaulted);
 
-// TokenVirtualizationEnabled (a DWORD) and TokenElevation are known. A small buffer fails with
-// ERROR_INSUFFICIENT_BUFFER and the size in *ReturnLength. The token needs TOKEN_QUERY.
+// TokenUser, TokenVirtualizationEnabled (a DWORD) and TokenElevation are known. A small buffer
+// fails with ERROR_INSUFFICIENT_BUFFER and the size in *ReturnLength. The token needs TOKEN_QUERY.
 //
 // A process starts with virtualization on when the machine's folder holds a file "virtualization",
 // else with it off. Nothing is redirected in either case; the state is there to be asked for,
@@ -35,16 +35,22 @@ WINAPI_EXPORT BOOL WINAPI SetTokenInformation(HANDLE TokenHandle,
 // A token of the own account always works; another one without the right to act for others fails
 // with ERROR_PRIVILEGE_NOT_HELD and leaves the thread as it was.
 WINAPI_EXPORT BOOL WINAPI ImpersonateLoggedOnUser(HANDLE hToken);
-// Lets the thread be the process's own account again; also TRUE when it was that already.
+// Lets the thread be the process's own account again, also after ImpersonateNamedPipeClient; TRUE
+// when it was that already, too.
 WINAPI_EXPORT BOOL WINAPI RevertToSelf();
 
-// Writes the identifier of the system's account, of the administrators or of the guests; others are
-// not supported. No domain is taken. *cbSid is the buffer's size on entry and the identifier's on
-// return, also when the buffer is too small (ERROR_INSUFFICIENT_BUFFER).
+// Writes the identifier of the system's account, of the administrators, of the guests or of the
+// authenticated users; others are not supported. No domain is taken. *cbSid is the buffer's size on
+// entry and the identifier's on return, also when the buffer is too small
+// (ERROR_INSUFFICIENT_BUFFER).
 WINAPI_EXPORT BOOL WINAPI CreateWellKnownSid(WELL_KNOWN_SID_TYPE WellKnownSidType, PSID DomainSid,
                                              PSID pSid, DWORD* cbSid);
-// Whether the calling thread's account is, or belongs to, one of those three; the token is null.
+// The size of an identifier in bytes.
+WINAPI_EXPORT DWORD WINAPI GetLengthSid(PSID pSid);
+// Whether the calling thread's account is, or belongs to, one of those four; the token is null.
 // Root is the system's account. An administrator is who may write the machine's registry. The
-// guests are the accounts "guest" and "nobody".
+// guests are the accounts "guest" and "nobody"; all others are authenticated users. After
+// ImpersonateNamedPipeClient it tells of the client; whether another account is an administrator
+// only a process of root can tell (else FALSE with ERROR_PRIVILEGE_NOT_HELD).
 WINAPI_EXPORT BOOL WINAPI CheckTokenMembership(HANDLE TokenHandle, PSID SidToCheck, BOOL* IsMember);
 }

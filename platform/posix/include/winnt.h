@@ -109,6 +109,7 @@ struct SECURITY_DESCRIPTOR {
 };
 using PSECURITY_DESCRIPTOR = PVOID;
 #define SE_DACL_PRESENT 0x0004
+#define SE_DACL_PROTECTED 0x1000
 
 // Security identifiers: who an account or a group is.
 #define SID_REVISION 1
@@ -121,6 +122,7 @@ struct SID {
 };
 using PSID = PVOID;
 enum WELL_KNOWN_SID_TYPE {
+    WinAuthenticatedUserSid = 17,
     WinLocalSystemSid = 22,
     WinBuiltinAdministratorsSid = 26,
     WinBuiltinGuestsSid = 28
@@ -139,6 +141,13 @@ enum TOKEN_INFORMATION_CLASS {
     TokenSessionId = 12,
     TokenElevation = 20,
     TokenVirtualizationEnabled = 24
+};
+struct SID_AND_ATTRIBUTES {
+    PSID Sid;
+    DWORD Attributes;
+};
+struct TOKEN_USER {
+    SID_AND_ATTRIBUTES User;  // the identifier stands behind it, in the same buffer
 };
 struct TOKEN_ELEVATION {
     DWORD TokenIsElevated;  // nonzero for an administrator (root)

@@ -7,6 +7,7 @@
 #include <array>
 #include <cstddef>
 #include <cstring>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -17,19 +18,25 @@
 namespace platform {
 namespace {
 
-bool IsSystem() {
-    return ThreadAccount() == 0;
+// Whether the account in question is a member; nothing, with the last error set, when that cannot
+// be learnt.
+using Membership = std::optional<bool>;
+
+Membership IsSystem() {
+    return AccountInQuestion() == 0;
 }
 
-bool IsAdministrator() {
+Membership IsAdministrator() {
+    const ActAsAccountInQuestion account;
+    if (!account) return std::nullopt;
     return Hive::OfMachine()->MayWrite();
 }
 
-bool IsGuest() {
+Membership IsGuest() {
     std::array<char, 4096> text{};
     passwd entry{};
     passwd* found = nullptr;
-    if (getpwuid_r(ThreadAccount(), &entry, text.data(), text.size(), &found) != 0 ||
+    if (getpwuid_r(AccountInQuestion(), &entry, text.data(), text.size(), &found) != 0 ||
         found == nullptr) {
         return false;
     }
@@ -37,10 +44,14 @@ bool IsGuest() {
     return name == "guest" || name == "nobody";
 }
 
+Membership IsAuthenticated() {
+    return !*IsGuest();
+}
+
 struct WellKnownSid {
     WELL_KNOWN_SID_TYPE type;
     std::vector<DWORD> authorities;  // below the authority 5 of the system
-    bool (*isMember)();
+    Membership (*isMember)();
 };
 
 const std::vector<WellKnownSid>& WellKnownSids() {
@@ -48,6 +59,7 @@ const std::vector<WellKnownSid>& WellKnownSids() {
         {WinLocalSystemSid, {18}, IsSystem},
         {WinBuiltinAdministratorsSid, {32, 544}, IsAdministrator},
         {WinBuiltinGuestsSid, {32, 546}, IsGuest},
+        {WinAuthenticatedUserSid, {11}, IsAuthenticated},
     };
     return sids;
 }
@@ -89,17 +101,24 @@ extern "C" BOOL WINAPI CreateWellKnownSid(WELL_KNOWN_SID_TYPE WellKnownSidType, 
     return Fail(ERROR_NOT_SUPPORTED);
 }
 
+extern "C" DWORD WINAPI GetLengthSid(PSID pSid) {
+    const DWORD count = static_cast<const SID*>(pSid)->SubAuthorityCount;
+    return static_cast<DWORD>(platform::kSidHeaderSize + count * sizeof(DWORD));
+}
+
 extern "C" BOOL WINAPI CheckTokenMembership(HANDLE TokenHandle, PSID SidToCheck, BOOL* IsMember) {
     if (SidToCheck == nullptr || IsMember == nullptr) return Fail(ERROR_INVALID_PARAMETER);
     if (TokenHandle != nullptr) return Fail(ERROR_NOT_SUPPORTED);
     for (const auto& sid : platform::WellKnownSids()) {
         if (!platform::IsSid(platform::BytesOfSid(sid), SidToCheck)) continue;
-        *IsMember = sid.isMember() ? TRUE : FALSE;
+        const auto isMember = sid.isMember();
+        if (!isMember) return FALSE;
+        *IsMember = *isMember ? TRUE : FALSE;
         return TRUE;
     }
     return Fail(ERROR_NOT_SUPPORTED);
 }
 
 extern "C" BOOL WINAPI IsUserAnAdmin() {
-    return platform::IsAdministrator() ? TRUE : FALSE;
+    return platform::IsAdministrator().value_or(false) ? TRUE : FALSE;
 }

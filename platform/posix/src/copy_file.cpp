@@ -72,7 +72,11 @@ bool WriteAll(int file, const char* bytes, std::size_t size) {
     return true;
 }
 
+// What the system can copy by itself; the rest, if anything, by hand, which also finds out why the
+// system could not.
 bool CopyContent(int source, int destination) {
+    constexpr std::size_t kPiece = std::size_t{1} << 30;
+    while (copy_file_range(source, nullptr, destination, nullptr, kPiece, 0) > 0) continue;
     Buffer buffer;
     for (;;) {
         const ssize_t got = read(source, buffer.bytes.data(), buffer.bytes.size());
@@ -153,7 +157,8 @@ extern "C" BOOL WINAPI CopyFileW(LPCWSTR lpExistingFileName, LPCWSTR lpNewFileNa
     if (exists && !S_ISREG(existing.st_mode)) return WriteDirectly(source.get(), to);
     if (exists && !MayReplace(to, sourceInfo, existing)) return FALSE;
 
-    // 2. The whole content under another name, safely on disk.
+    // 2. The whole content under another name; safely on disk, unless what it replaces is a file
+    // that was made empty to be filled, where nothing can be lost.
     SiblingFile copy(to);
     if (!copy) return FailOnPath(errno, to);
     if (!CopyContent(source.get(), copy.Descriptor())) return FALSE;
@@ -162,7 +167,8 @@ extern "C" BOOL WINAPI CopyFileW(LPCWSTR lpExistingFileName, LPCWSTR lpNewFileNa
     const struct stat& access = exists ? existing : sourceInfo;
     if (fchown(copy.Descriptor(), access.st_uid, access.st_gid) != 0) errno = 0;
     const mode_t mode = access.st_mode & 0777u;
-    if (fchmod(copy.Descriptor(), mode) != 0 || fsync(copy.Descriptor()) != 0) {
+    const bool isFilled = exists && existing.st_size == 0;
+    if (fchmod(copy.Descriptor(), mode) != 0 || (!isFilled && fsync(copy.Descriptor()) != 0)) {
         return FailWithErrno(errno);
     }
 

@@ -13,15 +13,20 @@ OSSL_LIB_CTX* CryptoContext() {
     return context;
 }
 
-void FillRandom(void* memory, std::size_t size) {
+bool DrawRandom(void* memory, std::size_t size) {
     auto* next = static_cast<unsigned char*>(memory);
     while (size > 0) {
         const ssize_t drawn = getrandom(next, size, 0);
         if (drawn < 0 && errno == EINTR) continue;
-        if (drawn <= 0) std::abort();  // a kernel without random numbers: no key may be made
+        if (drawn <= 0) return false;
         next += drawn;
         size -= static_cast<std::size_t>(drawn);
     }
+    return true;
+}
+
+void FillRandom(void* memory, std::size_t size) {
+    if (!DrawRandom(memory, size)) std::abort();  // no key may be made without it
 }
 
 }  // namespace platform

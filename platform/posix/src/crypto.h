@@ -15,7 +15,9 @@ namespace platform {
 // The layer's own OpenSSL library context, with the default provider.
 OSSL_LIB_CTX* CryptoContext();
 
-// Fills memory with random bytes of the kernel.
+// Fills memory with random bytes of the kernel; false when it has none to give.
+bool DrawRandom(void* memory, std::size_t size);
+// The same where there is no going on without.
 void FillRandom(void* memory, std::size_t size);
 
 // A key of so many bytes, wiped when it goes.

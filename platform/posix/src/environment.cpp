@@ -1,7 +1,10 @@
 #include <processenv.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -104,4 +107,23 @@ extern "C" BOOL WINAPI SetEnvironmentVariableW(LPCWSTR lpName, LPCWSTR lpValue) 
                            ? unsetenv(name.c_str())
                            : setenv(name.c_str(), platform::BytesOf(lpValue).c_str(), 1);
     return failed == 0 ? TRUE : platform::FailWithErrno(errno);
+}
+
+extern "C" int _putenv_s(const char* varname, const char* value) {
+    if (varname == nullptr || value == nullptr) return EINVAL;
+    const std::lock_guard lock(environmentMutex);
+    const int failed = *value == '\0' ? unsetenv(varname) : setenv(varname, value, 1);
+    return failed == 0 ? 0 : errno;
+}
+
+extern "C" DWORD WINAPI GetCurrentDirectoryW(DWORD nBufferLength, LPWSTR lpBuffer) {
+    struct Free {
+        void operator()(char* text) const { std::free(text); }
+    };
+    const std::unique_ptr<char, Free> folder(getcwd(nullptr, 0));
+    if (!folder) return static_cast<DWORD>(platform::FailWithErrno(errno));
+    const std::u16string text = platform::WideOf(folder.get());
+    if (text.size() >= nBufferLength) return static_cast<DWORD>(text.size()) + 1;
+    *std::ranges::copy(text, lpBuffer).out = 0;
+    return static_cast<DWORD>(text.size());
 }

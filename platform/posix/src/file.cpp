@@ -236,7 +236,14 @@ extern "C" BOOL WINAPI SetEndOfFile(HANDLE hFile) {
     const auto file = platform::ObjectOf<File>(hFile);
     if (!file) return FALSE;
     if (!file->MayWrite()) return Fail(ERROR_ACCESS_DENIED);
-    const off_t position = lseek(file->Descriptor(), 0, SEEK_CUR);
-    if (position < 0 || ftruncate(file->Descriptor(), position) != 0) return FailWithErrno(errno);
+    const int descriptor = file->Descriptor();
+    const off_t position = lseek(descriptor, 0, SEEK_CUR);
+    struct stat info {};
+    if (position < 0 || fstat(descriptor, &info) != 0) return FailWithErrno(errno);
+    // A file that grows takes its room on the disk at once.
+    const off_t added = position - info.st_size;
+    const int error = added > 0 ? posix_fallocate(descriptor, info.st_size, added) : 0;
+    if (error != 0 && ftruncate(descriptor, info.st_size) == 0) return FailWithErrno(error);
+    if (error != 0 || ftruncate(descriptor, position) != 0) return FailWithErrno(errno);
     return TRUE;
 }

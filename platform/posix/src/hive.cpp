@@ -100,6 +100,18 @@ HiveValue ValueOf(const Run& row) {
     return {row.Text(0), static_cast<DWORD>(row.Number(1)), row.Bytes(2)};
 }
 
+// Steps to the item of a key at an index, from the last position where that is one on the way;
+// otherwise from the first item. The position moves there but for its place, which the caller
+// takes from the row. False when there are no more items.
+template <typename Position>
+bool StepTo(HiveDatabase& database, Run& from, Position& last, KeyId key, DWORD index) {
+    const HiveDatabase::State state = database.CurrentState();
+    if (last.key != key || last.index > index || last.state != state) last = {key, 0, {}, state};
+    if (!from.Bind(key).Bind(last.place).Bind(index - last.index).Step()) return false;
+    last.index = index;
+    return true;
+}
+
 HiveTree ReadTreeOf(HiveDatabase& database, KeyId key, std::u16string name) {
     HiveTree tree{std::move(name), {}, {}};
     {
@@ -252,8 +264,10 @@ Hive::Created Hive::Create(KeyId from, const KeyPath& path) {
 std::u16string Hive::SubkeyAt(KeyId key, DWORD index) {
     const Use use(*this, false);
     if (!use) Throw(ERROR_NO_MORE_ITEMS);
-    Run at(*use, Query::kSubkeyAt);
-    if (!at.Bind(key).Bind(index).Step()) ThrowMissing(*use, key, ERROR_NO_MORE_ITEMS);
+    Transaction whole(*use, Query::kBeginRead);
+    Run at(*use, Query::kSubkeyFrom);
+    if (!StepTo(*use, at, lastSubkey_, key, index)) ThrowMissing(*use, key, ERROR_NO_MORE_ITEMS);
+    lastSubkey_.place = at.Text(1);
     return at.Text(0);
 }
 
@@ -338,8 +352,10 @@ HiveValue Hive::Read(KeyId key, const std::u16string& name) {
 HiveValue Hive::ValueAt(KeyId key, DWORD index) {
     const Use use(*this, false);
     if (!use) Throw(ERROR_NO_MORE_ITEMS);
-    Run at(*use, Query::kValueAt);
-    if (!at.Bind(key).Bind(index).Step()) ThrowMissing(*use, key, ERROR_NO_MORE_ITEMS);
+    Transaction whole(*use, Query::kBeginRead);
+    Run at(*use, Query::kValueFrom);
+    if (!StepTo(*use, at, lastValue_, key, index)) ThrowMissing(*use, key, ERROR_NO_MORE_ITEMS);
+    lastValue_.place = at.Number(3);
     return ValueOf(at);
 }
 

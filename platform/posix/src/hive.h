@@ -94,6 +94,16 @@ class Hive {
     // The connection, for as long as this object lives.
     class Use;
 
+    // Where an enumeration by index stands: the next item is found from here instead of from the
+    // first one, as long as nothing in the hive changes.
+    template <typename Place>
+    struct Position {
+        KeyId key = 0;
+        DWORD index = 0;
+        Place place{};
+        HiveDatabase::State state;
+    };
+
     std::string FilePath() const;
     void Connect(bool forWriting);
     void MakeFile() const;
@@ -102,6 +112,8 @@ class Hive {
     const std::string folder_;
     std::mutex mutex_;
     std::unique_ptr<HiveDatabase> database_;
+    Position<std::u16string> lastSubkey_;  // by its folded name
+    Position<std::int64_t> lastValue_;     // by its place
 };
 
 }  // namespace platform

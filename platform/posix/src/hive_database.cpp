@@ -51,13 +51,15 @@ PRAGMA journal_mode = WAL;
 // transactions in any case, because what it wrote is the kernel's; and since the log is synced
 // before a checkpoint touches the hive, a power failure can lose the last writes but no more. The
 // log also lets readers go on while somebody writes, and needs no repair by an account that may not
-// write. It is kept small because the first process to open a hive reads it whole.
+// write. It is kept small because the first process to open a hive reads it whole. The cache, in
+// KiB, holds a hive of some hundred thousand values.
 constexpr char kConnectionSettings[] = R"sql(
 PRAGMA synchronous = NORMAL;
 PRAGMA foreign_keys = ON;
 PRAGMA wal_autocheckpoint = 250;
 PRAGMA journal_size_limit = 1048576;
 PRAGMA temp_store = MEMORY;
+PRAGMA cache_size = -131072;
 )sql";
 
 constexpr std::array<const char*, static_cast<std::size_t>(Query::kCount)> kQueries = {
@@ -69,7 +71,9 @@ constexpr std::array<const char*, static_cast<std::size_t>(Query::kCount)> kQuer
     "SELECT id FROM keys WHERE parent = ?1 AND folded = ?2",
     "INSERT INTO keys (parent, depth, folded, name)"
     " SELECT id, depth + 1, ?2, ?3 FROM keys WHERE id = ?1",
-    "SELECT name FROM keys WHERE parent = ?1 ORDER BY folded LIMIT 1 OFFSET ?2",
+    "PRAGMA data_version",
+    "SELECT name, folded FROM keys WHERE parent = ?1 AND folded >= ?2 ORDER BY folded"
+    " LIMIT 1 OFFSET ?3",
     "SELECT id, name FROM keys WHERE parent = ?1 ORDER BY folded",
     "SELECT parent, name FROM keys WHERE id = ?1",
     "DELETE FROM keys WHERE id = ?1 AND NOT EXISTS (SELECT 1 FROM keys WHERE parent = ?1)",
@@ -80,7 +84,8 @@ constexpr std::array<const char*, static_cast<std::size_t>(Query::kCount)> kQuer
     " SELECT id, ?2, ?3, ?4, ?5 FROM keys WHERE id = ?1"
     " ON CONFLICT (key, folded) DO UPDATE SET type = excluded.type, data = excluded.data",
     "DELETE FROM entries WHERE key = ?1 AND folded = ?2",
-    "SELECT name, type, data FROM entries WHERE key = ?1 ORDER BY place LIMIT 1 OFFSET ?2",
+    "SELECT name, type, data, place FROM entries WHERE key = ?1 AND place >= ?2 ORDER BY place"
+    " LIMIT 1 OFFSET ?3",
     "SELECT name, type, data FROM entries WHERE key = ?1 ORDER BY place",
     "SELECT count(*), max(length(CAST(name AS BLOB)) / 2) FROM keys WHERE parent = ?1",
     "SELECT count(*), max(length(CAST(name AS BLOB)) / 2), max(length(data))"
@@ -203,6 +208,12 @@ HiveDatabase::HiveDatabase(const std::string& path, bool writable)
     };
     Check(sqlite3_exec(database, "PRAGMA user_version", readFormat, &format, nullptr));
     if (format != kFormat) throw HiveError{ERROR_BADDB};
+}
+
+HiveDatabase::State HiveDatabase::CurrentState() {
+    Run byOthers(*this, Query::kState);
+    byOthers.Step();
+    return {byOthers.Number(0), sqlite3_total_changes64(database_.get())};
 }
 
 void HiveDatabase::Flush() {

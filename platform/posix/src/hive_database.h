@@ -35,7 +35,8 @@ enum class Query {
     kKeyExists,      // ?1 key
     kFindSubkey,     // ?1 key, ?2 folded name -> key
     kAddSubkey,      // ?1 key, ?2 folded name, ?3 name
-    kSubkeyAt,       // ?1 key, ?2 index -> name
+    kState,          // -> a number that changes with every change by another connection
+    kSubkeyFrom,     // ?1 key, ?2 folded name, ?3 how many further -> name, folded name
     kSubkeys,        // ?1 key -> key, name
     kParent,         // ?1 key -> key, name
     kDeleteLeaf,     // ?1 key
@@ -43,7 +44,7 @@ enum class Query {
     kReadValue,      // ?1 key, ?2 folded name -> type (null: no such value), data
     kWriteValue,     // ?1 key, ?2 folded name, ?3 name, ?4 type, ?5 data
     kDeleteValue,    // ?1 key, ?2 folded name
-    kValueAt,        // ?1 key, ?2 index -> name, type, data
+    kValueFrom,      // ?1 key, ?2 place, ?3 how many further -> name, type, data, place
     kValues,         // ?1 key -> name, type, data
     kSubkeySummary,  // ?1 key -> count, longest name in units
     kValueSummary,   // ?1 key -> count, longest name in units, longest data in bytes
@@ -62,6 +63,13 @@ class HiveDatabase {
     bool Writable() const { return writable_; }
     // Rows that the last statement changed.
     int Changes() const { return sqlite3_changes(database_.get()); }
+    // The state of the hive as it is now: equal ones mean that nothing changed in between.
+    struct State {
+        std::int64_t byOthers = -1;
+        std::int64_t byThis = -1;
+        bool operator==(const State&) const = default;
+    };
+    State CurrentState();
     // The row that was added last.
     KeyId LastAdded() const { return sqlite3_last_insert_rowid(database_.get()); }
     // Brings everything that was written to the disk.

@@ -24,6 +24,28 @@ DWORD SendError(int error) {
 
 }  // namespace
 
+bool MessageSocket::ReadPeer(pid_t& process, Identity& account) const {
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    if (getsockopt(socket_.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) {
+        return FailWithErrno(errno);
+    }
+    std::vector<gid_t> groups;
+    size = 0;
+    // The first call tells how many there are, the second brings them.
+    for (int i = 0; i < 2; ++i) {
+        groups.resize(size / sizeof(gid_t));
+        if (getsockopt(socket_.get(), SOL_SOCKET, SO_PEERGROUPS, groups.data(), &size) != 0 &&
+            errno != ERANGE) {
+            return FailWithErrno(errno);
+        }
+    }
+    std::sort(groups.begin(), groups.end());
+    process = peer.pid;
+    account = {peer.uid, peer.gid, std::move(groups)};
+    return true;
+}
+
 DWORD MessageSocket::TrySend(const void* message, DWORD size) {
     BYTE mark = kMark;
     iovec parts[] = {{&mark, 1}, {const_cast<void*>(message), size}};
@@ -46,8 +68,7 @@ DWORD MessageSocket::TryReceive(void* buffer, DWORD size, bool wholeMessages, DW
     if (received > 0) std::memcpy(buffer, message_.data() + next_, received);
     next_ += received;
     if (received < left) return wholeMessages ? ERROR_MORE_DATA : ERROR_SUCCESS;
-    std::fill(message_.begin(), message_.end(), BYTE{0});  // it may have been a secret
-    message_.clear();
+    DropMessage();
     return ERROR_SUCCESS;
 }
 
@@ -65,11 +86,17 @@ DWORD MessageSocket::FetchMessage() {
     if (size <= 0) return ERROR_BROKEN_PIPE;
     message_.resize(static_cast<std::size_t>(size));
     if (recv(socket_.get(), message_.data(), message_.size(), 0) != size) {
-        message_.clear();
+        DropMessage();
         return ERROR_BROKEN_PIPE;
     }
     next_ = sizeof kMark;
     return ERROR_SUCCESS;
+}
+
+void MessageSocket::DropMessage() {
+    if (message_.empty()) return;
+    explicit_bzero(message_.data(), message_.size());  // it may have been a secret
+    message_.clear();
 }
 
 }  // namespace platform

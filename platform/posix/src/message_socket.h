@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "descriptor.h"
+#include "thread_identity.h"
 
 namespace platform {
 
@@ -16,7 +17,14 @@ class MessageSocket {
     // Takes a connected socket of the kind SOCK_SEQPACKET that does not block.
     explicit MessageSocket(UniqueDescriptor socket) : socket_(std::move(socket)) {}
 
+    MessageSocket(const MessageSocket&) = delete;
+    MessageSocket& operator=(const MessageSocket&) = delete;
+    ~MessageSocket() { DropMessage(); }
+
     int Descriptor() const { return socket_.get(); }
+
+    // The process and the account that connected; false, with the last error set, on failure.
+    bool ReadPeer(pid_t& process, Identity& account) const;
 
     // Sends a message whole. ERROR_NO_DATA when the other end is gone.
     DWORD TrySend(const void* message, DWORD size);
@@ -31,6 +39,7 @@ class MessageSocket {
 
   private:
     DWORD FetchMessage();
+    void DropMessage();
     bool HasMessage() const { return !message_.empty(); }
 
     UniqueDescriptor socket_;

@@ -88,6 +88,25 @@ BOOL WINAPI ConnectNamedPipe(HANDLE hNamedPipe, LPOVERLAPPED lpOverlapped) {
     return instance ? instance->Connect(lpOverlapped) : FALSE;
 }
 
+BOOL WINAPI ImpersonateNamedPipeClient(HANDLE hNamedPipe) {
+    const auto instance = ObjectOf<platform::PipeInstance>(hNamedPipe);
+    pid_t process = 0;
+    platform::Identity account;
+    if (!instance || !instance->ReadClient(process, account)) return FALSE;
+    platform::Identify(std::move(account));
+    return TRUE;
+}
+
+BOOL WINAPI GetNamedPipeClientProcessId(HANDLE Pipe, PULONG ClientProcessId) {
+    const auto instance = ObjectOf<platform::PipeInstance>(Pipe);
+    if (ClientProcessId == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+    pid_t process = 0;
+    platform::Identity account;
+    if (!instance || !instance->ReadClient(process, account)) return FALSE;
+    *ClientProcessId = static_cast<ULONG>(process);
+    return TRUE;
+}
+
 BOOL WINAPI DisconnectNamedPipe(HANDLE hNamedPipe) {
     const auto instance = ObjectOf<platform::PipeInstance>(hNamedPipe);
     return instance ? instance->Disconnect() : FALSE;

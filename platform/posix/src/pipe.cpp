@@ -7,6 +7,7 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <exception>
 
 #include "last_error.h"
 
@@ -106,10 +107,18 @@ BOOL PipeEnd::Start(PipeOperation operation, OVERLAPPED& overlapped) {
     overlapped.Internal = ERROR_IO_PENDING;
     isRunning_ = true;
     pending_.emplace(Pending{operation, &overlapped, std::move(cancel), {}});
-    pending_->thread = std::thread([this] {
-        const DWORD result = Run(pending_->operation, Deadline(INFINITE), pending_->cancel.get());
-        Complete(*pending_->overlapped, result, pending_->operation.transferred);
-    });
+    try {
+        pending_->thread = std::thread([this] {
+            const DWORD result =
+                Run(pending_->operation, Deadline(INFINITE), pending_->cancel.get());
+            Complete(*pending_->overlapped, result, pending_->operation.transferred);
+        });
+    } catch (const std::exception&) {  // no thread is to be had
+        pending_.reset();
+        isRunning_ = false;
+        overlapped.Internal = ERROR_NO_SYSTEM_RESOURCES;
+        return Fail(ERROR_NO_SYSTEM_RESOURCES);
+    }
     return Fail(ERROR_IO_PENDING);
 }
 
@@ -197,6 +206,12 @@ BOOL PipeInstance::Disconnect() {
     return TRUE;
 }
 
+bool PipeInstance::ReadClient(pid_t& process, Identity& account) {
+    DWORD error = ERROR_SUCCESS;
+    const MessageSocket* const client = Connection(error);
+    return client != nullptr ? client->ReadPeer(process, account) : Fail(error);
+}
+
 MessageSocket* PipeInstance::Connection(DWORD& error) {
     if (client_) return &*client_;
     error = isOffered_ ? ERROR_PIPE_LISTENING : ERROR_PIPE_NOT_CONNECTED;
@@ -216,7 +231,8 @@ DWORD PipeInstance::TryAccept() {
 
 HANDLE OpenPipe(const std::string& name, DWORD access, DWORD flags) {
     constexpr DWORD kAccess = GENERIC_READ | GENERIC_WRITE;
-    // No server of this system can act as its client: what it may do with one needs no keeping.
+    // A server learns who its client is but cannot act as it: what the client allows needs no
+    // keeping.
     constexpr DWORD kFlags = FILE_FLAG_OVERLAPPED | FILE_ATTRIBUTE_NORMAL | SECURITY_SQOS_PRESENT |
                              SECURITY_IDENTIFICATION;
     if (access != kAccess || (flags & ~kFlags) != 0) {

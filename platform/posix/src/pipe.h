@@ -107,6 +107,8 @@ class PipeInstance final : public PipeEnd {
 
     BOOL Connect(OVERLAPPED* overlapped);
     BOOL Disconnect();
+    // Who the client is; false, with the last error set, while there is none.
+    bool ReadClient(pid_t& process, Identity& account);
 
   protected:
     MessageSocket* Connection(DWORD& error) override;

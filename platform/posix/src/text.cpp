@@ -94,13 +94,19 @@ std::string NativePath(const WCHAR* path) {
     return native;
 }
 
-std::u16string UpperCase(std::u16string_view text) {
-    static const locale_t utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
-    std::u16string upper(text);
-    for (char16_t& unit : upper) {
-        const auto mapped = towupper_l(unit, utf8);
-        if (mapped <= 0xFFFF) unit = static_cast<char16_t>(mapped);
+char16_t UpperCase(char16_t unit) {
+    constexpr char16_t kFirstBeyondAscii = 0x80;
+    if (unit < kFirstBeyondAscii) {
+        return unit >= u'a' && unit <= u'z' ? static_cast<char16_t>(unit - (u'a' - u'A')) : unit;
     }
+    static const locale_t utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+    const auto mapped = towupper_l(unit, utf8);
+    return mapped <= 0xFFFF ? static_cast<char16_t>(mapped) : unit;
+}
+
+std::u16string UpperCase(std::u16string_view text) {
+    std::u16string upper(text);
+    for (char16_t& unit : upper) unit = UpperCase(unit);
     return upper;
 }
 

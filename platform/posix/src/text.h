@@ -21,5 +21,6 @@ std::string NativePath(const WCHAR* path);
 // Case-insensitive order of names (registry keys and values, environment variables): simple upper
 // case by the C library's tables of the C.UTF-8 locale.
 std::u16string UpperCase(std::u16string_view text);
+char16_t UpperCase(char16_t unit);
 
 }  // namespace platform

@@ -1,5 +1,6 @@
 #include <stringapiset.h>
 
+#include <algorithm>
 #include <string_view>
 
 #include "last_error.h"
@@ -12,6 +13,17 @@ std::u16string_view TextOf(LPCWCH text, int length) {
                         : std::u16string_view(text, static_cast<std::size_t>(length));
 }
 
+// Negative, 0 or positive.
+int CompareIgnoringCase(std::u16string_view one, std::u16string_view other) {
+    const auto [first, second] = std::mismatch(
+        one.begin(), one.end(), other.begin(), other.end(),
+        [](char16_t a, char16_t b) { return platform::UpperCase(a) == platform::UpperCase(b); });
+    if (first == one.end() || second == other.end()) {
+        return int{first != one.end()} - int{second != other.end()};
+    }
+    return platform::UpperCase(*first) < platform::UpperCase(*second) ? -1 : 1;
+}
+
 }  // namespace
 
 extern "C" int WINAPI CompareStringOrdinal(LPCWCH lpString1, int cchCount1, LPCWCH lpString2,
@@ -21,7 +33,6 @@ extern "C" int WINAPI CompareStringOrdinal(LPCWCH lpString1, int cchCount1, LPCW
     }
     const std::u16string_view one = TextOf(lpString1, cchCount1);
     const std::u16string_view other = TextOf(lpString2, cchCount2);
-    const int order = bIgnoreCase ? platform::UpperCase(one).compare(platform::UpperCase(other))
-                                  : one.compare(other);
+    const int order = bIgnoreCase ? CompareIgnoringCase(one, other) : one.compare(other);
     return order < 0 ? CSTR_LESS_THAN : order > 0 ? CSTR_GREATER_THAN : CSTR_EQUAL;
 }

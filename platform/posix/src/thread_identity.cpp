@@ -11,6 +11,7 @@
 #include <array>
 #include <cstdlib>
 #include <optional>
+#include <utility>
 
 #include "last_error.h"
 
@@ -19,6 +20,9 @@ namespace {
 
 // Who the thread was before it began to impersonate.
 thread_local std::optional<Identity> ownIdentity;
+
+// Whom the thread knows but does not act as.
+thread_local std::optional<Identity> identified;
 
 // An impossible id changes nothing, and the call reports what stands.
 constexpr auto kNobody = static_cast<uid_t>(-1);
@@ -111,7 +115,21 @@ bool Impersonate(const Identity& identity) {
     return true;
 }
 
+void Identify(Identity identity) {
+    identified = std::move(identity);
+}
+
+uid_t AccountInQuestion() {
+    return identified ? identified->user : ThreadAccount();
+}
+
+std::optional<Identity> ForeignIdentity() {
+    if (identified) return identified;
+    return ownIdentity ? std::optional(ThreadIdentity()) : std::nullopt;
+}
+
 bool StopImpersonating() {
+    identified.reset();
     if (!ownIdentity) return true;
     if (!BecomeIdentity(*ownIdentity)) return Fail(ERROR_ACCESS_DENIED);
     ownIdentity.reset();
@@ -126,6 +144,19 @@ ActAsProcess::ActAsProcess() : wasImpersonating_(ownIdentity.has_value()) {
 
 ActAsProcess::~ActAsProcess() {
     if (wasImpersonating_ && !Impersonate(impersonated_)) std::abort();
+}
+
+ActAsAccountInQuestion::ActAsAccountInQuestion() {
+    if (!identified) return;
+    const Identity now = ThreadIdentity();
+    if (*identified == now) return;
+    acts_ = BecomeIdentity(*identified);
+    before_ = now;
+    if (!acts_) Fail(ERROR_PRIVILEGE_NOT_HELD);
+}
+
+ActAsAccountInQuestion::~ActAsAccountInQuestion() {
+    if (before_ && !BecomeIdentity(*before_)) std::abort();
 }
 
 }  // namespace platform

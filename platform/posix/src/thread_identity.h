@@ -5,6 +5,7 @@
 
 #include <sys/types.h>
 
+#include <optional>
 #include <vector>
 
 namespace platform {
@@ -35,8 +36,16 @@ bool MayActAsAnyone();
 // ERROR_PRIVILEGE_NOT_HELD, and the thread stays as it was.
 bool Impersonate(const Identity& identity);
 
-// Ends the impersonation, if there is one. False, with ERROR_ACCESS_DENIED, when the system does
-// not let the thread return.
+// Lets the thread know an account without acting as it, in place of what it knew before.
+void Identify(Identity identity);
+// The account that questions about the thread's rights are about: the identified one, or its own.
+uid_t AccountInQuestion();
+
+// Whom the thread knows or acts as; nobody when it is only itself.
+std::optional<Identity> ForeignIdentity();
+
+// Ends the impersonation and the identification, if there are any. False, with ERROR_ACCESS_DENIED,
+// when the system does not let the thread return.
 bool StopImpersonating();
 
 // While it lives the thread is the process again: for files of the machine that belong to no user.
@@ -50,6 +59,21 @@ class ActAsProcess {
   private:
     bool wasImpersonating_;
     Identity impersonated_;
+};
+
+// While it lives the thread acts as the account in question, to see what that account may do. False
+// when it cannot: ERROR_PRIVILEGE_NOT_HELD.
+class ActAsAccountInQuestion {
+  public:
+    ActAsAccountInQuestion();
+    ActAsAccountInQuestion(const ActAsAccountInQuestion&) = delete;
+    ActAsAccountInQuestion& operator=(const ActAsAccountInQuestion&) = delete;
+    ~ActAsAccountInQuestion();
+    explicit operator bool() const { return acts_; }
+
+  private:
+    std::optional<Identity> before_;  // none: the thread is that account already
+    bool acts_ = true;
 };
 
 }  // namespace platform

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 #include <utility>
 
@@ -52,6 +53,21 @@ BOOL Return(const Answer& answer, LPVOID buffer, DWORD size, PDWORD needed) {
     return TRUE;
 }
 
+// An account's identifier, as a token tells it: root is the system, others have their numbers below
+// the authority that stands for users of POSIX.
+BOOL ReturnUser(uid_t user, LPVOID buffer, DWORD size, PDWORD needed) {
+    struct {
+        TOKEN_USER user;
+        SID sid;
+        DWORD number;
+    } answer = {{}, {SID_REVISION, 2, {0, 0, 0, 0, 0, 22}, {1}}, user};
+    static_assert(offsetof(decltype(answer), number) ==
+                  offsetof(decltype(answer), sid) + sizeof(SID));
+    if (user == 0) answer.sid = {SID_REVISION, 1, {0, 0, 0, 0, 0, 5}, {18}};
+    answer.user.User.Sid = static_cast<BYTE*>(buffer) + offsetof(decltype(answer), sid);
+    return Return(answer, buffer, size, needed);
+}
+
 }  // namespace
 
 Token::Token(Identity account, pid_t process, DWORD access)
@@ -69,6 +85,17 @@ BOOL WINAPI OpenProcessToken(HANDLE ProcessHandle, DWORD DesiredAccess, PHANDLE 
     return platform::OpenTokenOf(ProcessHandle, DesiredAccess, TokenHandle);
 }
 
+BOOL WINAPI OpenThreadToken(HANDLE ThreadHandle, DWORD DesiredAccess, BOOL /*OpenAsSelf*/,
+                            PHANDLE TokenHandle) {
+    if (TokenHandle == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+    if (ThreadHandle != GetCurrentThread()) return Fail(ERROR_NOT_SUPPORTED);
+    auto account = platform::ForeignIdentity();
+    if (!account) return Fail(ERROR_NO_TOKEN);
+    *TokenHandle = platform::OpenHandle(
+        std::make_shared<platform::Token>(std::move(*account), 0, DesiredAccess));
+    return TRUE;
+}
+
 BOOL WINAPI GetTokenInformation(HANDLE TokenHandle, TOKEN_INFORMATION_CLASS TokenInformationClass,
                                 LPVOID TokenInformation, DWORD TokenInformationLength,
                                 PDWORD ReturnLength) {
@@ -76,6 +103,9 @@ BOOL WINAPI GetTokenInformation(HANDLE TokenHandle, TOKEN_INFORMATION_CLASS Toke
     if (!token) return FALSE;
     if (!token->Allows(TOKEN_QUERY)) return Fail(ERROR_ACCESS_DENIED);
     switch (TokenInformationClass) {
+        case TokenUser:
+            return platform::ReturnUser(token->Account().user, TokenInformation,
+                                        TokenInformationLength, ReturnLength);
         case TokenVirtualizationEnabled: {
             const DWORD on = platform::IsVirtualizationOn(token->ProcessId()) ? 1 : 0;
             return platform::Return(on, TokenInformation, TokenInformationLength, ReturnLength);

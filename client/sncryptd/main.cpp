@@ -1,0 +1,197 @@
+// sncryptd: the reference crypto service of the client. It serves one pipe, and answers one request
+// on each connection.
+#include <array>
+#include <cstdlib>
+#include <optional>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "client/sncryptd/places.h"
+#include "client/sncryptd/requests.h"
+#include "common/console_text.h"
+#include "common/format.h"
+#include "common/handles.h"
+#include "common/pipe_call.h"
+#include "common/security.h"
+#include "cryptd/SNCryptdAPI.h"
+
+namespace {
+
+constexpr const WCHAR* kHelp = TEXT("usage: sncryptd\n\n")
+    TEXT("Serves random bytes and the state of the client's FIPS mode on the pipe of the\n")
+        TEXT("client's crypto service. It prints \"listening on PIPE\" when it is ready and\n")
+            TEXT("runs until it is killed.\n")
+                TEXT("Exit codes: 1 the pipe cannot be served, 2 wrong arguments.\n");
+
+constexpr int kExitOk = 0;
+constexpr int kExitFailed = 1;
+constexpr int kExitUsage = 2;
+
+constexpr std::size_t kLargestMessage = sizeof(MessageHeader) + MSGPIPE_MOST_PAYLOAD;
+
+// Instances for clients that connect beside those that are answered, and what one may take for its
+// request and for taking its reply: those that are silent hold up no others.
+constexpr DWORD kFreeInstances = 4;
+constexpr DWORD kRequestLimitMilliseconds = 1'000;
+constexpr DWORD kReplyLimitMilliseconds = 2'000;
+
+// Until it is tried again when the system has no thread or no memory to spare.
+constexpr DWORD kPauseMilliseconds = 100;
+
+// --- The client ---------------------------------------------------------------------------------
+
+// While it lives the thread's rights are those of an instance's client.
+class ActAsClient {
+  public:
+    explicit ActAsClient(HANDLE instance) : acts_(ImpersonateNamedPipeClient(instance)) {}
+    ActAsClient(const ActAsClient&) = delete;
+    ActAsClient& operator=(const ActAsClient&) = delete;
+    ~ActAsClient() {
+        if (acts_ && !RevertToSelf()) std::abort();  // must not serve on as somebody else
+    }
+    explicit operator bool() const { return acts_ != FALSE; }
+
+  private:
+    BOOL acts_;
+};
+
+// The security identifier of the account that the thread acts as; empty when it cannot be learnt.
+std::vector<BYTE> AccountOfThread() {
+    UniqueHandle token;
+    alignas(TOKEN_USER) std::array<BYTE, sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE> user = {};
+    DWORD size = user.size();
+    if (!OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, token.put()) ||
+        !GetTokenInformation(token.get(), TokenUser, user.data(), size, &size)) {
+        return {};
+    }
+    const PSID sid = reinterpret_cast<const TOKEN_USER*>(user.data())->User.Sid;
+    const auto* const bytes = static_cast<const BYTE*>(sid);
+    return {bytes, bytes + GetLengthSid(sid)};
+}
+
+// Who has connected; nobody when that is a guest or cannot be learnt.
+std::optional<Client> ClientOf(HANDLE instance) {
+    Client client;
+    const ActAsClient asClient(instance);
+    if (!asClient || !IsMemberOf(WinAuthenticatedUserSid) ||
+        !GetNamedPipeClientProcessId(instance, &client.process)) {
+        return std::nullopt;
+    }
+    client.account = AccountOfThread();
+    if (client.account.empty()) return std::nullopt;
+    client.isAdministrator =
+        IsMemberOf(WinBuiltinAdministratorsSid) || IsMemberOf(WinLocalSystemSid);
+    return client;
+}
+
+// --- The pipe -----------------------------------------------------------------------------------
+
+class Server {
+  public:
+    [[noreturn]] void Run();
+
+  private:
+    static UniqueHandle NewInstance(DWORD flags);
+    static void Serve(HANDLE instance, const Client& client);
+    bool Admit(UniqueHandle& instance);
+    [[noreturn]] void AcceptClients(UniqueHandle instance);
+
+    Places places_;
+};
+
+UniqueHandle Server::NewInstance(DWORD flags) {
+    // Every account may ask; what it asks for decides whether it may have it.
+    EveryoneAccess everyone;
+    return UniqueHandle(CreateNamedPipeW(
+        kCryptdPipe, PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED | flags,
+        PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_WAIT | PIPE_REJECT_REMOTE_CLIENTS,
+        kPlaces + kFreeInstances, kLargestMessage, kLargestMessage, 0, everyone.get()));
+}
+
+[[noreturn]] void GiveUp(DWORD error) {
+    WriteErrorText(FormatWide(TEXT("sncryptd: cannot serve %s (error %lu)\n"), kCryptdPipe, error));
+    std::_Exit(kExitFailed);
+}
+
+// Answers one request. What is too long or no message gets no answer.
+void Server::Serve(HANDLE instance, const Client& client) try {
+    SecureBytes message(kLargestMessage);
+    DWORD size = 0;
+    if (ReceiveMessage(instance, message.data(), kLargestMessage, size,
+                       kRequestLimitMilliseconds) != ERROR_SUCCESS) {
+        return;
+    }
+    const SecureBytes reply = Answer({message.data(), size}, client);
+    if (!reply.empty() && SendMessageTo(instance, reply.data(), static_cast<DWORD>(reply.size()),
+                                        kReplyLimitMilliseconds) == ERROR_SUCCESS) {
+        // A reply that was not read yet goes with the connection: the client hangs up first.
+        ReceiveMessage(instance, message.data(), kLargestMessage, size, kReplyLimitMilliseconds);
+    }
+} catch (const std::exception&) {
+    // Memory ran out: this client gets no answer.
+}
+
+// Hands an instance's client to a thread of its own, with the instance, in whose stead a new one
+// comes. False when the client is not to be served.
+bool Server::Admit(UniqueHandle& instance) try {
+    std::optional<Client> client = ClientOf(instance.get());
+    if (!client || !places_.Take(*client)) return false;
+    Visit visit(places_, std::move(*client));
+    UniqueHandle next = NewInstance(0);
+    if (!next) return false;
+    // The connection goes before the place does, so there is an instance for each.
+    std::thread([visit = std::move(visit),
+                 own = std::exchange(instance, std::move(next))]() mutable {
+        Serve(own.get(), visit.Guest());
+        own.reset();
+    }).detach();
+    return true;
+} catch (const std::exception&) {
+    return false;  // no thread or no memory is to be had: this client gets no answer
+}
+
+// Takes clients on one instance after another. It has one at all times, so the pipe stays ours.
+void Server::AcceptClients(UniqueHandle instance) {
+    for (;;) {
+        const DWORD error = WaitForClient(instance.get(), INFINITE);
+        if (error == ERROR_SUCCESS && Admit(instance)) continue;
+        DisconnectNamedPipe(instance.get());
+        const bool hasGone = error == ERROR_NO_DATA;  // the client, already
+        if (error != ERROR_SUCCESS && !hasGone) Sleep(kPauseMilliseconds);
+    }
+}
+
+void Server::Run() try {
+    // 1. The pipe, which nobody else may serve.
+    std::vector<UniqueHandle> instances;
+    for (DWORD i = 0; i < kFreeInstances; ++i) {
+        instances.push_back(NewInstance(i == 0 ? FILE_FLAG_FIRST_PIPE_INSTANCE : 0));
+        if (!instances.back()) GiveUp(GetLastError());
+    }
+
+    // 2. Its clients, until the process is ended.
+    for (std::size_t i = 1; i < instances.size(); ++i) {
+        std::thread([this, own = std::move(instances[i])]() mutable {
+            AcceptClients(std::move(own));
+        }).detach();
+    }
+    WriteConsoleText(FormatWide(TEXT("listening on %s\n"), kCryptdPipe));
+    AcceptClients(std::move(instances.front()));
+} catch (const std::exception&) {
+    GiveUp(ERROR_NO_SYSTEM_RESOURCES);
+}
+
+}  // namespace
+
+extern "C" int wmain(int argc, WCHAR** argv) {
+    if (argc == 2 && WStringView(argv[1]) == TEXT("--help")) {
+        WriteConsoleText(kHelp);
+        return kExitOk;
+    }
+    if (argc != 1) {
+        WriteErrorText(kHelp);
+        return kExitUsage;
+    }
+    Server().Run();
+}

@@ -1,0 +1,195 @@
+#include "client/sncryptd/requests.h"
+
+#include <openssl/crypto.h>
+#include <openssl/rand.h>
+
+#include <algorithm>
+#include <mutex>
+
+#include "client/sncryptd/configuration_digest.h"
+#include "client/sncryptd/crypto_state.h"
+#include "common/format.h"
+#include "common/handles.h"
+#include "cryptd/SNCryptdAPI.h"
+
+namespace {
+
+struct Request {
+    MessageHeader header;
+    std::span<const BYTE> payload;
+    const Client& client;
+};
+
+// --- Replies ------------------------------------------------------------------------------------
+
+constexpr DWORD kRefused = 0;  // command of a reply that refuses; param1 is a Windows error code
+
+SecureBytes Reply(DWORD command, int param1, std::size_t payloadSize = 0) {
+    const MessageHeader header = {
+        .cmdId = command, .param1 = param1, .payloadSize = static_cast<DWORD>(payloadSize)};
+    SecureBytes message(sizeof header + payloadSize);
+    std::memcpy(message.data(), &header, sizeof header);
+    return message;
+}
+
+SecureBytes Refuse(int error) {
+    return Reply(kRefused, error);
+}
+
+SecureBytes ReplyTo(const Request& request, int param1, std::size_t payloadSize = 0) {
+    return Reply(request.header.cmdId + 1, param1, payloadSize);
+}
+
+// --- Random bytes -------------------------------------------------------------------------------
+
+SecureBytes GiveRandomBytes(const Request& request) {
+    const int count = request.header.param1;
+    const auto kind = static_cast<DWORD>(request.header.param2);
+    if (count < 1 || count > static_cast<int>(kCryptdMostRandomBytes) ||
+        kind > kCryptdEntropyBytes) {
+        return Refuse(ERROR_INVALID_PARAMETER);
+    }
+    SecureBytes reply = ReplyTo(request, count, static_cast<std::size_t>(count));
+    BYTE* const bytes = reply.data() + sizeof(MessageHeader);
+    // Entropy, from which others seed their generators, comes from a generator of its own.
+    const int result =
+        kind == kCryptdEntropyBytes ? RAND_priv_bytes(bytes, count) : RAND_bytes(bytes, count);
+    if (result != 1) return ReplyTo(request, 0);
+    return reply;
+}
+
+// --- Text ---------------------------------------------------------------------------------------
+
+SecureBytes GiveText(const Request& request) {
+    const WString text =
+        FormatWide(TEXT("sncryptd, %S, FIPS error mode %s"), OpenSSL_version(OPENSSL_VERSION),
+                   FipsError().empty() ? TEXT("off") : TEXT("on"));
+    const std::size_t size = (text.size() + 1) * sizeof(WCHAR);
+    SecureBytes reply = ReplyTo(request, 1, size);
+    std::memcpy(reply.data() + sizeof(MessageHeader), text.c_str(), size);
+    return reply;
+}
+
+// --- The FIPS error mode ------------------------------------------------------------------------
+
+SecureBytes EnterErrorMode(const Request& request) {
+    std::vector<WCHAR> message(request.payload.size() / sizeof(WCHAR));
+    if (message.empty() || request.payload.size() % sizeof(WCHAR) != 0) {
+        return Refuse(ERROR_INVALID_DATA);
+    }
+    std::memcpy(message.data(), request.payload.data(), request.payload.size());
+    if (message.back() != 0) return Refuse(ERROR_INVALID_DATA);
+    WString text = message.data();
+    if (text.empty()) text = TEXT("(no message)");  // an error mode all the same
+    return SetFipsError(text) ? ReplyTo(request, 0) : Refuse(ERROR_WRITE_FAULT);
+}
+
+// --- Configuration changes ----------------------------------------------------------------------
+
+// Verdicts of a reply about the configuration state. Negative: refused.
+enum Verdict {
+    kDone = 0,
+    kNoOpenChange = -1,      // a commit by a process that has begun no change
+    kStateNotWritten = -2,   // the service could not keep it
+    kChangedSince = -3,      // the configuration is not as the last commit left it
+    kNeverCommitted = -4,    // no commit has recorded a configuration
+    kUnknownOperation = -5,  // nothing that the service knows
+};
+
+constexpr std::size_t kMostOpenChanges = 1'000;
+
+std::mutex changesMutex;
+
+bool HasEnded(DWORD processId) {
+    const UniqueHandle process(OpenProcess(SYNCHRONIZE, FALSE, processId));
+    if (!process) return GetLastError() == ERROR_INVALID_PARAMETER;
+    return WaitForSingleObject(process.get(), 0) == WAIT_OBJECT_0;
+}
+
+// A process that ended without a commit has given its changes up.
+std::vector<DWORD> ChangesOfLivingProcesses() {
+    std::vector<DWORD> changes = OpenChanges();
+    std::erase_if(changes, HasEnded);
+    return changes;
+}
+
+SecureBytes BeginChange(const Request& request) {
+    if (static_cast<DWORD>(request.header.param1) != kCryptdBeginChange) {
+        return ReplyTo(request, kUnknownOperation);
+    }
+    const std::lock_guard lock(changesMutex);
+    std::vector<DWORD> changes = ChangesOfLivingProcesses();
+    if (changes.size() >= kMostOpenChanges) return ReplyTo(request, kStateNotWritten);
+    changes.push_back(request.client.process);
+    return ReplyTo(request, SetOpenChanges(changes) ? kDone : kStateNotWritten);
+}
+
+int Commit(DWORD process) {
+    const std::lock_guard lock(changesMutex);
+    std::vector<DWORD> changes = ChangesOfLivingProcesses();
+    const auto own = std::find(changes.begin(), changes.end(), process);
+    if (own == changes.end()) return kNoOpenChange;
+    changes.erase(own);
+    const std::vector<BYTE> digest = ConfigurationDigest();
+    return !digest.empty() && SetCommittedConfiguration(digest) && SetOpenChanges(changes)
+               ? kDone
+               : kStateNotWritten;
+}
+
+SecureBytes CommitChange(const Request& request) {
+    const bool isIt = static_cast<DWORD>(request.header.param1) == kCryptdCommitChange;
+    return ReplyTo(request, isIt ? Commit(request.client.process) : kUnknownOperation);
+}
+
+int VerifyConfiguration() {
+    const std::vector<BYTE> committed = CommittedConfiguration();
+    if (committed.empty()) return kNeverCommitted;
+    return committed == ConfigurationDigest() ? kDone : kChangedSince;
+}
+
+SecureBytes Verify(const Request& request) {
+    const std::lock_guard lock(changesMutex);
+    switch (static_cast<DWORD>(request.header.param1)) {
+        case kCryptdVerifyCommitted:
+            return ReplyTo(request, VerifyConfiguration());
+        case kCryptdCountChanges:
+            return ReplyTo(request, static_cast<int>(ChangesOfLivingProcesses().size()));
+        default:
+            return ReplyTo(request, kUnknownOperation);
+    }
+}
+
+SecureBytes RefuseOperation(const Request& request) {
+    return ReplyTo(request, kUnknownOperation);
+}
+
+// --- Commands -----------------------------------------------------------------------------------
+
+struct Command {
+    DWORD id;
+    bool forAdministrators;
+    SecureBytes (*answer)(const Request& request);
+};
+constexpr Command kCommands[] = {
+    {CRYPTD_CTRL_CMD_ID_CONFIGURATION_REQ, true, RefuseOperation},
+    {CRYPTD_CTRL_CMD_ID_RANDOM_BYTES_REQ, false, GiveRandomBytes},
+    {CRYPTD_CTRL_CMD_ID_QUERY_TEXT_REQ, false, GiveText},
+    {CRYPTD_CTRL_CMD_ID_FIPS_ERROR_MODE_REQ, true, EnterErrorMode},
+    {CRYPTD_CTRL_CMD_ID_CONFIGURATION_MUTATE_STATE_REQ, true, BeginChange},
+    {CRYPTD_CTRL_CMD_ID_CONFIGURATION_COMMIT_MUTATION_STATE_REQ, true, CommitChange},
+    {CRYPTD_CTRL_CMD_ID_CONFIGURATION_STATE_VERIFY_REQ, true, Verify},
+};
+
+}  // namespace
+
+SecureBytes Answer(std::span<const BYTE> message, const Client& client) {
+    Request request = {{}, {}, client};
+    if (!ReadHeader(message.data(), message.size(), request.header)) return {};
+    request.payload = message.subspan(sizeof request.header);
+    for (const Command& command : kCommands) {
+        if (command.id != request.header.cmdId) continue;
+        const bool mayAsk = client.isAdministrator || !command.forAdministrators;
+        return mayAsk ? command.answer(request) : Refuse(ERROR_ACCESS_DENIED);
+    }
+    return Refuse(ERROR_INVALID_FUNCTION);
+}

@@ -1,0 +1,294 @@
+// Who may change the client's configuration from a file: every operation in every state of the
+// machine, and what each leaves behind.
+#include <utilsdll.h>
+
+#include <tuple>
+
+#include "common/handles.h"
+#include "common/security.h"
+#include "tests/end_to_end/client_machine.h"
+#include "tests/support/machine_port.h"
+#include "tests/support/object_remains.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kBypasses[] = {"SN_BYPASS_FSFILTER", "SN_BYPASS_GUARDLET"};
+constexpr const char* kLockPassword = "open sesame";
+constexpr const char* kContent =
+    "<?xml version=\"1.0\"?><sentrel_configuration><!-- note --><av /></sentrel_configuration>";
+
+// --- What is expected ---------------------------------------------------------------------------
+
+struct Operation {
+    const char* name;
+    bool isGuarded;
+    bool locksAgain;
+    const char* call;  // to the plug-in
+};
+constexpr Operation kOperations[] = {
+    {"import", true, true, "cfmav ImportFromXml"},
+    {"import_push_config", true, true, "cfmav AdvancedOp gwy_import"},
+    {"import_gwyip_config", true, false, "cfmav AdvancedOp import_gwyip_config"},
+    {"import_installer_config", true, true, "cfmav AdvancedOp import_installer_config"},
+    {"import_settings", false, true, "cfmav ImportFromXml"},
+    {"export", false, false, "cfmav ExportToXml"},
+    {"whatever", false, false, "cfmav AdvancedOp whatever"},
+};
+constexpr int kExport = 5;
+
+enum class Unlock { kAbsent, kWrong, kRight };
+
+struct State {
+    bool isAdministrator;
+    bool isParentTrusted;
+    bool isManaged;
+    bool schedulerRuns;
+    bool hasLockPassword;
+    bool isLocked;
+    Unlock unlock;
+};
+
+std::ostream& operator<<(std::ostream& out, const State& s) {
+    return out << "administrator " << s.isAdministrator << ", trusted parent " << s.isParentTrusted
+               << ", managed " << s.isManaged << ", scheduler " << s.schedulerRuns
+               << ", lock password " << s.hasLockPassword << ", locked " << s.isLocked << ", -k "
+               << (s.unlock == Unlock::kAbsent  ? "absent"
+                   : s.unlock == Unlock::kWrong ? "wrong"
+                                                : "right");
+}
+
+struct Outcome {
+    int exitCode;
+    const char* output;
+    bool lockedMeanwhile;
+    bool lockedAtEnd;
+};
+
+// The exit code and the text of a refusal, or 0.
+std::pair<int, const char*> Refusal(const Operation& operation, const State& state) {
+    if (!operation.isGuarded) return {0, ""};
+    if (!state.isAdministrator) {
+        return {3, "Admin rights are required to import configuration files.\n"};
+    }
+    if (state.isManaged && state.schedulerRuns && !state.isParentTrusted) {
+        return {2, "The configuration settings are protected with registration. \n"};
+    }
+    const bool needsPassword = state.hasLockPassword && (state.isLocked || !state.isParentTrusted);
+    if (!needsPassword || state.unlock == Unlock::kRight) return {0, ""};
+    if (state.unlock == Unlock::kWrong) return {1, "Incorrect password.\n"};
+    return {2,
+            "The configuration settings are protected with lock. You must use the -k option to "
+            "install configurations.\n"};
+}
+
+Outcome Expected(const Operation& operation, const State& state) {
+    const auto [refusal, output] = Refusal(operation, state);
+    if (refusal != 0) return {refusal, output, state.isLocked, state.isLocked};
+    const bool unlocks = operation.name == std::string("import") &&
+                         state.unlock != Unlock::kAbsent && !state.isParentTrusted;
+    // A standard user's run has no right to the lock.
+    const bool locks = operation.locksAgain && state.hasLockPassword && state.isAdministrator;
+    const bool lockedMeanwhile = state.isLocked && !unlocks;
+    return {0, "", lockedMeanwhile, lockedMeanwhile || locks};
+}
+
+// --- The machine --------------------------------------------------------------------------------
+
+bool Exists(const std::string& object) {
+    const auto name = fs::path("Global\\" + object).string<WCHAR>();
+    return static_cast<bool>(UniqueHandle(OpenEventW(SYNCHRONIZE, FALSE, name.c_str())));
+}
+
+class Guards : public ClientMachine {
+  protected:
+    // A client's folder with everything but the plug-ins: of these there is one that tells.
+    Guards() {
+        SetText("", "InstallDir", client_.string());
+        if (!Role().empty()) return;
+        fs::create_directory(client_);
+        fs::permissions(client_, fs::perms::all);
+        for (const auto& entry : fs::directory_iterator(ProgramFolder())) {
+            const fs::path name = entry.path().filename();
+            if (!name.string().starts_with("cfm")) LinkFile(entry.path(), client_ / name);
+        }
+        InstallLibrary("probe_plugin", client_, "cfmav");
+    }
+
+    // Goes on with the running test in a process of that file name.
+    void GoOnAs(const std::string& fileName, const std::string& role) {
+        fs::copy_file(PathOfThisProgram(), client_ / fileName);
+        RunRole(role, {}, client_ / fileName);
+        fs::remove(client_ / fileName);  // which may be the next one's, in other letters
+    }
+
+    // Puts the machine into the state, apart from the lock password.
+    void Prepare(const State& state, bool isExport) {
+        cfg_set_managed_by_cms(state.isManaged);
+        if ((cfg_is_scheduler_running() != 0) != state.schedulerRuns) {
+            Client({"service", "SA_Scheduler", state.schedulerRuns ? "start" : "stop"});
+        }
+        ASSERT_TRUE(sec_set_sa_registry_lock(state.isLocked));
+        fs::remove_all(file_);
+        if (!isExport) {
+            WriteWholeFile(file_, kContent);
+            fs::permissions(file_, fs::perms(0666));
+        }
+        fs::remove(client_ / "calls");
+        for (const auto& entry : fs::directory_iterator(TemporaryFolder())) fs::remove_all(entry);
+    }
+
+    BackgroundProcess Start(const Operation& operation, const State& state) {
+        std::vector<std::string> arguments = {"-o", operation.name, "-m",
+                                              "av", "-f",           file_.string()};
+        if (!operation.isGuarded) arguments.insert(arguments.end(), {"-p", kPassword});
+        if (state.unlock != Unlock::kAbsent) {
+            arguments.insert(arguments.end(),
+                             {"-k", state.unlock == Unlock::kRight ? kLockPassword : "sesame"});
+        }
+        ProcessOptions options;
+        if (!state.isAdministrator) options = As(54321);
+        return {"SNConfig", arguments, options};
+    }
+
+    // While the plug-in waits in the middle of the operation.
+    void LookMeanwhile(BackgroundProcess& run, const Outcome& expected) {
+        while (WaitForSingleObject(called_.get(), 50) != WAIT_OBJECT_0) {
+            if (!run.IsRunning()) return;
+        }
+        for (const char* bypass : kBypasses) EXPECT_TRUE(Exists(bypass)) << bypass;
+        EXPECT_EQ(sec_is_registry_locked(), expected.lockedMeanwhile);
+    }
+
+    void Check(const Operation& operation, const State& state) {
+        SCOPED_TRACE(state);
+        const Outcome expected = Expected(operation, state);
+        const bool isAllowed = expected.exitCode == 0;
+        Prepare(state, &operation == &kOperations[kExport]);
+        if (!isAllowed) {
+            for (const char* bypass : kBypasses) LeaveObjectRemains(EndpointFolder(), bypass);
+        }
+
+        BackgroundProcess run = Start(operation, state);
+        if (isAllowed) LookMeanwhile(run, expected);
+        SetEvent(goOn_.get());
+        const ProcessResult result = run.Wait();
+        ResetEvent(goOn_.get());
+
+        EXPECT_EQ(result.exitCode, expected.exitCode);
+        EXPECT_EQ(result.output, expected.output);
+        EXPECT_EQ(sec_is_registry_locked(), expected.lockedAtEnd);
+        for (const char* bypass : kBypasses) {
+            EXPECT_FALSE(Exists(bypass)) << bypass;
+            EXPECT_TRUE(isAllowed || AreObjectRemainsUntouched(EndpointFolder(), bypass)) << bypass;
+        }
+        const std::string calls = ReadWholeFile(client_ / "calls");
+        EXPECT_EQ(std::count(calls.begin(), calls.end(), '\n'), isAllowed ? 1 : 0) << calls;
+        EXPECT_TRUE(!isAllowed || calls.starts_with(operation.call + std::string(" "))) << calls;
+        // A guarded import works on a copy, an export makes the file, others change it in place.
+        EXPECT_EQ(BackupContent() == kContent, operation.isGuarded);
+        EXPECT_EQ(BackupContent().find("<!--") != std::string::npos, operation.isGuarded);
+        EXPECT_TRUE(FilesInTemporaryFolder().empty());
+        if (expected.exitCode == 3) {
+            EXPECT_TRUE(fs::is_empty(TemporaryFolder())) << "no copy was thought of";
+        }
+    }
+
+    const fs::path client_ = ScratchFolder() / "client";
+    EveryoneAccess everyone_;
+    UniqueHandle called_{
+        CreateEventW(everyone_.get(), FALSE, FALSE, TEXT("Global\\SN_PROBE_CALLED"))};
+    UniqueHandle goOn_{CreateEventW(everyone_.get(), TRUE, FALSE, TEXT("Global\\SN_PROBE_GO_ON"))};
+};
+
+// --- Every state --------------------------------------------------------------------------------
+
+using Cell = std::tuple<int, bool>;  // the operation, and whether a trusted parent starts it
+
+class GuardMatrix : public Guards, public testing::WithParamInterface<Cell> {};
+
+TEST_P(GuardMatrix, DecidesByTheRules) {
+    SKIP_UNLESS_ADMINISTRATOR();
+    const auto [index, isParentTrusted] = GetParam();
+    const Operation& operation = kOperations[index];
+    if (isParentTrusted && Role().empty()) {
+        static const char* const parents[] = {"scheduler.exe", "msiexec.exe", "Scheduler.EXE",
+                                              "MSIEXEC.exe"};
+        return GoOnAs(parents[index % 4], "parent");
+    }
+    constexpr bool kEither[] = {false, true};
+    for (const bool hasLockPassword : kEither) {
+        cfg_sentrelmanager_set_pwd(hasLockPassword ? fs::path(kLockPassword).string<WCHAR>().c_str()
+                                                   : TEXT(""));
+        for (unsigned bits = 0; bits < 16; ++bits) {
+            const bool isManaged = (bits & 1) != 0;
+            const bool schedulerRuns = (bits & 2) != 0;
+            // Each export stretches a key. A lock that is not there cannot refuse, so that central
+            // management and scheduler together say all that one of them alone would.
+            if (index == kExport && !(isManaged && schedulerRuns)) continue;
+            for (const Unlock unlock : {Unlock::kAbsent, Unlock::kWrong, Unlock::kRight}) {
+                Check(operation, {(bits & 4) != 0, isParentTrusted, isManaged, schedulerRuns,
+                                  hasLockPassword, (bits & 8) != 0, unlock});
+            }
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    EveryState, GuardMatrix,
+    testing::Combine(testing::Range(0, static_cast<int>(std::size(kOperations))), testing::Bool()),
+    [](const testing::TestParamInfo<Cell>& cell) {
+        return std::string(kOperations[std::get<0>(cell.param)].name) +
+               (std::get<1>(cell.param) ? "_from_a_trusted_parent" : "");
+    });
+
+TEST_F(Guards, TrustAParentByItsWholeFileName) {
+    SKIP_WITHOUT(kAdministrator);
+    if (!Role().empty()) {
+        const bool isTrusted = Role() == "trusted";
+        return Check(kOperations[0], {true, isTrusted, true, true, false, false, Unlock::kAbsent});
+    }
+    for (const char* name : {"scheduler.exe", "SCHEDULER.EXE", "msiexec.exe", "MsiExec.Exe"}) {
+        GoOnAs(name, "trusted");
+    }
+    for (const char* name : {"scheduler", "msiexec.exe.exe", "my scheduler.exe", "msiexec.ex"}) {
+        GoOnAs(name, "other");
+    }
+}
+
+// --- The file's password ------------------------------------------------------------------------
+
+TEST_F(ClientMachine, FilePasswordIsCheckedBeforeTheLocks) {
+    ASSERT_EQ(Backup({"-m", "av"}).exitCode, 0);
+    const fs::path encrypted = ScratchFolder() / "encrypted";
+    Client({"encrypt-file", file_.string(), encrypted.string(), kPassword});
+    Client({"set-lock-password", kLockPassword});
+    BackgroundProcess gui("sngui", {"1"});
+    ASSERT_TRUE(gui.WaitForOutput("listening"));
+    const struct {
+        fs::path file;
+        const char* password;
+        int exitCode;
+        bool isNotified;  // with code 3, a wrong password
+        bool isLogged;
+    } cases[] = {
+        {file_, nullptr, 2, false, false},           {file_, kPassword, 2, false, false},
+        {file_, "wrong phrase", 5, true, true},      {encrypted, kPassword, 2, false, false},
+        {encrypted, "wrong phrase", 5, true, false},
+    };
+    for (const auto& c : cases) {
+        const std::size_t shown = gui.Output().size();
+        const std::size_t logged = Log().size();
+        std::vector<std::string> arguments = {"-o", "import", "-f", c.file.string(), "-i", "1"};
+        if (c.password != nullptr) arguments.insert(arguments.end(), {"-p", c.password});
+        EXPECT_EQ(Tool(arguments).exitCode, c.exitCode);
+        if (c.isNotified) gui.WaitForOutput("code 3");
+        EXPECT_EQ(gui.Output().substr(shown), c.isNotified ? "code 3 0 0 0 0\n" : "");
+        EXPECT_EQ(Log().substr(logged).find("Incorrect password.") != std::string::npos,
+                  c.isLogged);
+        EXPECT_TRUE(FilesInTemporaryFolder().empty());
+    }
+}
+
+}  // namespace

@@ -1,0 +1,31 @@
+// Faults in what a program does to files, caused for real at one chosen system call.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tests/support/process.h"
+
+enum class Fault {
+    kKill,          // the program is killed just before the call
+    kDiskFull,      // the call does nothing but fail, because the disk is full...
+    kAccessDenied,  // ... or because the account may not
+};
+
+struct FaultyRun {
+    ProcessResult result;
+    // The calls that the fault can strike, in the order in which the program made them, by name.
+    std::vector<std::string> calls;
+};
+
+// Runs a program of the build to its end. The fault strikes at the call `at` of those that create,
+// write, rename, remove or otherwise change files and that it can strike at all - a full disk keeps
+// nobody from removing a file. They are counted from 0 over all the program's threads and child
+// processes; where there are fewer, nothing happens.
+FaultyRun RunWithFault(Fault fault, std::size_t at, const std::string& program,
+                       const std::vector<std::string>& arguments);
+
+// From now on the process can start no thread and no other process. Of no effect on an
+// administrator's.
+void RunOutOfThreads();

@@ -1,0 +1,147 @@
+// The kernel hands every call that changes files to this process before it is carried out, by a
+// filter that a thread puts on itself and its children inherit.
+#include <fcntl.h>
+#include <poll.h>
+#include <seccomp.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <future>
+#include <memory>
+#include <stdexcept>
+
+#include "tests/support/faults.h"
+
+namespace {
+
+// The faults that can strike a call, and how it tells that it is one that changes files.
+constexpr unsigned kKills = 1U << static_cast<unsigned>(Fault::kKill);
+constexpr unsigned kSpace = kKills | 1U << static_cast<unsigned>(Fault::kDiskFull);
+constexpr unsigned kRights = kKills | 1U << static_cast<unsigned>(Fault::kAccessDenied);
+enum class Changes { kAlways, kByFlags, kByDescriptor };
+struct Calls {
+    unsigned faults;
+    Changes changes;
+    unsigned argument;  // the place of their flags, or of their file's descriptor
+    std::vector<const char*> names;
+};
+// clang-format off
+const Calls kCalls[] = {
+    {kSpace | kRights, Changes::kByFlags, 1, {"open"}},
+    {kSpace | kRights, Changes::kByFlags, 2, {"openat"}},
+    {kSpace, Changes::kByDescriptor, 0, {"write", "writev"}},
+    {kSpace, Changes::kAlways, 0,
+     {"pwrite64", "pwritev", "pwritev2", "sendfile", "copy_file_range", "ftruncate", "fallocate",
+      "fsync", "fdatasync"}},
+    {kSpace | kRights, Changes::kAlways, 0,
+     {"creat", "truncate", "rename", "renameat", "renameat2", "link", "linkat", "symlink",
+      "symlinkat", "mkdir", "mkdirat"}},
+    {kRights, Changes::kAlways, 0,
+     {"unlink", "unlinkat", "rmdir", "chmod", "fchmod", "fchmodat", "chown", "fchown", "lchown",
+      "fchownat"}},
+};
+// clang-format on
+
+// Of these flags each makes an opening one that the fault can strike. To open a file for writing
+// takes rights, but changes nothing yet.
+std::vector<scmp_datum_t> FlagsOfOpening(Fault fault) {
+    if (fault == Fault::kAccessDenied) return {O_CREAT, O_TRUNC, O_WRONLY, O_RDWR};
+    return {O_CREAT, O_TRUNC};
+}
+
+[[noreturn]] void Throw(const char* what) {
+    throw std::runtime_error(what);
+}
+
+struct ReleaseFilter {
+    void operator()(void* filter) const {
+        seccomp_release(filter);
+        // The library keeps the listener of the last filter, and asks for no other until it is
+        // closed.
+        seccomp_reset(nullptr, SCMP_ACT_KILL);
+    }
+};
+using Filter = std::unique_ptr<void, ReleaseFilter>;
+
+void Watch(scmp_filter_ctx filter, Fault fault, const Calls& calls, const char* name) {
+    const int number = seccomp_syscall_resolve_name(name);
+    if (number < 0) return;  // a call that this processor's system does not have
+    const auto when = [&](std::vector<scmp_arg_cmp> conditions) {
+        if (seccomp_rule_add_array(filter, SCMP_ACT_NOTIFY, number,
+                                   static_cast<unsigned>(conditions.size()),
+                                   conditions.data()) != 0) {
+            Throw(name);
+        }
+    };
+    switch (calls.changes) {
+        case Changes::kAlways:
+            return when({});
+        case Changes::kByDescriptor:  // standard output and its like are no files to watch
+            return when({{calls.argument, SCMP_CMP_GT, STDERR_FILENO, 0}});
+        case Changes::kByFlags:
+            for (const scmp_datum_t flag : FlagsOfOpening(fault)) {
+                when({{calls.argument, SCMP_CMP_MASKED_EQ, flag, flag}});
+            }
+    }
+}
+
+Filter MakeFilter(Fault fault) {
+    Filter filter(seccomp_init(SCMP_ACT_ALLOW));
+    if (!filter) Throw("seccomp_init");
+    for (const Calls& calls : kCalls) {
+        if ((calls.faults >> static_cast<unsigned>(fault) & 1) == 0) continue;
+        for (const char* name : calls.names) Watch(filter.get(), fault, calls, name);
+    }
+    return filter;
+}
+
+std::string NameOf(const seccomp_data& data) {
+    const std::unique_ptr<char, decltype(&free)> name(
+        seccomp_syscall_resolve_num_arch(data.arch, data.nr), free);
+    return name ? name.get() : "";
+}
+
+}  // namespace
+
+FaultyRun RunWithFault(Fault fault, std::size_t at, const std::string& program,
+                       const std::vector<std::string>& arguments) {
+    // 1. A thread puts the filter on itself and starts the program.
+    const Filter filter = MakeFilter(fault);
+    std::promise<pid_t> filtered;
+    auto result = std::async(std::launch::async, [&] {
+        const bool isLoaded = seccomp_load(filter.get()) == 0;
+        filtered.set_value(isLoaded ? gettid() : 0);
+        return isLoaded ? RunProgram(program, arguments) : ProcessResult();
+    });
+    const pid_t starter = filtered.get_future().get();
+    if (starter == 0) Throw("seccomp_load");
+    // 2. Every call that comes passes, but the one, until nobody is left to make any.
+    std::vector<std::string> calls;
+    pollfd listener{seccomp_notify_fd(filter.get()), POLLIN, 0};
+    for (; (listener.revents & POLLHUP) == 0; poll(&listener, 1, -1)) {
+        seccomp_notif request{};
+        if ((listener.revents & POLLIN) == 0) continue;
+        if (seccomp_notify_receive(listener.fd, &request) != 0) continue;  // killed meanwhile
+        seccomp_notif_resp response{request.id, 0, 0, SECCOMP_USER_NOTIF_FLAG_CONTINUE};
+        // What the thread that starts the program does itself is no business of the program.
+        const auto caller = static_cast<pid_t>(request.pid);
+        if (caller != starter) {
+            if (calls.size() == at && fault == Fault::kKill) {
+                kill(caller, SIGKILL);
+            } else if (calls.size() == at) {
+                response.flags = 0;
+                response.error = fault == Fault::kDiskFull ? -ENOSPC : -EACCES;
+            }
+            calls.push_back(NameOf(request.data));
+        }
+        seccomp_notify_respond(listener.fd, &response);
+    }
+    return {result.get(), std::move(calls)};
+}
+
+void RunOutOfThreads() {
+    const rlimit none{0, 0};
+    if (setrlimit(RLIMIT_NPROC, &none) != 0) Throw("setrlimit");
+}

@@ -1,5 +1,0 @@
-#include "tests/support/registry_tool.h"
-
-std::string RegistryTool() {
-    return "snreg";
-}
