@@ -9,6 +9,7 @@
 
 #include "client/sncryptd/places.h"
 #include "client/sncryptd/requests.h"
+#include "client/sncryptd/workers.h"
 #include "common/console_text.h"
 #include "common/format.h"
 #include "common/handles.h"
@@ -87,17 +88,25 @@ std::optional<Client> ClientOf(HANDLE instance) {
 
 // --- The pipe -----------------------------------------------------------------------------------
 
+// A client in its place. The connection goes before the place does, so there is an instance for
+// each.
+struct Connection {
+    Visit visit;
+    UniqueHandle instance;
+};
+
 class Server {
   public:
     [[noreturn]] void Run();
 
   private:
     static UniqueHandle NewInstance(DWORD flags);
-    static void Serve(HANDLE instance, const Client& client);
+    static void Serve(const Connection& connection);
     bool Admit(UniqueHandle& instance);
     [[noreturn]] void AcceptClients(UniqueHandle instance);
 
     Places places_;
+    Workers<Connection> workers_{Serve};
 };
 
 UniqueHandle Server::NewInstance(DWORD flags) {
@@ -115,14 +124,15 @@ UniqueHandle Server::NewInstance(DWORD flags) {
 }
 
 // Answers one request. What is too long or no message gets no answer.
-void Server::Serve(HANDLE instance, const Client& client) try {
+void Server::Serve(const Connection& connection) try {
+    const HANDLE instance = connection.instance.get();
     SecureBytes message(kLargestMessage);
     DWORD size = 0;
     if (ReceiveMessage(instance, message.data(), kLargestMessage, size,
                        kRequestLimitMilliseconds) != ERROR_SUCCESS) {
         return;
     }
-    const SecureBytes reply = Answer({message.data(), size}, client);
+    const SecureBytes reply = Answer({message.data(), size}, connection.visit.Guest());
     if (!reply.empty() && SendMessageTo(instance, reply.data(), static_cast<DWORD>(reply.size()),
                                         kReplyLimitMilliseconds) == ERROR_SUCCESS) {
         // A reply that was not read yet goes with the connection: the client hangs up first.
@@ -132,20 +142,15 @@ void Server::Serve(HANDLE instance, const Client& client) try {
     // Memory ran out: this client gets no answer.
 }
 
-// Hands an instance's client to a thread of its own, with the instance, in whose stead a new one
-// comes. False when the client is not to be served.
+// Hands an instance's client to the workers, with the instance, in whose stead a new one comes.
+// False when the client is not to be served.
 bool Server::Admit(UniqueHandle& instance) try {
     std::optional<Client> client = ClientOf(instance.get());
     if (!client || !places_.Take(*client)) return false;
     Visit visit(places_, std::move(*client));
     UniqueHandle next = NewInstance(0);
     if (!next) return false;
-    // The connection goes before the place does, so there is an instance for each.
-    std::thread([visit = std::move(visit),
-                 own = std::exchange(instance, std::move(next))]() mutable {
-        Serve(own.get(), visit.Guest());
-        own.reset();
-    }).detach();
+    workers_.Take({std::move(visit), std::exchange(instance, std::move(next))});
     return true;
 } catch (const std::exception&) {
     return false;  // no thread or no memory is to be had: this client gets no answer
