@@ -407,6 +407,7 @@ TEST(Getopt, FollowsTheConventionsForWideWords) {
 // --- Log ----------------------------------------------------------------------------------------
 
 TEST_F(UtilsDll, LinesOfSeveralProcessesStayWhole) {
+    SKIP_WITHOUT(kWholeAppends);
     constexpr int kLines = 200;
     if (!Role().empty()) {
         const SN_LOG_HANDLE log = log_initialize(TEXT("SA_TEST"));

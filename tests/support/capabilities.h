@@ -19,6 +19,7 @@ inline const std::string kThreadLanguages = "languages of threads";
 inline const std::string kFilePermissions = "permissions of files";
 inline const std::string kDataProtection = "data protection";
 inline const std::string kWholeCopies = "files copied at once";
+inline const std::string kWholeAppends = "files appended to at once";
 inline const std::string kFirstInstances = "pipes served alone";
 inline const std::string kOrderOfValues = "values in their order";
 inline const std::string kCopiesInside = "keys copied into themselves";
