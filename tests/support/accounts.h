@@ -1,29 +1,18 @@
-// Accounts, sessions and processes of other users, each in the system's own way.
+// Users of the machine by choice, as the layer keeps them: a test asks for the capability first.
 #pragma once
 
-#include <filesystem>
-#include <string>
-#include <vector>
-
-#include "tests/support/process.h"
+#include "tests/support/machine.h"
 
 // Lets a user be logged on to a session of the machine, by account name or number.
-void LogOn(const std::filesystem::path& endpoint, unsigned session, const std::string& user);
-
-// Processes that start from now on have virtualization switched on.
-void SwitchVirtualizationOn(const std::filesystem::path& endpoint);
-
-// The account that owns a file.
-unsigned OwnerOf(const std::filesystem::path& path);
-// Makes a file that only the process's own account and its group may read.
-void HideFromStrangers(const std::filesystem::path& path);
-
-// The groups that the calling thread acts for.
-std::vector<unsigned> GroupsOfThread();
+inline void LogOn(const std::filesystem::path& endpoint, unsigned session,
+                  const std::string& user) {
+    std::filesystem::create_directories(endpoint / "sessions");
+    WriteWholeFile(endpoint / "sessions" / std::to_string(session), user + "\n");
+}
 
 // Starts a program that does nothing for a minute, under the file name given by `path`.
-BackgroundProcess StartWaitingProgram(const std::filesystem::path& path,
-                                      const ProcessOptions& options = {});
-
-// The variable by which a process tells its session where the machine keeps none.
-std::pair<std::string, std::string> SessionVariable(unsigned session);
+inline BackgroundProcess StartWaitingProgram(const std::filesystem::path& path,
+                                             const ProcessOptions& options) {
+    std::filesystem::copy_file("/bin/sleep", path);
+    return {path.string(), {"60"}, options};
+}

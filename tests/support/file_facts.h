@@ -8,3 +8,6 @@ bool OnlyOwnerMayUse(const std::filesystem::path& path);
 
 // True when every account may read and write it.
 bool EveryoneMayWrite(const std::filesystem::path& path);
+
+// The number of the account that owns it, where accounts have numbers.
+unsigned OwnerOf(const std::filesystem::path& path);

@@ -13,3 +13,8 @@ bool EveryoneMayWrite(const fs::path& path) {
     struct stat info {};
     return lstat(path.c_str(), &info) == 0 && (info.st_mode & 0666) == 0666;
 }
+
+unsigned OwnerOf(const fs::path& path) {
+    struct stat info {};
+    return lstat(path.c_str(), &info) == 0 ? info.st_uid : ~0U;
+}

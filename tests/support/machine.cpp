@@ -2,6 +2,7 @@
 
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <utility>
 
 #include "tests/support/machine_port.h"
@@ -22,7 +23,8 @@ std::vector<std::string> ArgumentsOfRunningTest() {
 // The folder of this process's machines: the same for all its tests, since a process decides on its
 // endpoint once.
 fs::path FreshRoot() {
-    static const fs::path root = MakeUniqueFolder();
+    static const fs::path root =
+        fs::temp_directory_path() / ("sentrel-test-" + std::to_string(std::random_device()()));
     fs::create_directory(root);
     fs::permissions(root, fs::perms(0755));
     return root;
@@ -36,14 +38,16 @@ MachineTest::MachineTest()
         root_ = FreshRoot();
         MakeFreshMachine();
         fs::create_directory(EndpointFolder());
-        fs::create_directory(TemporaryFolder());
-        fs::create_directory(ScratchFolder());
-        OpenToEveryAccount(TemporaryFolder());
-        OpenToEveryAccount(ScratchFolder());
+        for (const fs::path& folder : {TemporaryFolder(), ScratchFolder()}) {
+            fs::create_directory(folder);
+            fs::permissions(folder, fs::perms(01777));
+        }
         SetVariable(kMachineVariable, root_.string());
     }
     NameEndpoint(EndpointFolder());
-    SetTemporaryFolder(TemporaryFolder());
+    for (const char* name : {"TMPDIR", "TMP", "TEMP"}) {
+        SetVariable(name, TemporaryFolder().string());
+    }
 }
 
 MachineTest::~MachineTest() {

@@ -18,8 +18,6 @@
 class MachineTest : public testing::Test {
   protected:
     MachineTest();
-    MachineTest(const MachineTest&) = delete;
-    MachineTest& operator=(const MachineTest&) = delete;
     ~MachineTest() override;
 
     // The folder that is "the machine".

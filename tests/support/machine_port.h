@@ -9,16 +9,9 @@ void MakeFreshMachine();
 // Names the endpoint to this process and to those that it starts.
 void NameEndpoint(const std::filesystem::path& endpoint);
 
-// Makes a new folder with a unique name.
-std::filesystem::path MakeUniqueFolder();
 // Makes the file known by another name, too, where it stays as long as the test.
 void LinkFile(const std::filesystem::path& file, const std::filesystem::path& name);
-// Lets every account make files in the folder, as in the system's own temporary folder.
-void OpenToEveryAccount(const std::filesystem::path& folder);
 
 // Environment of this process; reading a variable that is not set gives an empty text.
 void SetVariable(const std::string& name, const std::string& value);
 std::string ReadVariable(const std::string& name);
-
-// Names the folder of temporary files to this process and to those that it starts.
-void SetTemporaryFolder(const std::filesystem::path& folder);

@@ -49,14 +49,6 @@ void NameEndpoint(const fs::path& endpoint) {
                     static_cast<DWORD>((folder.size() + 1) * sizeof(WCHAR)));
 }
 
-fs::path MakeUniqueFolder() {
-    fs::path path =
-        fs::temp_directory_path() / ("sentrel-test-" + std::to_string(GetCurrentProcessId()));
-    fs::remove_all(path);
-    fs::create_directory(path);
-    return path;
-}
-
 void LinkFile(const fs::path& file, const fs::path& name) {
     // What this process has loaded cannot be removed, by any of its names.
     std::error_code error;
@@ -67,8 +59,6 @@ void LinkFile(const fs::path& file, const fs::path& name) {
     fs::copy_file(file, name);
 }
 
-void OpenToEveryAccount(const fs::path& /*folder*/) {}
-
 void SetVariable(const std::string& name, const std::string& value) {
     _wputenv_s(Utf8ToWide(name).c_str(), Utf8ToWide(value).c_str());
 }
@@ -76,8 +66,4 @@ void SetVariable(const std::string& name, const std::string& value) {
 std::string ReadVariable(const std::string& name) {
     const WCHAR* const value = _wgetenv(Utf8ToWide(name).c_str());
     return value == nullptr ? "" : WideToUtf8(value);
-}
-
-void SetTemporaryFolder(const fs::path& folder) {
-    for (const char* name : {"TMP", "TEMP"}) SetVariable(name, folder.string());
 }
