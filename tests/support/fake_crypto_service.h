@@ -45,14 +45,10 @@ class FakeService {
           thread_([this, clients, answer = std::move(answer)] {
               for (int i = 0; i < clients; ++i) Serve(answer);
           }) {}
-    FakeService(const FakeService&) = delete;
-    FakeService& operator=(const FakeService&) = delete;
-    ~FakeService() { thread_.join(); }
 
     // What it was asked; once all clients were served.
     const std::vector<Received>& Requests() {
-        thread_.join();
-        thread_ = std::thread([] {});
+        if (thread_.joinable()) thread_.join();
         return requests_;
     }
 
@@ -80,7 +76,7 @@ class FakeService {
 
     const UniqueHandle instance_;
     std::vector<Received> requests_;
-    std::thread thread_;
+    std::jthread thread_;  // which the others outlive
 };
 
 // The bytes that are asked for, each with this value.

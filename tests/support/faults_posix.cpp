@@ -16,40 +16,44 @@
 
 namespace {
 
-// The faults that can strike a call, and how it tells that it is one that changes files.
+// The faults that can strike a call.
 constexpr unsigned kKills = 1U << static_cast<unsigned>(Fault::kKill);
+constexpr unsigned kDenies = 1U << static_cast<unsigned>(Fault::kAccessDenied);
 constexpr unsigned kSpace = kKills | 1U << static_cast<unsigned>(Fault::kDiskFull);
-constexpr unsigned kRights = kKills | 1U << static_cast<unsigned>(Fault::kAccessDenied);
-enum class Changes { kAlways, kByFlags, kByDescriptor };
+constexpr unsigned kRights = kKills | kDenies;
+
+// What holds of a call's arguments when it changes files.
+using Condition = std::vector<scmp_arg_cmp>;
+const Condition kAlways;
+const Condition kNoStandardFile = {{0, SCMP_CMP_GT, STDERR_FILENO, 0}};  // which nobody watches
+Condition HasFlag(unsigned argument, scmp_datum_t flag) {
+    return {{argument, SCMP_CMP_MASKED_EQ, flag, flag}};
+}
+
 struct Calls {
     unsigned faults;
-    Changes changes;
-    unsigned argument;  // the place of their flags, or of their file's descriptor
+    std::vector<Condition> conditions;  // one of them is enough
     std::vector<const char*> names;
 };
 // clang-format off
 const Calls kCalls[] = {
-    {kSpace | kRights, Changes::kByFlags, 1, {"open"}},
-    {kSpace | kRights, Changes::kByFlags, 2, {"openat"}},
-    {kSpace, Changes::kByDescriptor, 0, {"write", "writev"}},
-    {kSpace, Changes::kAlways, 0,
+    {kSpace | kRights, {HasFlag(1, O_CREAT), HasFlag(1, O_TRUNC)}, {"open"}},
+    {kSpace | kRights, {HasFlag(2, O_CREAT), HasFlag(2, O_TRUNC)}, {"openat"}},
+    // To open a file for writing takes rights, but changes nothing yet.
+    {kDenies, {HasFlag(1, O_WRONLY), HasFlag(1, O_RDWR)}, {"open"}},
+    {kDenies, {HasFlag(2, O_WRONLY), HasFlag(2, O_RDWR)}, {"openat"}},
+    {kSpace, {kNoStandardFile}, {"write", "writev"}},
+    {kSpace, {kAlways},
      {"pwrite64", "pwritev", "pwritev2", "sendfile", "copy_file_range", "ftruncate", "fallocate",
       "fsync", "fdatasync"}},
-    {kSpace | kRights, Changes::kAlways, 0,
+    {kSpace | kRights, {kAlways},
      {"creat", "truncate", "rename", "renameat", "renameat2", "link", "linkat", "symlink",
       "symlinkat", "mkdir", "mkdirat"}},
-    {kRights, Changes::kAlways, 0,
+    {kRights, {kAlways},
      {"unlink", "unlinkat", "rmdir", "chmod", "fchmod", "fchmodat", "chown", "fchown", "lchown",
       "fchownat"}},
 };
 // clang-format on
-
-// Of these flags each makes an opening one that the fault can strike. To open a file for writing
-// takes rights, but changes nothing yet.
-std::vector<scmp_datum_t> FlagsOfOpening(Fault fault) {
-    if (fault == Fault::kAccessDenied) return {O_CREAT, O_TRUNC, O_WRONLY, O_RDWR};
-    return {O_CREAT, O_TRUNC};
-}
 
 [[noreturn]] void Throw(const char* what) {
     throw std::runtime_error(what);
@@ -65,34 +69,21 @@ struct ReleaseFilter {
 };
 using Filter = std::unique_ptr<void, ReleaseFilter>;
 
-void Watch(scmp_filter_ctx filter, Fault fault, const Calls& calls, const char* name) {
-    const int number = seccomp_syscall_resolve_name(name);
-    if (number < 0) return;  // a call that this processor's system does not have
-    const auto when = [&](std::vector<scmp_arg_cmp> conditions) {
-        if (seccomp_rule_add_array(filter, SCMP_ACT_NOTIFY, number,
-                                   static_cast<unsigned>(conditions.size()),
-                                   conditions.data()) != 0) {
-            Throw(name);
-        }
-    };
-    switch (calls.changes) {
-        case Changes::kAlways:
-            return when({});
-        case Changes::kByDescriptor:  // standard output and its like are no files to watch
-            return when({{calls.argument, SCMP_CMP_GT, STDERR_FILENO, 0}});
-        case Changes::kByFlags:
-            for (const scmp_datum_t flag : FlagsOfOpening(fault)) {
-                when({{calls.argument, SCMP_CMP_MASKED_EQ, flag, flag}});
-            }
-    }
-}
-
 Filter MakeFilter(Fault fault) {
     Filter filter(seccomp_init(SCMP_ACT_ALLOW));
     if (!filter) Throw("seccomp_init");
     for (const Calls& calls : kCalls) {
         if ((calls.faults >> static_cast<unsigned>(fault) & 1) == 0) continue;
-        for (const char* name : calls.names) Watch(filter.get(), fault, calls, name);
+        for (const char* name : calls.names) {
+            const int number = seccomp_syscall_resolve_name(name);
+            if (number < 0) continue;  // a call that this processor's system does not have
+            for (const Condition& when : calls.conditions) {
+                if (seccomp_rule_add_array(filter.get(), SCMP_ACT_NOTIFY, number,
+                                           static_cast<unsigned>(when.size()), when.data()) != 0) {
+                    Throw(name);
+                }
+            }
+        }
     }
     return filter;
 }

@@ -5,8 +5,11 @@
 #include <client_export.h>
 #include <config_plugin.h>
 
+#include <filesystem>
+#include <fstream>
+
 #include "common/handles.h"
-#include "common/path.h"
+#include "common/text.h"
 
 #define PROBE_EXPORT extern "C" CLIENT_EXPORT
 
@@ -14,7 +17,7 @@ namespace {
 
 const int anchor = 0;
 
-WString OwnPath() {
+std::filesystem::path OwnPath() {
     HMODULE self = nullptr;
     WCHAR path[1024] = {};
     GetModuleHandleExW(
@@ -33,17 +36,11 @@ void LetTheTestLook() {
 }
 
 int Tell(const WString& call) {
-    const WString folder = FolderOfPath(OwnPath());
-    WString library = FileNameOfPath(OwnPath());
-    library = library.substr(0, library.find('.'));
-    const std::string line = WideToUtf8(library + TEXT(" ") + call + TEXT("\n"));
-    const UniqueHandle file(CreateFileW(JoinPath(folder, TEXT("calls")).c_str(), FILE_APPEND_DATA,
-                                        FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS,
-                                        FILE_ATTRIBUTE_NORMAL, nullptr));
-    DWORD written = 0;
-    WriteFile(file.get(), line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
+    const std::filesystem::path self = OwnPath();
+    std::ofstream(self.parent_path() / "calls", std::ios::app | std::ios::binary)
+        << self.stem().string() << " " << WideToUtf8(call) << "\n";
     LetTheTestLook();
-    return GetFileAttributesW(JoinPath(folder, TEXT("fail")).c_str()) != INVALID_FILE_ATTRIBUTES;
+    return std::filesystem::exists(self.parent_path() / "fail") ? 1 : 0;
 }
 
 }  // namespace

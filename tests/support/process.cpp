@@ -8,8 +8,6 @@ using Clock = std::chrono::steady_clock;
 
 struct BackgroundProcess::Watch {
     explicit Watch(std::unique_ptr<ChildProcess> child) : process(std::move(child)) {}
-    Watch(const Watch&) = delete;
-    Watch& operator=(const Watch&) = delete;
     ~Watch() { Kill(); }
 
     // Takes what there is of it, after its end or so much time.

@@ -117,19 +117,13 @@ class PosixProcess : public ChildProcess {
         }
         // 3. Its account, that of a thread which goes at once.
         pid_t id = 0;
-        const auto start = [&] {
-            return posix_spawn(&id, program.c_str(), &actions, nullptr, Pointers(words).data(),
-                               Pointers(variables).data());
-        };
         int error = 0;
-        if (options.account) {
-            std::thread([&] {
-                error = BecomeAccount(*options.account);
-                if (error == 0) error = start();
-            }).join();
-        } else {
-            error = start();
-        }
+        std::thread([&] {
+            if (options.account) error = BecomeAccount(*options.account);
+            if (error != 0) return;
+            error = posix_spawn(&id, program.c_str(), &actions, nullptr, Pointers(words).data(),
+                                Pointers(variables).data());
+        }).join();
         posix_spawn_file_actions_destroy(&actions);
         ThrowUnless(error == 0, program, error);
         return id;
