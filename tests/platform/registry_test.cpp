@@ -3,13 +3,10 @@
 #include <shlwapi.h>
 #include <wtsapi32.h>
 
-#include <chrono>
 #include <cstring>
-#include <thread>
 
 #include "tests/support/accounts.h"
 #include "tests/support/file_facts.h"
-#include "tests/support/machine.h"
 #include "tests/support/registry.h"
 
 namespace {
@@ -23,19 +20,20 @@ constexpr WCHAR kRoot[] = TEXT("Software\\Verdane\\Test");
 constexpr LSTATUS kOk = ERROR_SUCCESS;
 constexpr LSTATUS kMissing = ERROR_FILE_NOT_FOUND;
 constexpr LSTATUS kDenied = ERROR_ACCESS_DENIED;
-constexpr LSTATUS kMoreData = ERROR_MORE_DATA;
 constexpr LSTATUS kDeleted = ERROR_KEY_DELETED;
 
 // A key that is opened or made, one after another.
 class Key : public UniqueRegKey {
   public:
+    Key() = default;
+    Key(HKEY parent, const Text& path) { EXPECT_EQ(Create(parent, path), kOk); }
+
     LSTATUS Open(HKEY parent, const Text& path, REGSAM rights) {
         return RegOpenKeyExW(parent, path.c_str(), 0, rights, put());
     }
-    LSTATUS Create(HKEY parent, const Text& path, REGSAM rights = KEY_ALL_ACCESS,
-                   DWORD* disposition = nullptr) {
+    LSTATUS Create(HKEY parent, const Text& path, REGSAM rights = KEY_ALL_ACCESS) {
         return RegCreateKeyExW(parent, path.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, rights,
-                               nullptr, put(), disposition);
+                               nullptr, put(), nullptr);
     }
 };
 
@@ -48,14 +46,10 @@ LSTATUS SetNumber(HKEY key, const Text& name, DWORD number) {
                           sizeof number);
 }
 
-Bytes Data(HKEY key, const Text& name) {
-    return RawValue(key, name.c_str());
-}
-
 // The number of a value, or 0xDEAD when it cannot be read.
 DWORD Number(HKEY key, const Text& name) {
     DWORD number = 0xDEAD;
-    const Bytes data = Data(key, name);
+    const Bytes data = RawValue(key, TEXT(""), name.c_str());
     if (data.size() == sizeof number) std::memcpy(&number, data.data(), sizeof number);
     return number;
 }
@@ -64,66 +58,41 @@ LSTATUS Exists(HKEY key, const WCHAR* name) {
     return RegQueryValueExW(key, name, nullptr, nullptr, nullptr, nullptr);
 }
 
-// The name that RegEnumKeyExW or RegEnumValueW gives at an index.
+// Finds the name that RegEnumKeyExW or RegEnumValueW gives at an index.
 template <typename Enumerate>
-LSTATUS NameAt(Enumerate enumerate, HKEY key, std::size_t index, Text& name) {
+LSTATUS FindName(Enumerate enumerate, HKEY key, std::size_t index = 0, Text* name = nullptr) {
     WCHAR buffer[1024];
     DWORD size = 1024;
     const LSTATUS result = enumerate(key, static_cast<DWORD>(index), buffer, &size, nullptr,
                                      nullptr, nullptr, nullptr);
-    if (result == kOk) name.assign(buffer, size);
+    if (result == kOk && name != nullptr) name->assign(buffer, size);
     return result;
-}
-template <typename Enumerate>
-LSTATUS FirstOf(Enumerate enumerate, HKEY key) {
-    Text name;
-    return NameAt(enumerate, key, 0, name);
 }
 template <typename Enumerate>
 std::vector<Text> Names(Enumerate enumerate, HKEY key) {
     std::vector<Text> names;
-    for (Text name; NameAt(enumerate, key, names.size(), name) == kOk;) names.push_back(name);
+    for (Text name; FindName(enumerate, key, names.size(), &name) == kOk;) names.push_back(name);
     return names;
 }
 
-LSTATUS DeleteTree(HKEY key, const WCHAR* path) {
-    return static_cast<LSTATUS>(SHDeleteKeyW(key, path));
-}
-
-LSTATUS CopyTree(HKEY source, const WCHAR* path, HKEY destination) {
-    return static_cast<LSTATUS>(SHCopyKeyW(source, path, destination, 0));
-}
-
-// A key of the machine that is the test's own, made anew.
+// A key of the machine that is the test's own.
 class Registry : public MachineTest {
   protected:
-    Registry() {
-        if (!Role().empty()) return;
-        DeleteTree(HKEY_LOCAL_MACHINE, kRoot);
-        EXPECT_EQ(root_.Create(HKEY_LOCAL_MACHINE, kRoot), kOk);
-    }
-    ~Registry() override {
-        if (Role().empty()) DeleteTree(HKEY_LOCAL_MACHINE, kRoot);
-    }
-    Registry(const Registry&) = delete;
-    Registry& operator=(const Registry&) = delete;
     HKEY Root() const { return root_.get(); }
 
   private:
-    Key root_;
+    const Key root_ = Role().empty() ? Key(HKEY_LOCAL_MACHINE, kRoot) : Key();
 };
 
 TEST_F(Registry, NamesIgnoreCaseKeepTheirFormAndTheirOrder) {
     Key key;
-    for (const WCHAR* name : {TEXT("beta"), TEXT("Gamma"), TEXT("ALPHA"), TEXT("\u00E4hre"),
-                              TEXT("\u00C4HREN"), TEXT("SA_UI")}) {
-        ASSERT_EQ(key.Create(Root(), name), kOk);
+    for (const WCHAR* path :
+         {TEXT("beta"), TEXT("Gamma"), TEXT("ALPHA"), TEXT("\u00E4hre"), TEXT("\u00C4HREN"),
+          TEXT("SA_UI"), TEXT("gAMMA\\Sub"), TEXT("GAMMA\\sub")}) {
+        ASSERT_EQ(key.Create(Root(), path), kOk);
     }
-    DWORD disposition = 0;
-    ASSERT_EQ(key.Create(Root(), TEXT("gAMMA\\Sub"), KEY_READ, &disposition), kOk);
-    EXPECT_EQ(disposition, static_cast<DWORD>(REG_CREATED_NEW_KEY));
-    ASSERT_EQ(key.Create(Root(), TEXT("GAMMA\\sub"), KEY_READ, &disposition), kOk);
-    EXPECT_EQ(disposition, static_cast<DWORD>(REG_OPENED_EXISTING_KEY));
+    EXPECT_EQ(Names(RegEnumKeyExW, Key(Root(), TEXT("gamma")).get()),
+              std::vector{Text(TEXT("Sub"))});
     EXPECT_EQ(key.Open(Root(), TEXT("\u00E4hren"), KEY_READ), kOk);
     EXPECT_EQ(Names(RegEnumKeyExW, Root()),
               (std::vector<Text>{TEXT("ALPHA"), TEXT("beta"), TEXT("Gamma"), TEXT("SA_UI"),
@@ -155,7 +124,8 @@ TEST_F(Registry, ReadsValuesByTheRulesOfTheBuffer) {
 
     BYTE buffer[8] = {0xEE, 0xEE, 0xEE, 0xEE};
     size = 2;
-    EXPECT_EQ(RegQueryValueExW(Root(), TEXT("v"), nullptr, nullptr, buffer, &size), kMoreData);
+    EXPECT_EQ(RegQueryValueExW(Root(), TEXT("v"), nullptr, nullptr, buffer, &size),
+              ERROR_MORE_DATA);
     EXPECT_EQ(size, 3u);
     EXPECT_EQ(RegQueryValueExW(Root(), TEXT("v"), nullptr, nullptr, buffer, &size), kOk);
     EXPECT_EQ(Bytes(buffer, buffer + 4), (Bytes{'a', 0, 'b', 0xEE}));
@@ -171,13 +141,12 @@ TEST_F(Registry, ReadsValuesByTheRulesOfTheBuffer) {
     Bytes large(1 << 20);
     for (std::size_t i = 0; i < large.size(); ++i) large[i] = static_cast<BYTE>(i * 31 >> 4);
     ASSERT_EQ(SetBytes(Root(), TEXT("V"), REG_BINARY, large), kOk);
-    EXPECT_EQ(Data(Root(), TEXT("v")), large);
+    EXPECT_EQ(RawValue(Root(), TEXT(""), TEXT("v")), large);
 }
 
 TEST_F(Registry, HandlesDoOnlyWhatTheyWereOpenedFor) {
     ASSERT_EQ(SetNumber(Root(), TEXT("n"), 1), kOk);
-    Key key;
-    ASSERT_EQ(key.Create(Root(), TEXT("sub")), kOk);
+    Key key(Root(), TEXT("sub"));
     const struct {
         REGSAM rights;
         bool queries, enumerates, sets;
@@ -194,8 +163,8 @@ TEST_F(Registry, HandlesDoOnlyWhatTheyWereOpenedFor) {
         SCOPED_TRACE(expected.rights);
         ASSERT_EQ(key.Open(Root(), TEXT(""), expected.rights), kOk);
         EXPECT_EQ(Exists(key.get(), TEXT("n")), expected.queries ? kOk : kDenied);
-        EXPECT_EQ(FirstOf(RegEnumValueW, key.get()), expected.queries ? kOk : kDenied);
-        EXPECT_EQ(FirstOf(RegEnumKeyExW, key.get()), expected.enumerates ? kOk : kDenied);
+        EXPECT_EQ(FindName(RegEnumValueW, key.get()), expected.queries ? kOk : kDenied);
+        EXPECT_EQ(FindName(RegEnumKeyExW, key.get()), expected.enumerates ? kOk : kDenied);
         EXPECT_EQ(SetNumber(key.get(), TEXT("n"), 2), expected.sets ? kOk : kDenied);
         EXPECT_EQ(SetNumber(key.get(), TEXT("new"), 2), expected.sets ? kOk : kDenied);
         EXPECT_EQ(RegDeleteValueW(key.get(), TEXT("new")), expected.sets ? kOk : kDenied);
@@ -203,26 +172,23 @@ TEST_F(Registry, HandlesDoOnlyWhatTheyWereOpenedFor) {
 }
 
 TEST_F(Registry, DeletesKeysUnderOpenHandles) {
-    Key parent;
-    Key child;
-    ASSERT_EQ(parent.Create(Root(), TEXT("p")), kOk);
-    ASSERT_EQ(child.Create(parent.get(), TEXT("c\\d\\e")), kOk);
-    ASSERT_EQ(child.Open(parent.get(), TEXT("c"), KEY_ALL_ACCESS), kOk);
+    const Key parent(Root(), TEXT("p"));
+    const Key child(parent.get(), TEXT("c"));
+    const Key deep(child.get(), TEXT("d\\e"));
     ASSERT_EQ(SetNumber(child.get(), TEXT("n"), 1), kOk);
     EXPECT_EQ(RegDeleteKeyW(Root(), TEXT("p")), kDenied);
     EXPECT_EQ(RegDeleteKeyW(Root(), TEXT("q")), kMissing);
-    EXPECT_EQ(DeleteTree(Root(), TEXT("q")), kMissing);
-    EXPECT_EQ(DeleteTree(Root(), TEXT("P")), kOk);
+    EXPECT_EQ(SHDeleteKeyW(Root(), TEXT("q")), kMissing);
+    EXPECT_EQ(SHDeleteKeyW(Root(), TEXT("P")), kOk);
     EXPECT_TRUE(Names(RegEnumKeyExW, Root()).empty());
 
     // The handles outlive their keys, and do not come to name the new one.
-    Key again;
-    ASSERT_EQ(again.Create(Root(), TEXT("p\\c")), kOk);
+    Key again(Root(), TEXT("p\\c"));
     EXPECT_EQ(Exists(child.get(), TEXT("n")), kDeleted);
     EXPECT_EQ(SetNumber(child.get(), TEXT("n"), 1), kDeleted);
     EXPECT_EQ(RegDeleteValueW(child.get(), TEXT("n")), kDeleted);
-    EXPECT_EQ(FirstOf(RegEnumKeyExW, child.get()), kDeleted);
-    EXPECT_EQ(FirstOf(RegEnumValueW, child.get()), kDeleted);
+    EXPECT_EQ(FindName(RegEnumKeyExW, child.get()), kDeleted);
+    EXPECT_EQ(FindName(RegEnumValueW, child.get()), kDeleted);
     EXPECT_EQ(again.Open(parent.get(), TEXT("c"), KEY_READ), kDeleted);
     EXPECT_EQ(again.Create(parent.get(), TEXT("x")), kDeleted);
     ASSERT_EQ(again.Open(Root(), TEXT("p\\c"), KEY_READ), kOk);
@@ -232,55 +198,46 @@ TEST_F(Registry, DeletesKeysUnderOpenHandles) {
 }
 
 TEST_F(Registry, CopiesTreesBetweenHivesAndIntoThemselves) {
-    Key key;
-    ASSERT_EQ(key.Create(Root(), TEXT("from\\x\\y")), kOk);
-    ASSERT_EQ(SetNumber(key.get(), TEXT("deep"), 3), kOk);
-    ASSERT_EQ(key.Open(Root(), TEXT("from"), KEY_ALL_ACCESS), kOk);
-    ASSERT_EQ(SetNumber(key.get(), TEXT("n"), 1), kOk);
-    Key to;
-    ASSERT_EQ(to.Create(HKEY_CURRENT_USER, kRoot), kOk);
+    ASSERT_EQ(SetNumber(Key(Root(), TEXT("from\\x\\y")).get(), TEXT("deep"), 3), kOk);
+    ASSERT_EQ(SetNumber(Key(Root(), TEXT("from")).get(), TEXT("n"), 1), kOk);
+    const Key to(HKEY_CURRENT_USER, kRoot);
     ASSERT_EQ(SetNumber(to.get(), TEXT("n"), 9), kOk);
     ASSERT_EQ(SetNumber(to.get(), TEXT("kept"), 4), kOk);
-    EXPECT_EQ(CopyTree(Root(), TEXT("from"), to.get()), kOk);
+    EXPECT_EQ(SHCopyKeyW(Root(), TEXT("from"), to.get(), 0), kOk);
     EXPECT_EQ(Number(to.get(), TEXT("n")), 1u);
     EXPECT_EQ(Number(to.get(), TEXT("kept")), 4u);
-    Key deep;
-    ASSERT_EQ(deep.Open(to.get(), TEXT("x\\y"), KEY_READ), kOk);
-    EXPECT_EQ(Number(deep.get(), TEXT("deep")), 3u);
+    EXPECT_EQ(Number(Key(to.get(), TEXT("x\\y")).get(), TEXT("deep")), 3u);
 
-    Key readOnly;
-    ASSERT_EQ(readOnly.Open(HKEY_CURRENT_USER, kRoot, KEY_READ), kOk);
-    EXPECT_EQ(CopyTree(Root(), TEXT("from"), readOnly.get()), kDenied);
+    Key key;
+    ASSERT_EQ(key.Open(HKEY_CURRENT_USER, kRoot, KEY_READ), kOk);
+    EXPECT_EQ(SHCopyKeyW(Root(), TEXT("from"), key.get(), 0), kDenied);
 
     SKIP_WITHOUT(kCopiesInside);
-    Key inside;
-    ASSERT_EQ(inside.Create(Root(), TEXT("from\\x\\in"), 0x20006), kOk);
-    EXPECT_EQ(CopyTree(Root(), TEXT("from"), inside.get()), kOk);
-    ASSERT_EQ(deep.Open(Root(), TEXT("from\\x\\in\\x\\y"), KEY_READ), kOk);
-    EXPECT_EQ(deep.Open(Root(), TEXT("from\\x\\in\\x\\in\\x"), KEY_READ), kMissing);
+    ASSERT_EQ(key.Create(Root(), TEXT("from\\x\\in"), 0x20006), kOk);
+    EXPECT_EQ(SHCopyKeyW(Root(), TEXT("from"), key.get(), 0), kOk);
+    ASSERT_EQ(key.Open(Root(), TEXT("from\\x\\in\\x\\y"), KEY_READ), kOk);
+    EXPECT_EQ(key.Open(Root(), TEXT("from\\x\\in\\x\\in\\x"), KEY_READ), kMissing);
 }
 
 TEST_F(Registry, ManyProcessesLoseNoWrite) {
     constexpr DWORD kWrites = 150;
     if (!Role().empty()) {
         const Text part(1, static_cast<WCHAR>(Role()[0]));
+        const Text shared = Text(kRoot) + TEXT("\\shared");
         for (DWORD i = 0; i < kWrites; ++i) {
-            Key key;
-            ASSERT_EQ(key.Create(HKEY_LOCAL_MACHINE, Text(kRoot) + TEXT("\\shared\\") + part), kOk);
-            ASSERT_EQ(SetNumber(key.get(), part + static_cast<WCHAR>(0x4E00 + i), i), kOk);
-            ASSERT_EQ(key.Open(HKEY_LOCAL_MACHINE, Text(kRoot) + TEXT("\\shared"), KEY_WRITE), kOk);
-            ASSERT_EQ(SetNumber(key.get(), part + static_cast<WCHAR>(0x4E00 + i), i), kOk);
+            for (const Text& path : {shared + TEXT("\\") + part, shared}) {
+                const Key key(HKEY_LOCAL_MACHINE, path);
+                ASSERT_EQ(SetNumber(key.get(), part + static_cast<WCHAR>(0x4E00 + i), i), kOk);
+            }
         }
         return;
     }
     RunRoles(4);
-    Key shared;
-    ASSERT_EQ(shared.Open(Root(), TEXT("shared"), KEY_READ), kOk);
+    const Key shared(Root(), TEXT("shared"));
     EXPECT_EQ(Names(RegEnumValueW, shared.get()).size(), 4 * kWrites);
     EXPECT_EQ(Names(RegEnumKeyExW, shared.get()).size(), 4u);
     for (const Text& part : Names(RegEnumKeyExW, shared.get())) {
-        Key key;
-        ASSERT_EQ(key.Open(shared.get(), part, KEY_READ), kOk);
+        const Key key(shared.get(), part);
         EXPECT_EQ(Names(RegEnumValueW, key.get()).size(), kWrites);
         EXPECT_EQ(Number(key.get(), part + static_cast<WCHAR>(0x4E00 + kWrites - 1)), kWrites - 1);
     }
@@ -288,31 +245,30 @@ TEST_F(Registry, ManyProcessesLoseNoWrite) {
 
 TEST_F(Registry, AKilledWriterLeavesTheOldValueOrTheNewOne) {
     constexpr std::size_t kSize = 60'000;
-    Key key;
     if (Role() == "reader") {
+        Key key;
         ASSERT_EQ(key.Open(HKEY_LOCAL_MACHINE, kRoot, KEY_READ), kOk);
         ASSERT_EQ(Number(key.get(), TEXT("after")), 1u);
         return;
     }
     if (Role() == "writer") {
-        ASSERT_EQ(key.Create(HKEY_LOCAL_MACHINE, kRoot), kOk);
+        const Key key(HKEY_LOCAL_MACHINE, kRoot);
         for (BYTE fill = 0;; ++fill) {
             ASSERT_EQ(SetBytes(key.get(), TEXT("v"), REG_BINARY, Bytes(kSize, fill)), kOk);
             Say("writing");
-            Key sub;
-            ASSERT_EQ(sub.Create(key.get(), TEXT("tree\\branch")), kOk);
-            ASSERT_EQ(DeleteTree(key.get(), TEXT("tree")), 0);
+            const Key branch(key.get(), TEXT("tree\\branch"));
+            ASSERT_EQ(SHDeleteKeyW(key.get(), TEXT("tree")), kOk);
         }
     }
     ASSERT_EQ(SetBytes(Root(), TEXT("v"), REG_BINARY, Bytes(kSize, 7)), kOk);
     bool changed = false;
     BYTE last = 7;
-    for (int round = 0; round < 25; ++round) {
+    for (DWORD round = 0; round < 25; ++round) {
         BackgroundProcess writer = StartRole("writer");
         ASSERT_TRUE(writer.WaitForOutput("writing"));
-        std::this_thread::sleep_for(std::chrono::milliseconds(3 * (round % 12)));
+        Sleep(3 * (round % 12));
         writer.Kill();
-        const Bytes data = Data(Root(), TEXT("v"));
+        const Bytes data = RawValue(Root(), TEXT(""), TEXT("v"));
         ASSERT_EQ(data, Bytes(kSize, data.at(0))) << "torn in round " << round;
         changed = changed || data[0] != last;
         last = data[0];
@@ -329,7 +285,7 @@ TEST_F(Registry, AnotherAccountReadsTheMachineButWritesOnlyItsOwnHive) {
         EXPECT_EQ(key.Open(HKEY_LOCAL_MACHINE, kRoot, KEY_READ), kOk);
         EXPECT_EQ(Number(key.get(), TEXT("n")), 5u);
         EXPECT_EQ(key.Open(HKEY_LOCAL_MACHINE, kRoot, KEY_READ | KEY_SET_VALUE), kDenied);
-        EXPECT_EQ(DeleteTree(HKEY_LOCAL_MACHINE, kRoot), kDenied);
+        EXPECT_EQ(SHDeleteKeyW(HKEY_LOCAL_MACHINE, kRoot), kDenied);
         EXPECT_EQ(key.Create(HKEY_LOCAL_MACHINE, TEXT("Software\\Other")), kDenied);
         EXPECT_EQ(key.Create(HKEY_LOCAL_MACHINE, kRoot, KEY_READ), kOk);
         EXPECT_EQ(key.Open(HKEY_LOCAL_MACHINE, kRoot, MAXIMUM_ALLOWED), kOk);
@@ -341,8 +297,7 @@ TEST_F(Registry, AnotherAccountReadsTheMachineButWritesOnlyItsOwnHive) {
         return;
     }
     SKIP_UNLESS_ADMINISTRATOR();
-    Key mine;
-    ASSERT_EQ(mine.Create(HKEY_CURRENT_USER, kRoot), kOk);
+    const Key mine(HKEY_CURRENT_USER, kRoot);
     ASSERT_EQ(SetNumber(mine.get(), TEXT("mine"), 1), kOk);
     ASSERT_EQ(SetNumber(Root(), TEXT("n"), 5), kOk);
     RunRole("stranger", As(kStranger));
@@ -360,8 +315,7 @@ TEST_F(Registry, OpensTheHiveOfTheImpersonatedUser) {
     ASSERT_TRUE(ImpersonateLoggedOnUser(token.get()));
     Key hive;
     ASSERT_EQ(RegOpenCurrentUser(KEY_ALL_ACCESS, hive.put()), kOk);
-    Key theirs;
-    EXPECT_EQ(theirs.Create(hive.get(), kRoot), kOk);
+    const Key theirs(hive.get(), kRoot);
     // What is opened now is opened with the user's rights; the machine's hive is reached by a
     // connection of the process's own, made before.
     Key key;

@@ -33,20 +33,15 @@ inline void SetRaw(HKEY root, const std::basic_string<WCHAR>& path, const WCHAR*
 }
 
 // The bytes of a value; none when it cannot be read.
-inline std::vector<BYTE> RawValue(HKEY key, const WCHAR* name) {
-    DWORD size = 0;
-    RegQueryValueExW(key, name, nullptr, nullptr, nullptr, &size);
-    std::vector<BYTE> bytes(size);
-    if (RegQueryValueExW(key, name, nullptr, nullptr, bytes.data(), &size) == ERROR_SUCCESS) {
-        return bytes;
-    }
-    return {};
-}
 inline std::vector<BYTE> RawValue(HKEY root, const std::basic_string<WCHAR>& path,
                                   const WCHAR* name) {
     UniqueRegKey key;
+    DWORD size = 0;
     RegOpenKeyExW(root, path.c_str(), 0, KEY_QUERY_VALUE, key.put());
-    return RawValue(key.get(), name);
+    RegQueryValueExW(key.get(), name, nullptr, nullptr, nullptr, &size);
+    std::vector<BYTE> bytes(size);
+    const LSTATUS result = RegQueryValueExW(key.get(), name, nullptr, nullptr, bytes.data(), &size);
+    return result == ERROR_SUCCESS ? bytes : std::vector<BYTE>();
 }
 // The text of a value, up to its terminator.
 inline std::basic_string<WCHAR> RawText(HKEY root, const std::basic_string<WCHAR>& path,
