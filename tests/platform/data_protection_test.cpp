@@ -1,8 +1,11 @@
 #include <windows.h>
 // (after the types)
+#include <bcrypt.h>
 #include <wtsapi32.h>
 
+#include <algorithm>
 #include <cstring>
+#include <optional>
 
 #include "common/handles.h"
 #include "tests/support/accounts.h"
@@ -13,38 +16,34 @@ namespace {
 constexpr DWORD kMachine = CRYPTPROTECT_LOCAL_MACHINE;
 constexpr DWORD kUser = CRYPTPROTECT_UI_FORBIDDEN;
 
-DATA_BLOB BlobOf(std::string& bytes) {
-    return {static_cast<DWORD>(bytes.size()), reinterpret_cast<BYTE*>(bytes.data())};
-}
-
-std::string TakeBytes(DATA_BLOB& blob) {
-    std::string bytes(reinterpret_cast<char*>(blob.pbData), blob.cbData);
-    LocalFree(blob.pbData);
-    return bytes;
-}
-
-std::string Protect(std::string plain, DWORD flags, std::string entropy = "") {
-    DATA_BLOB in = BlobOf(plain);
-    DATA_BLOB salt = BlobOf(entropy);
-    DATA_BLOB out{};
-    EXPECT_TRUE(CryptProtectData(&in, nullptr, &salt, nullptr, nullptr, flags, &out))
-        << GetLastError();
-    return TakeBytes(out);
-}
-
-// The plain text, or "failed" with nothing handed out.
-std::string Unprotect(std::string blob, std::string entropy = "") {
+// The bytes that CryptProtectData or its counterpart makes of others. A failure hands out nothing.
+template <typename Call>
+std::optional<std::string> Made(Call call, std::string bytes, std::string entropy, DWORD flags) {
+    const auto blobOf = [](std::string& data) {
+        return DATA_BLOB{static_cast<DWORD>(data.size()), reinterpret_cast<BYTE*>(data.data())};
+    };
     BYTE mark = 0;
-    DATA_BLOB in = BlobOf(blob);
-    DATA_BLOB salt = BlobOf(entropy);
+    DATA_BLOB in = blobOf(bytes);
+    DATA_BLOB salt = blobOf(entropy);
     DATA_BLOB out{1, &mark};
-    if (CryptUnprotectData(&in, nullptr, &salt, nullptr, nullptr, kUser, &out)) {
-        return TakeBytes(out);
+    if (!call(&in, nullptr, &salt, nullptr, nullptr, flags, &out)) {
+        const DWORD error = GetLastError();
+        EXPECT_TRUE(out.pbData == &mark || out.pbData == nullptr);
+        EXPECT_TRUE(error == ERROR_INVALID_DATA || !TargetHas(kDataProtection)) << error;
+        return std::nullopt;
     }
-    const DWORD error = GetLastError();
-    EXPECT_TRUE(out.pbData == &mark || out.pbData == nullptr);
-    EXPECT_TRUE(error == ERROR_INVALID_DATA || !TargetHas(kDataProtection)) << error;
-    return "failed";
+    std::string made(reinterpret_cast<char*>(out.pbData), out.cbData);
+    LocalFree(out.pbData);
+    return made;
+}
+
+std::string Protect(const std::string& plain, DWORD flags, const std::string& entropy = "") {
+    return Made(CryptProtectData, plain, entropy, flags).value();
+}
+
+// The plain text, or "failed".
+std::string Unprotect(const std::string& blob, const std::string& entropy = "") {
+    return Made(CryptUnprotectData, blob, entropy, kUser).value_or("failed");
 }
 
 class DataProtection : public MachineTest {};
@@ -128,6 +127,16 @@ TEST_F(DataProtection, MemoryIsEncryptedInPlaceAndComesBackAlsoElsewhere) {
 
     EXPECT_FALSE(CryptProtectMemory(moved.data(), 17, 0));
     EXPECT_EQ(moved, plain);
+}
+
+TEST(SystemRandomBytes, FillTheBufferAndNoMore) {
+    constexpr ULONG kSize = 1 << 20;
+    std::vector<BYTE> bytes(kSize + 1);
+    ASSERT_EQ(BCryptGenRandom(nullptr, bytes.data(), kSize, BCRYPT_USE_SYSTEM_PREFERRED_RNG), 0);
+    EXPECT_EQ(bytes.back(), 0);
+    const auto zeros = std::count(bytes.begin(), bytes.end(), BYTE{0});
+    EXPECT_NEAR(static_cast<double>(zeros), kSize / 256.0, 1000);  // 15 standard deviations
+    EXPECT_NE(BCryptGenRandom(nullptr, bytes.data(), kSize, 0), 0);
 }
 
 }  // namespace

@@ -1,7 +1,9 @@
 #include <io.h>
 #include <windows.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <set>
 
 #include "common/handles.h"
 #include "tests/support/file_facts.h"
@@ -46,11 +48,16 @@ class FileTest : public MachineTest {
         const DWORD attributes = on ? FILE_ATTRIBUTE_READONLY : FILE_ATTRIBUTE_NORMAL;
         ASSERT_TRUE(SetFileAttributesW(Wide(path).c_str(), attributes));
     }
-    static std::size_t EntriesOf(const fs::path& folder) {
-        return static_cast<std::size_t>(
-            std::distance(fs::directory_iterator(folder), fs::directory_iterator()));
-    }
 };
+
+using TempFileTest = MachineTest;
+
+fs::path TempPath() {
+    WCHAR path[MAX_PATH + 1] = {};
+    const DWORD length = GetTempPathW(MAX_PATH + 1, path);
+    EXPECT_EQ(length, std::char_traits<WCHAR>::length(path));
+    return path;
+}
 
 }  // namespace
 
@@ -62,14 +69,12 @@ TEST_F(FileTest, DispositionsTellAndDoWhatTheySay) {
     EXPECT_EQ(ErrorOfOpen(ScratchFolder(), GENERIC_READ, OPEN_EXISTING), ERROR_ACCESS_DENIED);
     EXPECT_EQ(ReadWholeFile(old), "content");
 
-    HANDLE file = Open(old, GENERIC_READ | GENERIC_WRITE, OPEN_ALWAYS);
-    EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
-    CloseHandle(file);
-    EXPECT_EQ(ReadWholeFile(old), "content");
-    file = Open(old, GENERIC_WRITE, CREATE_ALWAYS);
-    EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
-    CloseHandle(file);
-    EXPECT_EQ(ReadWholeFile(old), "");
+    for (const auto& [disposition, content] :
+         {std::pair<DWORD, const char*>{OPEN_ALWAYS, "content"}, {CREATE_ALWAYS, ""}}) {
+        const UniqueHandle file(Open(old, GENERIC_READ | GENERIC_WRITE, disposition));
+        EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
+        EXPECT_EQ(ReadWholeFile(old), content);
+    }
 }
 
 TEST_F(FileTest, NewFilesBelongToTheirOwnerUnlessEveryoneIsAllowed) {
@@ -142,19 +147,14 @@ TEST_F(FileTest, NamesOfFilesAndFolders) {
     EXPECT_EQ(ErrorOfDelete(folder), ERROR_ACCESS_DENIED);
 
     // Both slashes name the same file.
-    auto backslashes = Wide(folder / "one");
-    for (WCHAR& unit : backslashes) {
-        if (unit == '/') unit = '\\';
-    }
-    File("folder/one", "1");
-    EXPECT_EQ(ErrorOf(RemoveDirectoryW(Wide(folder).c_str())), DWORD{ERROR_DIR_NOT_EMPTY});
+    auto backslashes = Wide(File("folder/one", "1"));
+    std::ranges::replace(backslashes, WCHAR{'/'}, WCHAR{'\\'});
 
     const fs::path other = File("other", "2");
     EXPECT_EQ(ErrorOf(MoveFileExW(backslashes.c_str(), Wide(other).c_str(), 0)),
-              DWORD{ERROR_ALREADY_EXISTS});
+              ERROR_ALREADY_EXISTS);
     ASSERT_TRUE(MoveFileExW(backslashes.c_str(), Wide(other).c_str(), MOVEFILE_REPLACE_EXISTING));
     EXPECT_EQ(ReadWholeFile(other), "1");
-    EXPECT_TRUE(RemoveDirectoryW(Wide(folder).c_str()));
 }
 
 TEST_F(FileTest, ACopyIsTheWholeFileOrNothing) {
@@ -172,7 +172,7 @@ TEST_F(FileTest, ACopyIsTheWholeFileOrNothing) {
 
     SKIP_WITHOUT(kFullDisk);
     EXPECT_EQ(ErrorOfCopy(source, "/dev/full"), ERROR_DISK_FULL);
-    EXPECT_EQ(EntriesOf(ScratchFolder()), 2u);
+    EXPECT_EQ(std::distance(fs::directory_iterator(ScratchFolder()), {}), 2);
 }
 
 // A reader that opens the destination again and again sees the old file or the new one.
@@ -187,22 +187,22 @@ TEST_F(FileTest, NobodySeesHalfACopy) {
     }
     const std::string one(2'000'000, '1');
     const std::string two(2'000'000, '2');
+    const auto expectWhole = [&] {
+        const std::string seen = ReadWholeFile(destination);
+        EXPECT_TRUE(seen == one || seen == two) << seen.size();
+    };
     for (const char* name : {"one", "destination"}) WriteWholeFile(File(name), one);
     WriteWholeFile(File("two"), two);
     BackgroundProcess copier = StartRole("copier");
-    while (copier.IsRunning()) {
-        const std::string seen = ReadWholeFile(destination);
-        ASSERT_TRUE(seen == one || seen == two) << seen.size();
-    }
+    while (copier.IsRunning()) expectWhole();
     ASSERT_EQ(copier.Wait().exitCode, 0) << copier.Output();
 
     // Not even a copier that is killed leaves half.
-    for (int i = 0; i < 5; ++i) {
+    for (DWORD i = 0; i < 5; ++i) {
         BackgroundProcess victim = StartRole("copier");
-        Sleep(static_cast<DWORD>(20 + 7 * i));
+        Sleep(20 + 7 * i);
         victim.Kill();
-        const std::string seen = ReadWholeFile(destination);
-        ASSERT_TRUE(seen == one || seen == two) << seen.size();
+        expectWhole();
     }
 }
 
@@ -237,4 +237,73 @@ TEST_F(FileTest, OrdinaryUsersAreHeldToPermissions) {
     WriteWholeFile(File("source"), "new");
     RunRole("user", As(kStranger));
     EXPECT_EQ(ReadWholeFile(path), "old");
+}
+
+// --- Temporary files -----------------------------------------------------------------------------
+
+TEST_F(TempFileTest, TheFolderBelongsToTheAccountAlone) {
+    const fs::path folder = TempPath();
+    EXPECT_TRUE(folder.has_root_directory());
+    EXPECT_TRUE(fs::is_directory(folder));
+    EXPECT_EQ(folder.filename(), "");  // it ends with a separator
+    EXPECT_TRUE(OnlyOwnerMayUse(folder.parent_path()));
+    EXPECT_EQ(TempPath(), folder);
+
+    WCHAR small[4];
+    EXPECT_EQ(GetTempPathW(4, small), Wide(folder).size() + 1);
+}
+
+TEST_F(TempFileTest, FilesAreNewPrivateAndNeverTheSame) {
+    const fs::path folder = TempPath();
+    std::set<fs::path> paths;
+    for (int i = 0; i < 200; ++i) {
+        WCHAR path[MAX_PATH];
+        const UINT number = GetTempFileNameW(Wide(folder).c_str(), TEXT("sncfg"), 0, path);
+        ASSERT_NE(number, 0u);
+        const fs::path file = path;
+        EXPECT_TRUE(paths.insert(file).second);
+        EXPECT_EQ(file.parent_path(), folder.parent_path());
+        EXPECT_EQ(file.filename().string().substr(0, 3), "snc");
+        ASSERT_TRUE(OnlyOwnerMayUse(file));
+        ASSERT_EQ(fs::file_size(file), 0u);
+    }
+    EXPECT_EQ(FilesInTemporaryFolder().size(), 200u);
+
+    WCHAR path[MAX_PATH];
+    EXPECT_EQ(ErrorOf(GetTempFileNameW(Wide(folder / "none").c_str(), TEXT("x"), 0, path)),
+              ERROR_DIRECTORY);
+}
+
+TEST_F(TempFileTest, AFolderThatOthersPreparedIsRefused) {
+    if (Role() == "user") {
+        WCHAR path[MAX_PATH + 1];
+        EXPECT_EQ(ErrorOf(GetTempPathW(MAX_PATH + 1, path)), ERROR_ACCESS_DENIED);
+        return;
+    }
+    SKIP_WITHOUT(kSymbolicLinks);
+    // A link to a place where somebody else could read along.
+    const fs::path folder = TempPath().parent_path();
+    fs::remove(folder);
+    fs::create_directory(ScratchFolder() / "trap");
+    fs::permissions(ScratchFolder() / "trap", fs::perms(0700));
+    fs::create_directory_symlink(ScratchFolder() / "trap", folder);
+    RunRole("user");
+    // A folder that others may enter.
+    fs::remove(folder);
+    fs::create_directory(folder);
+    fs::permissions(folder, fs::perms(0755));
+    RunRole("user");
+}
+
+TEST_F(TempFileTest, EveryAccountHasAFolderOfItsOwn) {
+    if (Role() == "user") {
+        WriteWholeFile(ScratchFolder() / "theirs", TempPath().string());
+        return;
+    }
+    SKIP_UNLESS_ADMINISTRATOR();
+    const fs::path mine = TempPath();
+    RunRole("user", As(kStranger));
+    const fs::path theirs = ReadWholeFile(ScratchFolder() / "theirs");
+    EXPECT_NE(theirs, mine);
+    EXPECT_TRUE(OnlyOwnerMayUse(theirs.parent_path()));
 }

@@ -63,19 +63,30 @@ std::string Ask(HANDLE client, std::string request, DWORD limit = 10'000) {
     return reply.substr(0, size);
 }
 
+void Send(HANDLE end, const std::string& message) {
+    DWORD size = 0;
+    EXPECT_TRUE(WriteFile(end, message.data(), static_cast<DWORD>(message.size()), &size, nullptr));
+}
+
+// What comes next, up to so many bytes, with "..." where that is not the whole message; an
+// ErrorText when nothing comes.
+std::string Receive(HANDLE end, DWORD capacity = 300'000) {
+    std::string message(capacity, '\0');
+    DWORD size = 0;
+    const BOOL isWhole = ReadFile(end, message.data(), capacity, &size, nullptr);
+    if (!isWhole && GetLastError() != ERROR_MORE_DATA) return ErrorText(GetLastError());
+    return message.substr(0, size) + (isWhole ? "" : "...");
+}
+
 // Answers requests of one client after another, each twice over, until one says "end".
 void Serve(HANDLE server) {
-    std::vector<char> buffer(300'000);
-    DWORD size = 0;
     while (Accept(server)) {
-        while (ReadFile(server, buffer.data(), static_cast<DWORD>(buffer.size()), &size, nullptr)) {
-            const std::string request(buffer.data(), size);
-            const std::string reply = request + request;
-            EXPECT_TRUE(
-                WriteFile(server, reply.data(), static_cast<DWORD>(reply.size()), &size, nullptr));
+        std::string request;
+        while (!(request = Receive(server)).starts_with("error")) {
+            Send(server, request + request);
             if (request == "end") return;
         }
-        EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_BROKEN_PIPE));
+        EXPECT_EQ(request, ErrorText(ERROR_BROKEN_PIPE));
         EXPECT_TRUE(DisconnectNamedPipe(server));
     }
 }
@@ -86,18 +97,12 @@ TEST_F(Pipe, MessagesKeepTheirBoundsAndAnyNumberOfClientsIsServed) {
     const UniqueHandle server(NewServer());
     std::thread serving(Serve, server.get());
     for (const std::string& request :
-         {std::string("x"), std::string(), std::string(101'376, 'r'), std::string("last")}) {
+         {std::string("x"), std::string(), std::string(101'376, 'r'), std::string("end")}) {
         EXPECT_TRUE(WaitNamedPipeW(kName, 10'000));
         const UniqueHandle client(NewClient());
+        EXPECT_EQ(Ask(client.get(), "first"), "firstfirst");
         EXPECT_EQ(Ask(client.get(), request), request + request);
-        EXPECT_EQ(Ask(client.get(), "again"), "againagain");
     }
-    char request[] = "end";
-    char small[4];
-    DWORD size = 0;
-    EXPECT_EQ(ErrorOf(CallNamedPipeW(kName, request, 3, small, sizeof small, &size, 10'000)),
-              DWORD{ERROR_MORE_DATA});
-    EXPECT_EQ(std::string(small, size), "ende");
     serving.join();
 }
 
@@ -107,22 +112,9 @@ TEST_F(Pipe, TheRestOfALargeMessageIsReadNext) {
         CreateFileW(kName, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
     ASSERT_TRUE(client);
     EXPECT_TRUE(Accept(server.get()));
-    // What comes, by four bytes at most, and the error of the reading.
-    const auto read = [](const UniqueHandle& end) {
-        char part[4];
-        DWORD size = 0;
-        const BOOL succeeds = ReadFile(end.get(), part, 4, &size, nullptr);
-        return std::pair(std::string(part, size), succeeds ? DWORD{0} : GetLastError());
-    };
-    DWORD size = 0;
-    ASSERT_TRUE(WriteFile(client.get(), "abcdef", 6, &size, nullptr));
-    ASSERT_TRUE(WriteFile(client.get(), "g", 1, &size, nullptr));
-    EXPECT_EQ(read(server), std::pair(std::string("abcd"), DWORD{ERROR_MORE_DATA}));
-    EXPECT_EQ(read(server), std::pair(std::string("ef"), DWORD{0}));
-    EXPECT_EQ(read(server), std::pair(std::string("g"), DWORD{0}));
-    // A client that has not asked for messages takes what there is, without an error.
-    ASSERT_TRUE(WriteFile(server.get(), "abcdef", 6, &size, nullptr));
-    EXPECT_EQ(read(client), std::pair(std::string("abcd"), DWORD{0}));
+    Send(client.get(), "abcdef");
+    Send(client.get(), "g");
+    for (const char* part : {"abcd...", "ef", "g"}) EXPECT_EQ(Receive(server.get(), 4), part);
 }
 
 TEST_F(Pipe, AReplyThatDoesNotComeEndsTheWaitInTimeAndTheRequestStands) {
@@ -134,18 +126,17 @@ TEST_F(Pipe, AReplyThatDoesNotComeEndsTheWaitInTimeAndTheRequestStands) {
     const ULONGLONG taken = GetTickCount64() - start;
     EXPECT_GE(taken, 190U);
     EXPECT_LT(taken, 5'000U);
-    char buffer[16];
-    DWORD size = 0;
-    EXPECT_TRUE(ReadFile(server.get(), buffer, sizeof buffer, &size, nullptr));
-    EXPECT_EQ(std::string(buffer, size), "first");
+    EXPECT_EQ(Receive(server.get()), "first");
 
     // A reply that comes late is the next reading's, which is pending until then.
+    char buffer[16];
+    DWORD size = 0;
     OVERLAPPED reading{};
     EXPECT_EQ(ErrorOf(ReadFile(client.get(), buffer, sizeof buffer, nullptr, &reading)),
-              DWORD{ERROR_IO_PENDING});
+              ERROR_IO_PENDING);
     EXPECT_EQ(ErrorOf(GetOverlappedResult(client.get(), &reading, &size, FALSE)),
-              DWORD{ERROR_IO_INCOMPLETE});
-    EXPECT_TRUE(WriteFile(server.get(), "late", 4, &size, nullptr));
+              ERROR_IO_INCOMPLETE);
+    Send(server.get(), "late");
     EXPECT_TRUE(GetOverlappedResult(client.get(), &reading, &size, TRUE));
     EXPECT_EQ(std::string(buffer, size), "late");
 }
@@ -153,16 +144,15 @@ TEST_F(Pipe, AReplyThatDoesNotComeEndsTheWaitInTimeAndTheRequestStands) {
 TEST_F(Pipe, WithoutAFreeInstanceAClientIsToldWhy) {
     const UniqueHandle first(NewServer(2));
     const UniqueHandle second(NewServer(2));
-    EXPECT_EQ(ErrorOf(NewServer(2)), DWORD{ERROR_PIPE_BUSY});
+    EXPECT_EQ(ErrorOf(NewServer(2)), ERROR_PIPE_BUSY);
     const UniqueHandle one(NewClient());
     const UniqueHandle other(NewClient());
-    ASSERT_TRUE(one);
-    ASSERT_TRUE(other);
+    ASSERT_TRUE(one && other);
     ExpectNoClient(ERROR_PIPE_BUSY);
     ASSERT_TRUE(Accept(first.get()));
     ASSERT_TRUE(Accept(second.get()));
     ExpectNoClient(ERROR_PIPE_BUSY);
-    EXPECT_EQ(ErrorOf(WaitNamedPipeW(kName, 50)), DWORD{ERROR_SEM_TIMEOUT});
+    EXPECT_EQ(ErrorOf(WaitNamedPipeW(kName, 50)), ERROR_SEM_TIMEOUT);
 
     std::thread freeing([&] {
         Sleep(50);
@@ -180,8 +170,7 @@ TEST_F(Pipe, AKilledServerBreaksThePipeAndFreesItsName) {
         const UniqueHandle server(NewServer());
         Say("serving");
         Accept(server.get());
-        Sleep(60'000);
-        return;
+        return Sleep(60'000);
     }
     BackgroundProcess process = StartRole("server");
     ASSERT_TRUE(process.WaitForOutput("serving"));
@@ -198,8 +187,7 @@ TEST_F(Pipe, AKilledServerBreaksThePipeAndFreesItsName) {
     EXPECT_TRUE(server);
     EXPECT_TRUE(UniqueHandle(NewClient()));
     SKIP_WITHOUT(kFirstInstances);
-    EXPECT_EQ(ErrorOf(NewServer(2, nullptr, FILE_FLAG_FIRST_PIPE_INSTANCE)),
-              DWORD{ERROR_ACCESS_DENIED});
+    EXPECT_EQ(ErrorOf(NewServer(2, nullptr, FILE_FLAG_FIRST_PIPE_INSTANCE)), ERROR_ACCESS_DENIED);
 }
 
 TEST_F(Pipe, WithoutAThreadAnOverlappedOperationFailsAndNothingElseDoes) {
@@ -239,7 +227,7 @@ TEST_F(Pipe, AServerIsOpenToWhomItSaysAndLearnsWhoTheyAreWithoutBecomingThem) {
     EveryoneAccess everyone;
     server.reset();
     server.reset(NewServer(1, everyone.get()));
-    EXPECT_EQ(ErrorOf(ImpersonateNamedPipeClient(server.get())), DWORD{ERROR_PIPE_LISTENING});
+    EXPECT_EQ(ErrorOf(ImpersonateNamedPipeClient(server.get())), ERROR_PIPE_LISTENING);
     const struct {
         const char* role;
         unsigned account;
@@ -251,9 +239,7 @@ TEST_F(Pipe, AServerIsOpenToWhomItSaysAndLearnsWhoTheyAreWithoutBecomingThem) {
     for (const auto& [role, account, isAdministrator, isUser] : clients) {
         BackgroundProcess client = StartRole(role, As(account));
         ASSERT_TRUE(Accept(server.get()));
-        char request[16];
-        DWORD size = 0;
-        ASSERT_TRUE(ReadFile(server.get(), request, sizeof request, &size, nullptr));
+        ASSERT_EQ(Receive(server.get()), "who am I?");
         ULONG process = 0;
         EXPECT_TRUE(GetNamedPipeClientProcessId(server.get(), &process));
         EXPECT_EQ(process, client.Id());
@@ -263,7 +249,7 @@ TEST_F(Pipe, AServerIsOpenToWhomItSaysAndLearnsWhoTheyAreWithoutBecomingThem) {
         EXPECT_EQ(IsMember(WinAuthenticatedUserSid) != FALSE, isUser) << role;
         EXPECT_TRUE(RevertToSelf());
         EXPECT_TRUE(IsMember(WinLocalSystemSid));
-        EXPECT_TRUE(WriteFile(server.get(), "ok", 2, &size, nullptr));
+        Send(server.get(), "ok");
         EXPECT_EQ(client.Wait().exitCode, 0);
         EXPECT_TRUE(DisconnectNamedPipe(server.get()));
     }

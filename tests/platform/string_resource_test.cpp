@@ -22,24 +22,18 @@ class StringResource : public MachineTest {
   protected:
     void SetUp() override { SKIP_WITHOUT(kLocales); }
     StringResource() {
-        SetVariable("LC_ALL", "");
-        SetVariable("LC_MESSAGES", "");
-        SetVariable("LANG", "");
+        for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) SetVariable(name, "");
     }
 };
 
 TEST_F(StringResource, TheUsersLanguageComesFromItsLocale) {
-    EXPECT_EQ(GetUserDefaultUILanguage(), 0x0409);
-    const struct {
-        const char* locale;
-        LANGID language;
-    } rows[] = {{"C", 0x0409},     {"POSIX", 0x0409},       {"C.UTF-8", 0x0409},
-                {"de", 0x0407},    {"de_LU.UTF-8", 0x0407}, {"de_AT@euro", 0x0C07},
-                {"zh_TW", 0x0404}, {"zh_HK.Big5", 0x0C04},  {"es_ES.UTF-8", 0x0C0A},
-                {"xx_YY", 0x0409}};
-    for (const auto& row : rows) {
-        SetVariable("LANG", row.locale);
-        EXPECT_EQ(GetUserDefaultUILanguage(), row.language) << row.locale;
+    const std::pair<const char*, LANGID> languages[] = {
+        {"", 0x0409},      {"C", 0x0409},           {"POSIX", 0x0409},      {"C.UTF-8", 0x0409},
+        {"de", 0x0407},    {"de_LU.UTF-8", 0x0407}, {"de_AT@euro", 0x0C07}, {"xx_YY", 0x0409},
+        {"zh_TW", 0x0404}, {"zh_HK.Big5", 0x0C04},  {"es_ES.UTF-8", 0x0C0A}};
+    for (const auto& [locale, language] : languages) {
+        SetVariable("LANG", locale);
+        EXPECT_EQ(GetUserDefaultUILanguage(), language) << locale;
     }
     SetVariable("LC_MESSAGES", "fr_CA.UTF-8");
     EXPECT_EQ(GetUserDefaultUILanguage(), 0x0C0C);

@@ -14,14 +14,16 @@ namespace {
 constexpr WCHAR kName[] = TEXT("Global\\Sentrel test object");
 constexpr DWORD kLong = 20'000;  // milliseconds: longer than anything here takes
 
-class SyncTest : public MachineTest {
-  protected:
-    // Time for another process or thread to fall asleep in the wait that it announced.
-    static void LetItWait() { Sleep(100); }
+using SyncTest = MachineTest;
 
-    static HANDLE OpenNamedMutex() { return OpenMutexW(SYNCHRONIZE, FALSE, kName); }
-    static HANDLE OpenNamedEvent() { return OpenEventW(EVENT_ALL_ACCESS, FALSE, kName); }
-};
+// Time for another process or thread to fall asleep in the wait that it announced.
+void LetItWait() {
+    Sleep(100);
+}
+
+HANDLE OpenNamedEvent() {
+    return OpenEventW(EVENT_ALL_ACCESS, FALSE, kName);
+}
 
 }  // namespace
 
@@ -31,7 +33,7 @@ TEST_F(SyncTest, ANamedObjectExistsWhileAProcessHoldsIt) {
         Say("created");
         return Sleep(kLong);
     }
-    EXPECT_EQ(ErrorOf(OpenNamedEvent()), DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_EQ(ErrorOf(OpenNamedEvent()), ERROR_FILE_NOT_FOUND);
     BackgroundProcess holder = StartRole("holder");
     ASSERT_TRUE(holder.WaitForOutput("created"));
 
@@ -42,11 +44,11 @@ TEST_F(SyncTest, ANamedObjectExistsWhileAProcessHoldsIt) {
     EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_OBJECT_0);
     CloseHandle(event);
     // 2. The name belongs to a kind.
-    EXPECT_EQ(ErrorOf(OpenNamedMutex()), DWORD{ERROR_INVALID_HANDLE});
-    EXPECT_EQ(ErrorOf(CreateMutexW(nullptr, FALSE, kName)), DWORD{ERROR_INVALID_HANDLE});
+    EXPECT_EQ(ErrorOf(OpenMutexW(SYNCHRONIZE, FALSE, kName)), ERROR_INVALID_HANDLE);
+    EXPECT_EQ(ErrorOf(CreateMutexW(nullptr, FALSE, kName)), ERROR_INVALID_HANDLE);
     // 3. It goes with its last holder, however that ends, and a new one begins anew.
     holder.Kill();
-    EXPECT_EQ(ErrorOf(OpenNamedEvent()), DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_EQ(ErrorOf(OpenNamedEvent()), ERROR_FILE_NOT_FOUND);
     event = CreateEventW(nullptr, FALSE, FALSE, kName);
     EXPECT_EQ(GetLastError(), ERROR_SUCCESS);
     EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_TIMEOUT);
@@ -62,8 +64,7 @@ TEST_F(SyncTest, OtherAccountsUseAnObjectOnlyWhenItIsEveryones) {
         const HANDLE ours = OpenMutexW(SYNCHRONIZE, FALSE, TEXT("ours"));
         EXPECT_EQ(WaitForSingleObject(ours, 0), WAIT_OBJECT_0);
         EXPECT_TRUE(ReleaseMutex(ours));
-        EXPECT_EQ(ErrorOf(OpenMutexW(SYNCHRONIZE, FALSE, TEXT("mine"))),
-                  DWORD{ERROR_ACCESS_DENIED});
+        EXPECT_EQ(ErrorOf(OpenMutexW(SYNCHRONIZE, FALSE, TEXT("mine"))), ERROR_ACCESS_DENIED);
         return;
     }
     SKIP_UNLESS_ADMINISTRATOR();
@@ -79,7 +80,7 @@ TEST_F(SyncTest, AMutexBelongsToAThreadAsOftenAsItTookIt) {
     EXPECT_EQ(WaitForSingleObject(mutex, 0), WAIT_OBJECT_0);
     std::thread([&] {
         EXPECT_EQ(WaitForSingleObject(mutex, 50), WAIT_TIMEOUT);
-        EXPECT_EQ(ErrorOf(ReleaseMutex(mutex)), DWORD{ERROR_NOT_OWNER});
+        EXPECT_EQ(ErrorOf(ReleaseMutex(mutex)), ERROR_NOT_OWNER);
     }).join();
     EXPECT_TRUE(ReleaseMutex(mutex));
     std::atomic<bool> taken = false;
@@ -92,12 +93,12 @@ TEST_F(SyncTest, AMutexBelongsToAThreadAsOftenAsItTookIt) {
     EXPECT_FALSE(taken);
     EXPECT_TRUE(ReleaseMutex(mutex));
     other.join();
-    EXPECT_EQ(ErrorOf(ReleaseMutex(mutex)), DWORD{ERROR_NOT_OWNER});
+    EXPECT_EQ(ErrorOf(ReleaseMutex(mutex)), ERROR_NOT_OWNER);
 }
 
 TEST_F(SyncTest, ADeadOwnerAbandonsItsMutex) {
     if (Role() == "owner") {
-        const HANDLE mutex = OpenNamedMutex();
+        const HANDLE mutex = OpenMutexW(SYNCHRONIZE, FALSE, kName);
         ASSERT_EQ(WaitForSingleObject(mutex, kLong), WAIT_OBJECT_0);
         Say("taken");
         return Sleep(kLong);
@@ -143,61 +144,49 @@ TEST_F(SyncTest, EventsWakeOneOrAllAcrossProcesses) {
         return;
     }
     for (const BOOL manual : {TRUE, FALSE}) {
-        const UniqueHandle owned(CreateEventW(nullptr, manual, FALSE, kName));
-        const HANDLE event = owned.get();
+        const UniqueHandle event(CreateEventW(nullptr, manual, FALSE, kName));
         std::vector<BackgroundProcess> waiters;
         for (int i = 0; i < 3; ++i) waiters.push_back(StartRole("waiter"));
         for (auto& waiter : waiters) ASSERT_TRUE(waiter.WaitForOutput("waiting"));
         LetItWait();
         const auto running = [&] {
-            return std::count_if(waiters.begin(), waiters.end(),
-                                 [](const auto& waiter) { return waiter.IsRunning(); });
+            return std::ranges::count_if(waiters, &BackgroundProcess::IsRunning);
         };
         EXPECT_EQ(running(), 3);
-        ASSERT_TRUE(SetEvent(event));
+        ASSERT_TRUE(SetEvent(event.get()));
         if (manual) {
             // A waiter is released though the event is not set any more when it wakes up.
-            ASSERT_TRUE(ResetEvent(event));
+            ASSERT_TRUE(ResetEvent(event.get()));
         } else {
             LetItWait();
             LetItWait();
-            EXPECT_EQ(running(), 2);
+            ASSERT_EQ(running(), 2);
             // One that is killed takes no setting along.
-            for (auto& waiter : waiters) {
-                if (waiter.IsRunning() && running() == 2) waiter.Kill();
-            }
-            ASSERT_TRUE(SetEvent(event));
+            std::ranges::find_if(waiters, &BackgroundProcess::IsRunning)->Kill();
+            ASSERT_TRUE(SetEvent(event.get()));
         }
         for (auto& waiter : waiters) {
             const ProcessResult result = waiter.Wait();
             EXPECT_TRUE(result.exitCode == 0 || result.signal != 0) << result.output;
             EXPECT_FALSE(result.timedOut);
         }
-        EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_TIMEOUT);
+        EXPECT_EQ(WaitForSingleObject(event.get(), 0), WAIT_TIMEOUT);
     }
 }
 
 TEST_F(SyncTest, WaitsEndInTimeAndDoNotSpin) {
     const UniqueHandle event(CreateEventW(nullptr, FALSE, FALSE, nullptr));
-    const UniqueHandle mutex(CreateMutexW(nullptr, FALSE, nullptr));
-    const UniqueHandle held(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    std::thread owner([&] {
-        WaitForSingleObject(mutex.get(), kLong);
-        SetEvent(event.get());
-        WaitForSingleObject(held.get(), kLong);
-        ReleaseMutex(mutex.get());
-    });
-    WaitForSingleObject(event.get(), kLong);
+    const UniqueHandle mutex(CreateMutexW(nullptr, TRUE, nullptr));
     const auto processorTime = ProcessorTimeOfThisProcess();
-    for (const HANDLE object : {event.get(), mutex.get()}) {
-        const ULONGLONG start = GetTickCount64();
-        EXPECT_EQ(WaitForSingleObject(object, 300), WAIT_TIMEOUT);
-        const ULONGLONG waited = GetTickCount64() - start;
-        EXPECT_GE(waited, 290u);
-        EXPECT_LT(waited, 5000u);
-    }
+    std::thread([&] {
+        for (const HANDLE object : {event.get(), mutex.get()}) {
+            const ULONGLONG start = GetTickCount64();
+            EXPECT_EQ(WaitForSingleObject(object, 300), WAIT_TIMEOUT);
+            const ULONGLONG waited = GetTickCount64() - start;
+            EXPECT_GE(waited, 290u);
+            EXPECT_LT(waited, 5000u);
+        }
+    }).join();
     EXPECT_LT((ProcessorTimeOfThisProcess() - processorTime).count(), 100);
-    SetEvent(held.get());
-    owner.join();
-    EXPECT_EQ(WaitForSingleObject(mutex.get(), 0), WAIT_OBJECT_0);
+    EXPECT_TRUE(ReleaseMutex(mutex.get()));
 }
