@@ -8,17 +8,8 @@ namespace {
 using namespace std::string_literals;
 using Bytes = std::vector<BYTE>;
 
-constexpr char kStart[] = "Windows Registry Editor Version 5.00\r\n\r\n";
-constexpr char kKeyLine[] = "[HKEY_LOCAL_MACHINE\\Software\\Test]\r\n";
-
-std::vector<RegOperation> Operations(const std::string& bytes) {
-    const auto parsed = ParseRegFile(bytes);
-    if (const auto* error = std::get_if<RegFileError>(&parsed)) {
-        ADD_FAILURE() << "line " << error->line << ": " << error->what;
-        return {};
-    }
-    return std::get<std::vector<RegOperation>>(parsed);
-}
+const std::string kStart = "Windows Registry Editor Version 5.00\r\n\r\n";
+const std::string kKeyLine = "[HKEY_LOCAL_MACHINE\\Software\\Test]\r\n";
 
 // The line of a file's error; 0 when it has none.
 std::size_t ErrorLine(const std::string& bytes) {
@@ -29,9 +20,14 @@ std::size_t ErrorLine(const std::string& bytes) {
     return error->line;
 }
 
-// The data and type of the only value of a file with these lines below a key.
-std::pair<DWORD, Bytes> Value(const std::string& lines) {
-    const auto operations = Operations(kStart + (kKeyLine + lines));
+std::vector<RegOperation> Operations(const std::string& bytes) {
+    EXPECT_EQ(ErrorLine(bytes), 0u);
+    return std::get<std::vector<RegOperation>>(ParseRegFile(bytes));
+}
+
+// The type and data of a file's only value, which stands there like this.
+std::pair<DWORD, Bytes> Value(const std::string& form) {
+    const auto operations = Operations(kStart + kKeyLine + "\"v\"=" + form);
     if (operations.size() != 2) return {0xDEAD, {}};
     return {operations[1].type, operations[1].data};
 }
@@ -42,15 +38,14 @@ std::string Utf16File(const std::string& text) {
 
 TEST(RegFile, ReadsKeysValuesAndDeletionsInEveryEncoding) {
     const std::string text =
-        std::string(kStart) +
+        kStart +
         "; a comment\r\n"
         "[hkey_local_machine\\Software\\A[1]\\]  ; the last bracket ends it\r\n"
         "@=\"default\"\r\n"
         "  \"n\\\\a\\\"me\" = dword:0000002A ; answer\r\n"
         "\"gone\"=-\r\n"
         "\r\n"
-        "[-HKEY_CURRENT_USER\\Software\\Gr\xC3\xB6\xC3\x9F"
-        "e]\r\n";
+        "[-HKEY_CURRENT_USER\\Software\\Größe]\r\n";
     std::string withLf = text;
     std::erase(withLf, '\r');
     for (const std::string& file :
@@ -67,30 +62,28 @@ TEST(RegFile, ReadsKeysValuesAndDeletionsInEveryEncoding) {
         EXPECT_EQ(operations[2].data, (Bytes{0x2A, 0, 0, 0}));
         EXPECT_EQ(operations[3].action, RegAction::kDeleteValue);
         EXPECT_EQ(operations[4].action, RegAction::kDeleteKey);
-        EXPECT_EQ(operations[4].key.full, TEXT("HKEY_CURRENT_USER\\Software\\Gr\u00F6\u00DFe"));
+        EXPECT_EQ(operations[4].key.full, TEXT("HKEY_CURRENT_USER\\Software\\Größe"));
     }
 }
 
 TEST(RegFile, ReadsEveryFormOfData) {
     using Pair = std::pair<DWORD, Bytes>;
-    EXPECT_EQ(Value("\"v\"=\"a;\\\\\\\"\" ;\r\n"),
+    EXPECT_EQ(Value("\"a;\\\\\\\"\" ;\r\n"),
               (Pair{REG_SZ, {'a', 0, ';', 0, '\\', 0, '"', 0, 0, 0}}));
-    EXPECT_EQ(Value("\"v\"=\"\""), (Pair{REG_SZ, {0, 0}}));
-    EXPECT_EQ(Value("\"v\"=hex:01, 2,\\\r\n  fF,\\\r\n\tA0\r\n"),
-              (Pair{REG_BINARY, {1, 2, 0xFF, 0xA0}}));
-    EXPECT_EQ(Value("\"v\"=hex:"), (Pair{REG_BINARY, {}}));
-    EXPECT_EQ(Value("\"v\"=hex(b):1,0,0,0,0,0,0,80"),
-              (Pair{REG_QWORD, {1, 0, 0, 0, 0, 0, 0, 0x80}}));
-    EXPECT_EQ(Value("\"v\"=HEX(FFFFFFFF):00"), (Pair{0xFFFFFFFF, {0}}));
-    EXPECT_EQ(Value("\"v\"=dword:a"), (Pair{REG_DWORD, {10, 0, 0, 0}}));
+    EXPECT_EQ(Value("\"\""), (Pair{REG_SZ, {0, 0}}));
+    EXPECT_EQ(Value("hex:01, 2,\\\r\n  fF,\\\r\n\tA0\r\n"), (Pair{REG_BINARY, {1, 2, 0xFF, 0xA0}}));
+    EXPECT_EQ(Value("hex:"), (Pair{REG_BINARY, {}}));
+    EXPECT_EQ(Value("hex(b):1,0,0,0,0,0,0,80"), (Pair{REG_QWORD, {1, 0, 0, 0, 0, 0, 0, 0x80}}));
+    EXPECT_EQ(Value("HEX(FFFFFFFF):00"), (Pair{0xFFFFFFFF, {0}}));
+    EXPECT_EQ(Value("dword:a"), (Pair{REG_DWORD, {10, 0, 0, 0}}));
 }
 
 TEST(RegFile, NamesTheLineOfAnError) {
     EXPECT_EQ(ErrorLine(""), 1u);
     EXPECT_EQ(ErrorLine("REGEDIT4\r\n"), 1u);
     EXPECT_EQ(ErrorLine("Windows Registry Editor Version 5.001\r\n"), 1u);
-    EXPECT_EQ(ErrorLine(std::string(kStart) + "@=\"value without key\""), 3u);
-    EXPECT_EQ(ErrorLine(std::string(kStart) + "[-HKEY_LOCAL_MACHINE\\x]\n\n@=\"deleted key\""), 5u);
+    EXPECT_EQ(ErrorLine(kStart + "@=\"value without key\""), 3u);
+    EXPECT_EQ(ErrorLine(kStart + "[-HKEY_LOCAL_MACHINE\\x]\n\n@=\"deleted key\""), 5u);
     for (const std::string& line :
          {"[HKEY_LOCAL_MACHINE\\x"s, "[HKLM\\x]"s, "[HKEY_LOCAL_MACHINE\\a\\\\b]"s,
           "[-HKEY_LOCAL_MACHINE]"s, "[HKEY_LOCAL_MACHINE\\x] y"s,
@@ -98,8 +91,8 @@ TEST(RegFile, NamesTheLineOfAnError) {
           "\"v\"=\"x\\"s, "\"v\"=\"x\" y"s, "\"v\"=dword:123456789"s, "\"v\"=hex:100"s,
           "\"v\"=hex:1,,2"s, "\"v\"=hex(3:1"s, "\"v\"=hex:1,\\"s, "\"\xFF\"=dword:1"s,
           "\"\0\"=dword:1"s, "\"" + std::string(16384, 'n') + "\"=-", "junk"s}) {
-        EXPECT_EQ(ErrorLine(kStart + (kKeyLine + line)), 4u) << line;
-        EXPECT_EQ(ErrorLine(std::string(kStart) + "\n[HKEY_USERS\\1]\n" + line + "\n@=-\n"),
+        EXPECT_EQ(ErrorLine(kStart + kKeyLine + line), 4u) << line;
+        EXPECT_EQ(ErrorLine(kStart + "\n[HKEY_USERS\\1]\n" + line + "\n@=-\n"),
                   line == "\"v\"=hex:1,\\" ? 6u : 5u)
             << line;
     }
@@ -129,11 +122,7 @@ TEST(RegFile, WritesWhatItReads) {
         EXPECT_EQ(read[i + 1].type, values[i].type);
         EXPECT_EQ(read[i + 1].data, values[i].data);
     }
-    for (std::size_t start = 0; start < text.size();) {
-        const std::size_t end = text.find(TEXT("\r\n"), start);
-        EXPECT_LE(end - start, 80u);
-        start = end + 2;
-    }
+    for (const WString& line : SplitText(text, TEXT("\r\n"))) EXPECT_LE(line.size(), 80u);
 }
 
 class Snreg : public MachineTest {
@@ -153,7 +142,7 @@ TEST_F(Snreg, AddsQueriesAndDeletes) {
     const std::string key = "HKLM\\Software\\Test";
     EXPECT_EQ(Run({"query", key}, 1), missing_);
     EXPECT_EQ(Run({"add", key + "\\Sub"}), done_);
-    EXPECT_EQ(Run({"ADD", key, "/ve", "/d", "gr\xC3\xBC\xC3\x9F"}), done_);
+    EXPECT_EQ(Run({"ADD", key, "/ve", "/d", "grüß"}), done_);
     EXPECT_EQ(Run({"add", key, "/v", "n", "/t", "reg_dword", "/d", "300"}), done_);
     EXPECT_EQ(Run({"add", key, "/v", "l", "/t", "REG_MULTI_SZ", "/s", ";", "/d", "a;;b c"}), done_);
     EXPECT_EQ(Run({"add", key, "/v", "b", "/t", "REG_BINARY", "/d", "0aFF"}), done_);
@@ -161,7 +150,7 @@ TEST_F(Snreg, AddsQueriesAndDeletes) {
               "ERROR: The operation was canceled by the user.\n");
     EXPECT_EQ(Run({"query", "hklm\\software\\TEST\\"}),
               "\nHKEY_LOCAL_MACHINE\\software\\TEST\n"
-              "    (Default)    REG_SZ    gr\xC3\xBC\xC3\x9F\n"
+              "    (Default)    REG_SZ    grüß\n"
               "    n    REG_DWORD    0x12c\n"
               "    l    REG_MULTI_SZ    a\\0b c\n"
               "    b    REG_BINARY    0AFF\n"
@@ -193,7 +182,7 @@ TEST_F(Snreg, RefusesWrongWords) {
 TEST_F(Snreg, ImportsAllOrNothingAndExportsWhatItImported) {
     const std::string file = (ScratchFolder() / "in.reg").string();
     const std::string copy = (ScratchFolder() / "out.reg").string();
-    const std::string text = std::string(kStart) +
+    const std::string text = kStart +
                              "[HKEY_CURRENT_USER\\Software\\Test]\r\n"
                              "\"b\"=\"second, made first\"\r\n"
                              "\"a\"=dword:00000001\r\n\r\n"
@@ -212,7 +201,7 @@ TEST_F(Snreg, ImportsAllOrNothingAndExportsWhatItImported) {
               "ERROR: The operation was canceled by the user.\n");
     EXPECT_EQ(ReadWholeFile(copy), Utf16File(text));
 
-    WriteWholeFile(file, std::string(kStart) +
+    WriteWholeFile(file, kStart +
                              "[HKEY_CURRENT_USER\\Software\\Test]\n\"a\"=-\n\"never\"=-\n"
                              "[-HKEY_CURRENT_USER\\Software\\Test\\Sub]\n"
                              "[-HKEY_CURRENT_USER\\Software\\Never]\n");

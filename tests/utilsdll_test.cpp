@@ -3,10 +3,10 @@
 
 #include <algorithm>
 #include <fstream>
+#include <future>
 #include <map>
 #include <regex>
 #include <set>
-#include <thread>
 
 #include "common/handles.h"
 #include "common/hex.h"
@@ -61,18 +61,15 @@ TEST_F(UtilsDll, ReadsMessagesOfTheDocumentedForm) {
 TEST_F(UtilsDll, GivesAllMessagesOfAPassPhraseOneSaltAndEachItsCounter) {
     const fs::path file = ScratchFolder() / "message";
     if (!Role().empty()) return WriteWholeFile(file, Encrypted("other", TEXT("secret")));
-    std::set<std::string> made[4];
-    {
-        std::vector<std::jthread> threads;
-        for (auto& ids : made) {
-            threads.emplace_back([&ids] {
-                for (int i = 0; i < 100; ++i)
-                    ids.insert(Encrypted("", TEXT("secret")).substr(0, 12));
-            });
-        }
-    }
-    auto& ids = made[0];
-    for (auto& others : made) ids.merge(others);
+    const auto make = [] {
+        std::set<std::string> ids;
+        for (int i = 0; i < 100; ++i) ids.insert(Encrypted("", TEXT("secret")).substr(0, 12));
+        return ids;
+    };
+    std::future<std::set<std::string>> made[4];
+    for (auto& ids : made) ids = std::async(std::launch::async, make);
+    std::set<std::string> ids;
+    for (auto& others : made) ids.merge(others.get());
     EXPECT_EQ(ids.size(), 400U);
 
     const auto saltOf = [](const std::string& message) { return message.substr(0, 8); };
@@ -147,11 +144,9 @@ TEST_F(UtilsDll, ProcessesAgreeOnOneDefaultKeyFromTheStart) {
 }
 
 TEST(Hex2Bin, ReadsOnlyWholePairsOfDigits) {
-    const auto read = [](const WCHAR* text, DWORD capacity) {
+    const auto read = [](WStringView text, DWORD size) {
         BYTE bytes[4] = {0xEE, 0xEE, 0xEE, 0xEE};
-        DWORD size = capacity;
-        const int result =
-            hex2bin(text, static_cast<DWORD>(WStringView(text).size()), bytes, &size);
+        const int result = hex2bin(text.data(), static_cast<DWORD>(text.size()), bytes, &size);
         return result == 0 ? BytesToHex(bytes, size) : "failed" + BytesToHex(bytes, 1);
     };
     EXPECT_EQ(read(TEXT("00aBfF"), 3), "00ABFF");
@@ -201,8 +196,7 @@ TEST_F(UtilsDll, ProtectedStringsAreUnreadableAtRest) {
         }
         set(key.get(), name, TEXT("secret"));
         const WString stored = RawText(key.get(), TEXT(""), name);
-        const BYTE plain[] = {'s', 0, 'e', 0, 'c', 0, 'r', 0, 'e', 0, 't', 0};
-        EXPECT_EQ(WideToUtf8(stored).find(BytesToHex(plain, sizeof plain)), std::string::npos);
+        EXPECT_EQ(stored.find(TEXT("730065006300720065007400")), WString::npos) << "\"secret\"";
         set(key.get(), name, TEXT("secret"));
         EXPECT_NE(RawText(key.get(), TEXT(""), name), stored);
 
@@ -284,30 +278,26 @@ TEST_F(UtilsDll, WalksEveryKeyBeforeItsSubkeys) {
     for (const WCHAR* path : {TEXT("b\\x"), TEXT("a\\z\\deep"), TEXT("a\\y"), TEXT("c")}) {
         reg_setDWORDW(Created(top.get(), path).get(), TEXT("n"), 1);
     }
-    std::string paths;
-    const auto walk = [&](const char* last, HKEY parent) {
-        struct Visits {
-            std::string& paths;
-            std::string last;  // ends the walk
-            HKEY parent;       // of what every visit deletes
-        } visits{paths, std::string(last) + " ", parent};
-        paths.clear();
+    struct Visits {
+        std::string last{};           // ends the walk
+        HKEY parentOfGone = nullptr;  // of the key that every visit deletes
+        std::string paths{};
+    };
+    const auto walk = [&](Visits visits) {
         const reg_visitorW visitor = [](HKEY key, const WCHAR* path, void* context) {
-            const auto& seen = *static_cast<Visits*>(context);
-            seen.paths += WideToUtf8(path) + " ";
+            auto& seen = *static_cast<Visits*>(context);
             DWORD count = 0;
             EXPECT_TRUE(reg_getvaluecount(key, &count, 0));
-            if (seen.parent != nullptr) RegDeleteKeyW(seen.parent, TEXT("c"));
-            return seen.paths.find(seen.last) == std::string::npos;
+            if (seen.parentOfGone != nullptr) RegDeleteKeyW(seen.parentOfGone, TEXT("c"));
+            seen.paths += WideToUtf8(path) + " ";
+            return seen.last != WideToUtf8(path);
         };
-        return reg_walk2W(top.get(), TEXT("p"), visitor, &visits);
+        const bool isWhole = reg_walk2W(top.get(), TEXT("p"), visitor, &visits);
+        return visits.paths + (isWhole ? "." : "...");
     };
-    EXPECT_TRUE(walk("none", nullptr));
-    EXPECT_EQ(paths, "p\\a p\\a\\y p\\a\\z p\\a\\z\\deep p\\b p\\b\\x p\\c ");
-    EXPECT_FALSE(walk("p\\a\\z", nullptr));
-    EXPECT_EQ(paths, "p\\a p\\a\\y p\\a\\z ");
-    EXPECT_TRUE(walk("none", top.get()));
-    EXPECT_EQ(paths, "p\\a p\\a\\y p\\a\\z p\\a\\z\\deep p\\b p\\b\\x ");
+    EXPECT_EQ(walk({}), "p\\a p\\a\\y p\\a\\z p\\a\\z\\deep p\\b p\\b\\x p\\c .");
+    EXPECT_EQ(walk({"p\\a\\z"}), "p\\a p\\a\\y p\\a\\z ...");
+    EXPECT_EQ(walk({"", top.get()}), "p\\a p\\a\\y p\\a\\z p\\a\\z\\deep p\\b p\\b\\x .");
 }
 
 // --- Lock ---------------------------------------------------------------------------------------
