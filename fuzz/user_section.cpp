@@ -6,6 +6,7 @@
 #include <utilsdll.h>
 
 #include "common/handles.h"
+#include "common/registry_access.h"
 #include "fuzz/machine.h"
 #include "protect/encrypted_forms.h"
 #include "registry/locations.h"
@@ -19,15 +20,11 @@ bool NothingBesideProductKey() {
     UniqueRegKey key;
     WString path;
     for (const WString& name : SplitText(kProductKey, TEXT("\\"))) {
-        DWORD keys = 0;
+        std::vector<WString> keys;
         DWORD values = 0;
-        if (RegOpenKeyExW(HKEY_CURRENT_USER, path.c_str(), 0, KEY_READ, key.put()) !=
-                ERROR_SUCCESS ||
-            RegQueryInfoKeyW(key.get(), nullptr, nullptr, nullptr, &keys, nullptr, nullptr, &values,
-                             nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS ||
-            keys != 1 || values != 0) {
-            return false;
-        }
+        RegOpenKeyExW(HKEY_CURRENT_USER, path.c_str(), 0, KEY_READ, key.put());
+        if (!SubkeyNames(key.get(), keys) || keys.size() != 1) return false;
+        if (!reg_getvaluecount(key.get(), &values, 0) || values != 0) return false;
         path.append(path.empty() ? TEXT("") : TEXT("\\")).append(name);
     }
     return true;
