@@ -4,6 +4,7 @@
 
 #include <utilsdll.h>
 
+#include <map>
 #include <optional>
 
 #include "common/handles.h"
@@ -13,6 +14,7 @@
 #include "registry/vpn_only.h"
 #include "tests/support/machine.h"
 #include "tests/support/memory_scan.h"
+#include "tests/support/registry.h"
 #include "tests/support/wide.h"
 
 namespace {
@@ -32,14 +34,11 @@ TEST_F(RegistryClass, ReadOnlyRefusesEveryWriteAndRecordsNothing) {
     DWORD number = 0;
     EXPECT_FALSE(reader.GetDWORD(TEXT("missing"), number));
     const BYTE byte = 0;
-    EXPECT_FALSE(reader.SetDWORD(TEXT("n"), 2));
-    EXPECT_FALSE(reader.SetString(TEXT("s"), TEXT("x"), false));
-    EXPECT_FALSE(reader.SetBinary(TEXT("b"), &byte, 1));
-    EXPECT_FALSE(reader.SetMultiString(TEXT("m"), &byte, 1));
-    EXPECT_FALSE(reader.DeleteValue(TEXT("n")));
-    EXPECT_FALSE(reader.CreateKey(TEXT("k")));
-    EXPECT_FALSE(reader.DeleteKeyTree(kTestKey, true));
-    EXPECT_FALSE(reader.CopyKey(TEXT("a"), TEXT("b")));
+    EXPECT_FALSE(reader.SetDWORD(TEXT("n"), 2) || reader.SetString(TEXT("s"), TEXT("x"), false) ||
+                 reader.SetBinary(TEXT("b"), &byte, 1) ||
+                 reader.SetMultiString(TEXT("m"), &byte, 1) || reader.DeleteValue(TEXT("n")) ||
+                 reader.CreateKey(TEXT("k")) || reader.DeleteKeyTree(kTestKey, true) ||
+                 reader.CopyKey(TEXT("a"), TEXT("b")));
     EXPECT_EQ(reader.LastError(), DWORD{ERROR_FILE_NOT_FOUND});
     EXPECT_TRUE(reader.GetDWORD(TEXT("n"), number));
     EXPECT_EQ(number, 1u);
@@ -60,36 +59,28 @@ TEST_F(RegistryClass, ReadsValuesByItsOwnRules) {
     EXPECT_TRUE(registry_.GetString(TEXT("s"), text)) << "a protected text comes back plain";
     EXPECT_EQ(text, TEXT("AB"));
 
-    std::vector<WString> texts;
-    const WCHAR list[] = {'a', 0, 'b', 'c', 0, 0, 'x', 0, 0};
-    const auto* listBytes = reinterpret_cast<const BYTE*>(list);
-    ASSERT_TRUE(registry_.SetMultiString(TEXT("m"), listBytes, sizeof list));
-    EXPECT_TRUE(registry_.GetMultiString(TEXT("m"), texts));
-    EXPECT_EQ(texts, (std::vector<WString>{TEXT("a"), TEXT("bc")}));
-    ASSERT_TRUE(registry_.SetMultiString(TEXT("m"), listBytes, 1));
-    EXPECT_FALSE(registry_.GetMultiString(TEXT("m"), texts)) << "not one character";
-    ASSERT_TRUE(registry_.SetMultiString(TEXT("m"), listBytes, 2));
-    EXPECT_TRUE(registry_.GetMultiString(TEXT("m"), texts)) << "a list without terminators";
-    EXPECT_EQ(texts.back(), TEXT("a"));
+    // A list, one without terminators, and not one character.
+    const BYTE list[] = {'a', 0, 0, 0, 'b', 0, 'c', 0, 0, 0, 0, 0, 'x', 0, 0, 0, 0, 0};
+    for (const auto& [size, expected] : std::map<DWORD, std::vector<WString>>{
+             {sizeof list, {TEXT("a"), TEXT("bc")}}, {2, {TEXT("a")}}, {1, {}}}) {
+        std::vector<WString> texts;
+        ASSERT_TRUE(registry_.SetMultiString(TEXT("m"), list, size));
+        EXPECT_EQ(registry_.GetMultiString(TEXT("m"), texts), !expected.empty());
+        EXPECT_EQ(texts, expected);
+    }
 }
 
 TEST_F(RegistryClass, CopiesMovesAndEnumerates) {
-    std::vector<WString> names;
-    CRegistry source(true, false);
-    ASSERT_TRUE(source.CreateKey(kTestKey + TEXT("\\From\\Deep")));
-    ASSERT_TRUE(source.SetDWORD(TEXT("n"), 9));
-
+    const std::vector<BYTE> data = {1, 2, 3};
+    SetRaw(HKEY_LOCAL_MACHINE, kTestKey + TEXT("\\From\\Deep"), TEXT("n"), REG_BINARY, data);
     EXPECT_TRUE(registry_.CopyKey(TEXT("From"), TEXT("Copy")));
     EXPECT_TRUE(registry_.MoveKey(TEXT("From"), TEXT("To")));
     EXPECT_FALSE(registry_.MoveKey(TEXT("From"), TEXT("Nowhere"))) << "nothing left to move";
     EXPECT_EQ(registry_.LastError(), DWORD{ERROR_FILE_NOT_FOUND});
+    std::vector<WString> names;
     EXPECT_TRUE(registry_.EnumSubKeys(names));
     EXPECT_EQ(names, (std::vector<WString>{TEXT("Copy"), TEXT("To")}));
-
-    CRegistry moved(true, true);
-    DWORD number = 0;
-    EXPECT_TRUE(moved.OpenKey(kTestKey + TEXT("\\To\\Deep")) && moved.GetDWORD(TEXT("n"), number));
-    EXPECT_EQ(number, 9u);
+    EXPECT_EQ(RawValue(HKEY_LOCAL_MACHINE, kTestKey + TEXT("\\To\\Deep"), TEXT("n")), data);
     EXPECT_TRUE(registry_.DeleteSubKeyTree(TEXT("To")));
     EXPECT_TRUE(registry_.DeleteKeyTree(kTestKey, true));
     EXPECT_FALSE(CRegistry(true, true).OpenKey(kTestKey));
@@ -99,16 +90,13 @@ TEST_F(RegistryClass, CopiesMovesAndEnumerates) {
 
 class UserConfiguration : public MachineTest {
   protected:
-    UserConfiguration() { EXPECT_TRUE(user_.CreateKey(kProductKey)); }
+    UserConfiguration() { EXPECT_TRUE(Created(TEXT(""))); }
 
     // The section of the current user, as text.
     std::string Export(const WCHAR* password = TEXT("pass phrase")) {
-        TiXmlElement root("sentrel_configuration");
-        root.InsertEndChild(TiXmlElement(kUserConfigurationElement));
-        root.InsertEndChild(TiXmlElement("av"));
-        ExportUserConfiguration(&root, SecureText(password), 0);
         TiXmlDocument document;
-        document.InsertEndChild(root);
+        document.Parse("<sentrel_configuration><user_configuration/><av/></sentrel_configuration>");
+        ExportUserConfiguration(document.RootElement(), SecureText(password), 0);
         EXPECT_TRUE(SaveXmlFile(file_.string(), document));
         return ReadWholeFile(file_);
     }
@@ -122,40 +110,37 @@ class UserConfiguration : public MachineTest {
         ImportFile();
     }
 
+    // A key of the user's, below the product key.
+    static WString Below(const WString& path) { return kProductKey + (TEXT("\\") + path); }
+    static UniqueRegKey Created(const WString& path) {
+        return UniqueRegKey(reg_createkeyW(HKEY_CURRENT_USER, Below(path).c_str()));
+    }
     // A value as text, whatever its type; or what there is not.
-    static std::string Stored(const WString& below, const WCHAR* name = TEXT("n")) {
+    static std::string Stored(const WString& path, const WCHAR* name = TEXT("n")) {
         CRegistry key(false, true);
-        if (!key.OpenKey(WString(kProductKey) + TEXT("\\") + below)) return "no key";
-        if (!key.ValueExists(name)) return "no value";
         WString text;
         DWORD number = 0;
         std::vector<WString> texts;
+        if (!key.OpenKey(Below(path))) return "no key";
         if (key.GetString(name, text)) return WideToUtf8(text);
         if (key.GetMultiString(name, texts)) return std::to_string(texts.size()) + " texts";
         return key.GetDWORD(name, number) ? std::to_string(number) : "no value";
     }
-    static UniqueRegKey Opened(const WString& below) {
-        const WString path = WString(kProductKey) + TEXT("\\") + below;
-        return UniqueRegKey(reg_openkeyW(HKEY_CURRENT_USER, path.c_str()));
-    }
 
-    CRegistry user_{false, false};
     std::filesystem::path file_ = ScratchFolder() / "config.xml";
 };
 
 TEST_F(UserConfiguration, ComesBackAsItWas) {
     EXPECT_NE(Export().find("<user_configuration />"), std::string::npos) << "nothing to carry";
 
-    ASSERT_TRUE(user_.CreateKey(TEXT("SA_UI\\Example")));
+    const WString example = TEXT("SA_UI\\Example");
     const WString secret(1000, WCHAR{0x20AC});
-    const UniqueRegKey key = Opened(TEXT("SA_UI\\Example"));
-    const WCHAR list[] = {'a', 0, 'b', 0, 0};
-    const BYTE blob = 1;
-    ASSERT_TRUE(user_.SetString(TEXT("PlainText"), TEXT("äbc &#x41; <&>"), false));
+    const UniqueRegKey key = Created(example);
+    ASSERT_TRUE(reg_setstringW(key.get(), TEXT("PlainText"), TEXT("äbc &#x41; <&>")));
     ASSERT_TRUE(reg_setstring_enc_cuW(key.get(), TEXT("Secret"), secret.c_str()));
-    ASSERT_TRUE(user_.SetDWORD(TEXT("Flags"), 4294967295u));
-    ASSERT_TRUE(reg_setmultistringW(key.get(), TEXT("List"), list));
-    ASSERT_TRUE(user_.SetBinary(TEXT("Blob"), &blob, 1));
+    ASSERT_TRUE(reg_setDWORDW(key.get(), TEXT("Flags"), 4294967295u));
+    ASSERT_TRUE(reg_setmultistringW(key.get(), TEXT("List"), TEXT("a\0b\0")));
+    SetRaw(key.get(), TEXT(""), TEXT("Blob"), REG_BINARY, {1});
 
     const std::string section = Export();
     for (const char* expected :
@@ -168,18 +153,16 @@ TEST_F(UserConfiguration, ComesBackAsItWas) {
     EXPECT_EQ(section.find("user_configuration"), section.rfind("<user_configuration") + 1);
     EXPECT_LT(section.find("<av"), section.find("<user_configuration")) << "the last child";
 
-    ASSERT_TRUE(user_.DeleteKeyTree(WString(kProductKey) + TEXT("\\SA_UI"), false));
+    ASSERT_TRUE(CRegistry(false, false).DeleteKeyTree(Below(TEXT("SA_UI")), false));
     ImportFile(TEXT("wrong phrase"));
     EXPECT_EQ(Stored(TEXT("SA_UI")), "no key") << "a wrong password writes nothing at all";
     ImportFile();
-    const WString example = TEXT("SA_UI\\Example");
     EXPECT_EQ(Stored(example, TEXT("PlainText")), "äbc &#x41; <&>");
     EXPECT_EQ(Stored(example, TEXT("Secret")), WideToUtf8(secret));
     EXPECT_EQ(Stored(example, TEXT("Flags")), "4294967295");
     EXPECT_EQ(Stored(example, TEXT("List")), "2 texts");
     EXPECT_EQ(Stored(example, TEXT("Blob")), "no value");
-    const UniqueRegKey restored = Opened(example);
-    EXPECT_TRUE(reg_is_encrypted_valueW(restored.get(), TEXT("Secret")));
+    EXPECT_TRUE(reg_is_encrypted_valueW(Created(example).get(), TEXT("Secret")));
 }
 
 TEST_F(UserConfiguration, LeavesGatewayKeysOut) {
@@ -189,11 +172,7 @@ TEST_F(UserConfiguration, LeavesGatewayKeysOut) {
         {TEXT("SA_UI\\VPN-10.0.0"), true},
         {TEXT("SA_UI\\VPN-10.0.0.1\\Sub"), true},
     };
-    for (const auto& [name, carried] : keys) {
-        CRegistry key(false, false);
-        ASSERT_TRUE(key.CreateKey(WString(kProductKey) + TEXT("\\") + name));
-        ASSERT_TRUE(key.SetDWORD(TEXT("n"), 1));
-    }
+    for (const auto& [name, carried] : keys) reg_setDWORDW(Created(name).get(), TEXT("n"), 1);
     const std::string section = Export();
     for (const auto& [name, carried] : keys) {
         const bool found = section.find("\"" + WideToUtf8(name) + "\"") != std::string::npos;
@@ -202,8 +181,7 @@ TEST_F(UserConfiguration, LeavesGatewayKeysOut) {
 }
 
 TEST_F(UserConfiguration, KeepsToTheBuffersOfTheFormat) {
-    ASSERT_TRUE(user_.CreateKey(TEXT("Limits")));
-    const UniqueRegKey key = Opened(TEXT("Limits"));
+    const UniqueRegKey key = Created(TEXT("Limits"));
     // 28 bytes of the 2048 are the cipher's.
     const std::pair<std::size_t, bool> lengths[] = {{0, true},    {1, true},     {1009, true},
                                                     {1010, true}, {1011, false}, {1024, false},
@@ -219,8 +197,8 @@ TEST_F(UserConfiguration, KeepsToTheBuffersOfTheFormat) {
     ImportFile();
     EXPECT_EQ(Stored(TEXT("Limits"), TEXT("Secret")), "mine");
 
-    ASSERT_TRUE(user_.SetDWORD(WString(259, 'n'), 1));
-    ASSERT_TRUE(user_.SetDWORD(WString(260, 'm'), 1));
+    ASSERT_TRUE(reg_setDWORDW(key.get(), WString(259, 'n').c_str(), 1));
+    ASSERT_TRUE(reg_setDWORDW(key.get(), WString(260, 'm').c_str(), 1));
     const std::string section = Export();
     EXPECT_NE(section.find(std::string(259, 'n')), std::string::npos);
     EXPECT_EQ(section.find(std::string(259, 'm')), std::string::npos) << "does not fit the buffer";
@@ -270,9 +248,8 @@ TEST_F(UserConfiguration, NoSecretOutlivesItsUse) {
     const HiddenPattern valuePattern(value->c_str(), 2 * value->size());
     ASSERT_TRUE(passwordPattern.StandsInMemory() && valuePattern.StandsInMemory());
 
-    ASSERT_TRUE(user_.CreateKey(TEXT("SA_UI")));
-    const UniqueRegKey key = Opened(TEXT("SA_UI"));
-    ASSERT_TRUE(reg_setstring_enc_cuW(key.get(), TEXT("Secret"), value->c_str()));
+    ASSERT_TRUE(
+        reg_setstring_enc_cuW(Created(TEXT("SA_UI")).get(), TEXT("Secret"), value->c_str()));
     Export(password->c_str());
     ImportFile(password->c_str());
     password.reset();
@@ -297,10 +274,9 @@ TEST_F(UserConfiguration, VpnOnlyKeepsTheConnections) {
     TiXmlDocument expected;
     expected.Parse(
         "<sentrel_configuration policy=\"p\"><date>d</date><!--vpn--><vpn><sslvpn><connections>"
-        "<!-- kept "
-        "--><a/></connections></sslvpn><sslvpn><options/></sslvpn><ipsecvpn><connections/>"
-        "</ipsecvpn></vpn><vpn><options/></vpn><user_configuration><value/></user_configuration>"
-        "</sentrel_configuration>");
+        "<!-- kept --><a/></connections></sslvpn><sslvpn><options/></sslvpn>"
+        "<ipsecvpn><connections/></ipsecvpn></vpn><vpn><options/></vpn>"
+        "<user_configuration><value/></user_configuration></sentrel_configuration>");
     const std::string reduced = ReadWholeFile(file_);
     ASSERT_TRUE(SaveXmlFile(file_.string(), expected));
     EXPECT_EQ(reduced, ReadWholeFile(file_));
