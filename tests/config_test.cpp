@@ -13,14 +13,15 @@
 #include "protect/built_in_secrets.h"
 #include "protect/data_protect.h"
 #include "registry/locations.h"
-#include "registry/registry.h"
 #include "tests/support/cipher.h"
 #include "tests/support/file_facts.h"
 #include "tests/support/machine.h"
+#include "tests/support/registry.h"
 #include "tests/support/wide.h"
 
 namespace {
 
+constexpr const WCHAR* kPassword = TEXT("pass phrase");
 const std::string kDocument =
     "<?xml version=\"1.0\"?><sentrel_configuration>ü</sentrel_configuration>";
 
@@ -45,19 +46,16 @@ TEST(Comments, AreRemovedWhereverTheyStand) {
 class Config : public MachineTest {
   protected:
     Config() { g_RunSettings.bImpersonateUser = false; }
-
-    static std::string ChildText(TiXmlElement& root, const char* name) {
-        const TiXmlElement* child = root.FirstChildElement(name);
-        return child == nullptr || child->GetText() == nullptr ? "" : child->GetText();
-    }
 };
 
 TEST_F(Config, HeaderTellsWhereTheFileComesFrom) {
     const auto version = [](const WCHAR* override) {
         g_RunSettings.strVersionOverride = override;
         TiXmlElement root("sentrel_configuration");
-        WriteHeader(&root, SecureText(TEXT("pass phrase")));
-        return ChildText(root, "sentrel_version") + " " + ChildText(root, "version");
+        WriteHeader(&root, SecureText());
+        EXPECT_EQ(root.Attribute("authentication"), nullptr) << "without a password";
+        return root.FirstChildElement("sentrel_version")->GetText() + std::string(" ") +
+               root.FirstChildElement("version")->GetText();
     };
     EXPECT_EQ(version(TEXT("")), "7.4.3.1790 7.4.3");
     EXPECT_EQ(version(TEXT("8.0.1.22")), "8.0.1.22 8.0.1");
@@ -65,26 +63,22 @@ TEST_F(Config, HeaderTellsWhereTheFileComesFrom) {
     EXPECT_EQ(version(TEXT("7.4")), "7.4.3.1790 7.4.3");
     EXPECT_EQ(version(TEXT("1.2.3.4.5")), "7.4.3.1790 7.4.3");
 
-    CRegistry key(true, false);
-    ASSERT_TRUE(key.CreateKey(kEndpointControlKey));
-    ASSERT_TRUE(key.SetString(kPolicyNameValue, WString(300, WCHAR{0xFC}), false));
+    SetRaw(HKEY_LOCAL_MACHINE, kEndpointControlKey, kPolicyNameValue, WString(300, WCHAR{0xFC}));
     TiXmlElement root("sentrel_configuration");
-    WriteHeader(&root, SecureText(TEXT("pass phrase")));
+    WriteHeader(&root, SecureText());
     const std::size_t fitting = 259 / WideToAnsi(TEXT("\u00FC")).size();
     EXPECT_EQ(root.Attribute("policy"), WideToAnsi(WString(fitting, WCHAR{0xFC})));
-    TiXmlElement withoutPassword("sentrel_configuration");
-    WriteHeader(&withoutPassword, SecureText());
-    EXPECT_EQ(withoutPassword.Attribute("authentication"), nullptr);
 }
 
 TEST_F(Config, VerifierKnowsThePassword) {
-    const std::string verifier = MakePasswordVerifier(SecureText(TEXT("pass phrase")));
+    const SecureText password(kPassword);
+    const std::string verifier = MakePasswordVerifier(password);
     EXPECT_EQ(verifier.size(), 58u);
-    EXPECT_TRUE(CheckPasswordVerifier(verifier, SecureText(TEXT("pass phrase"))));
+    EXPECT_TRUE(CheckPasswordVerifier(verifier, password));
     EXPECT_FALSE(CheckPasswordVerifier(verifier, SecureText(TEXT("other phrase"))));
     const std::string quoted = MakePasswordVerifier(SecureText(TEXT("\"pass phrase\"")));
-    EXPECT_TRUE(CheckPasswordVerifier(quoted, SecureText(TEXT("pass phrase"))));
-    EXPECT_FALSE(CheckPasswordVerifier("00", SecureText(TEXT("pass phrase"))));
+    EXPECT_TRUE(CheckPasswordVerifier(quoted, password));
+    EXPECT_FALSE(CheckPasswordVerifier("00", password));
 }
 
 // --- The module run -----------------------------------------------------------------------------
@@ -92,15 +86,8 @@ TEST_F(Config, VerifierKnowsThePassword) {
 class ModuleRun : public Config {
   protected:
     ModuleRun() {
-        CRegistry product(true, false);
-        EXPECT_TRUE(product.CreateKey(kProductKey));
-        EXPECT_TRUE(product.SetString(TEXT("InstallDir"), Wide(folder_), false));
+        SetRaw(HKEY_LOCAL_MACHINE, kProductKey, TEXT("InstallDir"), Wide(folder_));
         std::filesystem::create_directory(folder_);
-    }
-
-    // Puts a probe where the library of that name is looked for.
-    void Install(const std::string& library, const std::string& probe = "probe_plugin") {
-        InstallLibrary(probe, folder_, library);
     }
 
     // What the probes tell of one run.
@@ -116,13 +103,14 @@ class ModuleRun : public Config {
 };
 
 TEST_F(ModuleRun, CallsWhatTheOperationAsksFor) {
-    for (const char* library : {"cfmsystem", "cfmvpn", "cfmav", "cfmwf"}) Install(library);
-    struct Case {
+    for (const char* library : {"cfmsystem", "cfmvpn", "cfmav", "cfmwf"}) {
+        InstallLibrary("probe_plugin", folder_, library);
+    }
+    const struct {
         const WCHAR* modules;
         const WCHAR* operation;
         const char* calls;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {TEXT("vpn  av"), kOpExport, "cfmvpn ExportToXml 7x pw\ncfmav ExportToXml 7x pw\n"},
         {TEXT("all av"), kOpImportSettings,
          "cfmsystem ImportFromXml 7x pw\ncfmvpn ImportFromXml 7x pw\ncfmav ImportFromXml 7x pw\n"
@@ -137,7 +125,7 @@ TEST_F(ModuleRun, CallsWhatTheOperationAsksFor) {
         {TEXT("webfilter"), kOpImportGwyipConfig, "cfmwf AdvancedOp import_gwyip_config 7x pw\n"},
         {TEXT("vpn"), TEXT("exportvpn"), "cfmvpn AdvancedOp exportvpn 7x pw\n"},
     };
-    for (const Case& c : cases) EXPECT_EQ(Calls(c.modules, c.operation), c.calls);
+    for (const auto& c : cases) EXPECT_EQ(Calls(c.modules, c.operation), c.calls);
 
     g_RunSettings.bCallerVerified = true;
     EXPECT_EQ(Calls(TEXT("system av"), kOpImport),
@@ -150,8 +138,8 @@ TEST_F(ModuleRun, CallsWhatTheOperationAsksFor) {
 }
 
 TEST_F(ModuleRun, OnlyAPluginsOwnErrorCounts) {
-    Install("cfmav");
-    Install("cfmwf", "probe_plugin_without_import");
+    InstallLibrary("probe_plugin", folder_, "cfmav");
+    InstallLibrary("probe_plugin_without_import", folder_, "cfmwf");
     const auto extension = FileOfBuild("probe_plugin").extension();
     WriteWholeFile((folder_ / "cfmvpn").replace_extension(extension), "no library");
     EXPECT_EQ(Calls(TEXT("vpn webfilter firewall av"), kOpImport), "cfmav ImportFromXml 7x pw\n");
@@ -159,7 +147,7 @@ TEST_F(ModuleRun, OnlyAPluginsOwnErrorCounts) {
     EXPECT_EQ(Calls(TEXT("av webfilter"), kOpExport, false),
               "cfmav ExportToXml 7x pw\ncfmwf ExportToXml 7x pw\n")
         << "the run goes on behind a failure";
-    Install("cfmsystem");
+    InstallLibrary("probe_plugin", folder_, "cfmsystem");
     EXPECT_EQ(Calls(TEXT("system"), TEXT("import+CA"), true),
               "cfmsystem AdvancedOp import+CA 7x pw\n")
         << "the result of a passed-through operation is not examined";
@@ -170,7 +158,7 @@ TEST_F(ModuleRun, OnlyAPluginsOwnErrorCounts) {
 class WorkingCopy : public Config {
   protected:
     // The plain copy's content; empty when there is none. Nothing else may be left behind.
-    std::string Prepare(const std::string& stored, const WCHAR* password) {
+    std::string Prepare(const std::string& stored, const WCHAR* password = kPassword) {
         WriteWholeFile(source_, stored);
         const WString copy = PrepareConfigCopy(Wide(source_), 0, SecureText(password));
         EXPECT_EQ(FilesInTemporaryFolder().size(), copy.empty() ? 0u : 1u);
@@ -185,19 +173,19 @@ class WorkingCopy : public Config {
     std::filesystem::path source_ = ScratchFolder() / "stored";
 };
 
-TEST_F(WorkingCopy, OpensEveryStoredForm) {
-    const WCHAR* const pw = TEXT("pass phrase");
+TEST_F(WorkingCopy, OpensEveryStoredFormAndNothingElse) {
     const std::string rootOnly = "<sentrel_configuration></sentrel_configuration>";
-    EXPECT_EQ(Prepare(kDocument, pw), kDocument);
+    EXPECT_EQ(Prepare(kDocument), kDocument);
     EXPECT_EQ(Prepare(rootOnly, TEXT("")), rootOnly);
-    EXPECT_EQ(Prepare(Encrypted(kDocument, pw), pw), kDocument);
-    EXPECT_EQ(Prepare("Enc " + Encrypted(kDocument, pw), pw), kDocument);
-    EXPECT_EQ(Prepare(Encrypted(kDocument, TEXT("\"pass phrase\"")), pw), kDocument);
-    EXPECT_EQ(Prepare(Encrypted(rootOnly + "trailing", pw), pw), rootOnly);
+    EXPECT_EQ(Prepare(Encrypted(rootOnly + "trailing", kPassword)), rootOnly);
     const OpenedPassPhrase a(BuiltInPassPhrase::kA);
     const OpenedPassPhrase b(BuiltInPassPhrase::kB);
-    EXPECT_EQ(Prepare(Encrypted(kDocument, a.c_str()), pw), kDocument);
-    EXPECT_EQ(Prepare("Enc " + Encrypted(kDocument, b.c_str()), pw), kDocument);
+    for (const std::string& form :
+         {Encrypted(kDocument, kPassword), "Enc " + Encrypted(kDocument, kPassword),
+          Encrypted(kDocument, TEXT("\"pass phrase\"")), Encrypted(kDocument, a.c_str()),
+          "Enc " + Encrypted(kDocument, b.c_str())}) {
+        EXPECT_EQ(Prepare(form), kDocument);
+    }
 
     ASSERT_TRUE(DataProtectInit());
     WriteWholeFile(source_, kDocument);
@@ -205,20 +193,14 @@ TEST_F(WorkingCopy, OpensEveryStoredForm) {
     const std::string stored = ReadWholeFile(source_);
     EXPECT_EQ(Prepare(stored, TEXT("")), kDocument);
     EXPECT_EQ(ReadWholeFile(source_), stored) << "the file itself is left alone";
-}
 
-TEST_F(WorkingCopy, RefusesEverythingElse) {
-    const WCHAR* const pw = TEXT("pass phrase");
-    EXPECT_EQ(Prepare(Encrypted(kDocument, TEXT("other")), pw), "");
-    EXPECT_EQ(Prepare("Enc " + Encrypted(kDocument, TEXT("other")), pw), "");
-    const OpenedPassPhrase b(BuiltInPassPhrase::kB);
-    EXPECT_EQ(Prepare(Encrypted(kDocument, b.c_str()), pw), "") << "B belongs to marked files";
-    EXPECT_EQ(Prepare(Encrypted("no document", pw), pw), "");
-    EXPECT_EQ(Prepare("", pw), "");
+    // Nothing else, and B belongs to marked files.
+    for (const std::string& form :
+         {Encrypted(kDocument, TEXT("other")), "Enc " + Encrypted(kDocument, TEXT("other")),
+          Encrypted(kDocument, b.c_str()), Encrypted("no document", kPassword)}) {
+        EXPECT_EQ(Prepare(form), "");
+    }
     EXPECT_EQ(Prepare("", TEXT("")), "");
-    EXPECT_TRUE(PrepareConfigCopy(Wide(ScratchFolder() / "missing"), 0, SecureText()).empty());
-    EXPECT_TRUE(PrepareConfigCopy(Wide(ScratchFolder()), 0, SecureText()).empty());
-    EXPECT_TRUE(FilesInTemporaryFolder().empty());
 }
 
 }  // namespace
