@@ -23,9 +23,6 @@ class ClientStateTest : public MachineTest {
     static std::vector<BYTE> LockRecord() {
         return RawValue(HKEY_LOCAL_MACHINE, kStateKey, TEXT("lock_password"));
     }
-    static void StoreState(const WCHAR* name, DWORD type, const std::vector<BYTE>& data) {
-        SetRaw(HKEY_LOCAL_MACHINE, kStateKey, name, type, data);
-    }
     // Whether the bytes stand in any file of the machine.
     bool MachineHolds(const std::string& bytes) const {
         const auto files = fs::recursive_directory_iterator(EndpointFolder());
@@ -72,14 +69,14 @@ TEST_F(ClientStateTest, StateInDoubtProtects) {
     ASSERT_TRUE(cfg_sentrelmanager_set_pwd(TEXT("secret")));
     auto record = LockRecord();
     record.pop_back();
-    StoreState(TEXT("lock_password"), REG_BINARY, record);
+    SetRaw(HKEY_LOCAL_MACHINE, kStateKey, TEXT("lock_password"), REG_BINARY, record);
     EXPECT_FALSE(cfg_sentrelmanager_cmp_pwd(TEXT("secret")));
     EXPECT_FALSE(cfg_sentrelmanager_cmp_pwd(TEXT("")));
 
     EXPECT_EQ(cfg_is_managed_by_cms(), 0);
-    StoreState(TEXT("managed"), REG_DWORD, {0});
+    SetRaw(HKEY_LOCAL_MACHINE, kStateKey, TEXT("managed"), REG_DWORD, {0});
     EXPECT_NE(cfg_is_managed_by_cms(), 0);
-    StoreState(TEXT("fips_mode"), REG_BINARY, {0, 0, 0, 0});
+    SetRaw(HKEY_LOCAL_MACHINE, kStateKey, TEXT("fips_mode"), REG_BINARY, {0, 0, 0, 0});
     EXPECT_NE(cfg_is_fips_mode_enabled(), 0);
 }
 
