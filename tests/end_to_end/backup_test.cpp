@@ -1,22 +1,17 @@
 // Backups, looked at from outside: exit codes, bytes on standard output, the file, the log.
 #include <regex>
+#include <utility>
 
 #include "tests/end_to_end/client_machine.h"
 #include "tests/support/accounts.h"
 #include "tests/support/file_facts.h"
-#include "tests/support/registry.h"
 
 namespace {
 
-constexpr const WCHAR* kConfigurationMutex =
-    TEXT("Global\\SN_{2C264CC9-7890-4A5D-A626-F868BBFD200F}");
 constexpr const WCHAR* kSavingFinished =
     TEXT("Global\\_SNCONFIG_EVT_SAVING_FINISH_{F55B18CA-E475-4049-95FC-0D9889C1CD1E}");
 
-class BackupTest : public ClientMachine {
-  protected:
-    ~BackupTest() override { EXPECT_TRUE(FilesInTemporaryFolder().empty()); }
-};
+using BackupTest = ClientMachine;
 
 TEST_F(BackupTest, HoldsHeaderVerifierAndEveryModule) {
     ExpectRun(Backup(), 0, "");
@@ -126,7 +121,7 @@ TEST_F(BackupTest, TellsOfPluginsOnlyWhatIsDocumented) {
 TEST_F(BackupTest, WaitsForTheConfigurationMutexAndAnnouncesTheEnd) {
     const UniqueHandle mutex(CreateMutexW(nullptr, TRUE, kConfigurationMutex));
     const UniqueHandle finished(CreateEventW(nullptr, TRUE, FALSE, kSavingFinished));
-    BackgroundProcess first("SNConfig", {"-f", file_.string(), "-p", kPassword});
+    BackgroundProcess first("SNConfig", BackupArguments());
     BackgroundProcess second("SNConfig", {"-h"});
     EXPECT_EQ(WaitForSingleObject(finished.get(), 500), DWORD{WAIT_TIMEOUT});
     EXPECT_TRUE(first.IsRunning() && second.IsRunning()) << "it blocks before it parses";
@@ -170,13 +165,12 @@ TEST_F(BackupTest, WorksAsTheUserOfTheSession) {
 }
 
 TEST_F(BackupTest, TwoAtATimeBothComeOut) {
-    BackgroundProcess other("SNConfig",
-                            {"-f", (ScratchFolder() / "2.xml").string(), "-p", kPassword});
+    BackgroundProcess other("SNConfig", BackupArguments());
+    const auto fileOfOther = std::exchange(file_, ScratchFolder() / "2.xml");
     ExpectRun(Backup(), 0, "");
     EXPECT_EQ(other.Wait().exitCode, 0);
-    for (const auto& file : {file_, ScratchFolder() / "2.xml"}) {
-        EXPECT_TRUE(ReadWholeFile(file).ends_with("</sentrel_configuration>\n"));
-    }
+    EXPECT_TRUE(BackupContent().ends_with("</sentrel_configuration>\n"));
+    EXPECT_TRUE(ReadWholeFile(fileOfOther).ends_with("</sentrel_configuration>\n"));
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <iterator>
+#include <utility>
 
 #include "common/text.h"
 #include "protect/built_in_secrets.h"
@@ -13,17 +14,16 @@
 namespace {
 
 namespace fs = std::filesystem;
-using Commands = std::vector<std::vector<std::string>>;
+using Command = std::vector<std::string>;
 
 class ClientToolTest : public MachineTest {
   protected:
-    static void Expect(int exitCode, const std::vector<std::string>& command,
-                       const ProcessOptions& options = {}) {
+    static void Expect(int exitCode, const Command& command, const ProcessOptions& options = {}) {
         const ProcessResult result = RunProgram("snclient", command, options);
         EXPECT_EQ(result.exitCode, exitCode) << command.front() << result.output << result.errors;
         EXPECT_EQ(result.errors.empty(), exitCode == 0) << command.front();
     }
-    static WString LineOf(const std::vector<std::string>& command) {
+    static WString LineOf(const Command& command) {
         std::string output = RunProgram("snclient", command).output;
         if (!output.empty()) output.pop_back();
         return Utf8ToWide(output);
@@ -53,30 +53,24 @@ TEST_F(ClientToolTest, SwitchesTheClientsState) {
         return "managed: " + is + "\nFIPS mode: " + is + "\nlock password set: " + is +
                "\nregistry locked: " + is + "\n" + service;
     };
+    const std::pair<Command, Command> switches[] = {
+        {{"managed", "on"}, {"managed", "off"}},
+        {{"fips", "on"}, {"fips", "off"}},
+        {{"lock"}, {"unlock"}},
+        {{"set-lock-password", "geheim"}, {"clear-lock-password"}},
+        {{"service", "SA_Scheduler", "start"}, {"service", "SA_Scheduler", "stop"}},
+        {{"service", "SA_Scheduler", "start"}, {"service", "SA_Scheduler", "stop"}},
+    };
     EXPECT_EQ(ClientStatus(), status("no", ""));
-    for (const auto& command : Commands{{"managed", "on"},
-                                        {"fips", "on"},
-                                        {"lock"},
-                                        {"set-lock-password", "geheim"},
-                                        {"service", "SA_Scheduler", "start"},
-                                        {"service", "SA_Scheduler", "start"}}) {
-        Expect(0, command);
-    }
+    for (const auto& [on, off] : switches) Expect(0, on);
     EXPECT_EQ(ClientStatus(), status("yes", "service SA_Scheduler: running\n"));
     EXPECT_TRUE(cfg_sentrelmanager_cmp_pwd(TEXT("geheim")));
-    for (const auto& command : Commands{{"managed", "off"},
-                                        {"fips", "off"},
-                                        {"unlock"},
-                                        {"clear-lock-password"},
-                                        {"service", "SA_Scheduler", "stop"},
-                                        {"service", "SA_Scheduler", "stop"}}) {
-        Expect(0, command);
-    }
+    for (const auto& [on, off] : switches) Expect(0, off);
     EXPECT_EQ(ClientStatus(), status("no", "service SA_Scheduler: stopped\n"));
 }
 
 TEST_F(ClientToolTest, RefusesWrongArgumentsAndStrangers) {
-    for (const auto& command : Commands{{"nonsense"}, {"lock", "it"}, {"managed", "maybe"}}) {
+    for (const Command& command : {Command{"nonsense"}, {"lock", "it"}, {"managed", "maybe"}}) {
         Expect(2, command);
     }
     Expect(1, {"service", "SA_Missing", "stop"});
@@ -86,12 +80,10 @@ TEST_F(ClientToolTest, RefusesWrongArgumentsAndStrangers) {
     SKIP_UNLESS_ADMINISTRATOR();
     Expect(0, {"service", "SA_Scheduler", "start"});
     const std::string before = ClientStatus();
-    for (const auto& command : Commands{{"managed", "on"},
-                                        {"lock"},
-                                        {"service", "SA_Scheduler", "stop"},
-                                        {"service", "SA_Other", "start"}}) {
-        Expect(1, command, As(12345));
-    }
+    Expect(1, {"managed", "on"}, As(12345));
+    Expect(1, {"lock"}, As(12345));
+    Expect(1, {"service", "SA_Scheduler", "stop"}, As(12345));
+    Expect(1, {"service", "SA_Other", "start"}, As(12345));
     EXPECT_EQ(ClientStatus(), before);
 }
 

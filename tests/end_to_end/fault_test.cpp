@@ -15,10 +15,8 @@
 
 #include "common/handles.h"
 #include "common/xml_file.h"
-#include "registry/registry.h"
 #include "tests/end_to_end/client_machine.h"
 #include "tests/support/faults.h"
-#include "tests/support/wide.h"
 
 namespace {
 
@@ -27,36 +25,7 @@ namespace fs = std::filesystem;
 constexpr int kShards = 8;  // a fault's calls are divided among so many cases
 constexpr const char* kNames[] = {"Killed", "DiskFull", "AccessDenied"};
 const std::vector<std::string> kModules = {"-m", "av vpn"};
-constexpr const char* kOffice = "SA_VPN\\sslvpn\\connections\\Office";
 constexpr const char* kUnlockPassword = "open sesame";
-
-// The setting as it is kept or, when it is kept encrypted, its plain text.
-std::string PlainText(const char* key, const char* name) {
-    CRegistry registry(true, true);
-    WString text;
-    registry.OpenKey(TEXT("software\\Verdane\\Sentrel\\") + Wide(key));
-    registry.GetString(Wide(name), text);
-    return fs::path(text).string();
-}
-
-struct Setting {
-    const char* key;
-    const char* name;
-    const char* changed;   // before the restore...
-    const char* restored;  // ... and after it
-};
-constexpr Setting kSettings[] = {
-    {"SA_AV", "profile", "lax", "strict"},
-    {"SA_AV", "made later", "x", ""},
-    {kOffice, "server", "elsewhere", "vpn.example.net"},
-    {kOffice, "password", "Taube-8", "Kranich-7"},
-    {"SA_VPN\\sslvpn\\options", "dtls", "no", "yes"},
-};
-
-bool AreAll(const char* Setting::*state) {
-    return std::ranges::all_of(
-        kSettings, [&](const Setting& s) { return PlainText(s.key, s.name) == s.*state; });
-}
 
 // A backup without what differs from one to the next.
 std::string Comparable(const std::string& backup) {
@@ -69,31 +38,43 @@ using Strike = std::tuple<Fault, int>;  // the fault, and the shard
 
 class FaultTest : public ClientMachine, public testing::WithParamInterface<Strike> {
   protected:
-    // Strikes at each of the shard's calls in turn.
+    // Strikes at each of the shard's calls in turn. `prepare` makes the state before a run, `check`
+    // looks at what a run left, and `isDone` tells whether all of the work was done.
     void StrikeAtEach(const std::vector<std::string>& arguments,
                       const std::function<void()>& prepare,
-                      const std::function<void(const FaultyRun& run)>& check) {
+                      const std::function<void(const ProcessResult& result)>& check,
+                      const std::function<bool()>& isDone) {
         auto at = static_cast<std::size_t>(std::get<1>(GetParam()));
         for (;; at += kShards) {
-            ForgetLastRun();
+            // 1. A machine on which the program makes its folders anew.
+            for (const auto& file : Leftovers()) fs::remove(file);
+            for (const auto& entry : fs::directory_iterator(TemporaryFolder())) {
+                fs::remove_all(entry);
+            }
+            fs::remove_all(LogFolder());
             prepare();
-            const FaultyRun run = RunWithFault(fault_, at, "SNConfig", arguments);
-            if (run.calls.size() <= at) break;
-            struckCall_ = run.calls[at];
-            SCOPED_TRACE("call " + std::to_string(at) + ", " + struckCall_);
-            CheckEnd(run.result);
-            check(run);
+            // 2. The run that is struck.
+            const auto [result, calls] = RunWithFault(fault_, at, "SNConfig", arguments);
+            if (calls.size() <= at) break;
+            SCOPED_TRACE("call " + std::to_string(at) + ", " + calls[at]);
+            CheckEnd(result);
+            check(result);
+            const bool hasFailed = !isKill_ && (result.exitCode > 0 || !result.output.empty() ||
+                                                Log().find(" ERROR ") != std::string::npos);
+            // 3. What it left is in nobody's way. A file that could not be removed stays.
+            const auto leftovers = Leftovers();
+            if (isKill_) ExpectRun(Tool(arguments), 0, "");
+            EXPECT_TRUE(isKill_ ? Leftovers() == leftovers
+                                : leftovers.empty() || calls[at].starts_with("unlink"));
+            EXPECT_TRUE(hasFailed || isDone());
         }
         EXPECT_GT(at, std::size_t{3 * kShards}) << "a run makes more calls than that";
     }
 
-    bool IsKill() const { return fault_ == Fault::kKill; }
+    const Fault fault_ = std::get<0>(GetParam());
+    const bool isKill_ = fault_ == Fault::kKill;
 
-    // What the run said went wrong.
-    bool HasReported(const FaultyRun& run) const {
-        return !run.result.output.empty() || Log().find(" ERROR ") != std::string::npos;
-    }
-
+  private:
     // Files that a finished run should not have left.
     std::set<fs::path> Leftovers() const {
         const auto temporary = FilesInTemporaryFolder();
@@ -103,33 +84,11 @@ class FaultTest : public ClientMachine, public testing::WithParamInterface<Strik
         }
         return files;
     }
-    void ExpectTidy() const {
-        // A file that could not be removed stays.
-        EXPECT_TRUE(Leftovers().empty() || struckCall_.starts_with("unlink"));
-    }
-    // A run on what a killed one left. Of its own it leaves nothing.
-    void ExpectNextRun(const std::vector<std::string>& arguments) {
-        const auto before = Leftovers();
-        ExpectRun(Tool(arguments), 0, "");
-        EXPECT_EQ(Leftovers(), before);
-    }
-
-    const Fault fault_ = std::get<0>(GetParam());
-    std::string struckCall_;
-
-  private:
-    // A machine on which the program makes its folders anew.
-    void ForgetLastRun() {
-        for (const auto& file : Leftovers()) fs::remove(file);
-        for (const auto& entry : fs::directory_iterator(TemporaryFolder())) fs::remove_all(entry);
-        fs::remove_all(LogFolder());
-    }
-
     void CheckEnd(const ProcessResult& result) const {
-        EXPECT_EQ(result.signal != 0, IsKill()) << result.signal;
+        EXPECT_EQ(result.signal != 0, isKill_) << result.signal;
         EXPECT_FALSE(result.timedOut);
         EXPECT_EQ(result.errors, "");
-        EXPECT_TRUE(IsKill() || std::set({0, 1, 2, 3, 5}).contains(result.exitCode))
+        EXPECT_TRUE(isKill_ || std::set({0, 1, 2, 3, 5}).contains(result.exitCode))
             << result.exitCode;
         for (const WCHAR* bypass :
              {TEXT("Global\\SN_BYPASS_FSFILTER"), TEXT("Global\\SN_BYPASS_GUARDLET")}) {
@@ -138,8 +97,7 @@ class FaultTest : public ClientMachine, public testing::WithParamInterface<Strik
     }
 
     // Somebody else on the machine knows of the mutex, so that runs take it.
-    const UniqueHandle mutex_{
-        CreateMutexW(nullptr, FALSE, TEXT("Global\\SN_{2C264CC9-7890-4A5D-A626-F868BBFD200F}"))};
+    const UniqueHandle mutex_{CreateMutexW(nullptr, FALSE, kConfigurationMutex)};
 };
 
 TEST_P(FaultTest, ABackupIsTheOldOneOrTheWholeNewOne) {
@@ -149,63 +107,54 @@ TEST_P(FaultTest, ABackupIsTheOldOneOrTheWholeNewOne) {
     ASSERT_EQ(Backup(kModules).exitCode, 0);
     const std::string whole = Comparable(BackupContent());
     const std::string old(200'000, 'o');
-    std::vector<std::string> backup = {"-f", file_.string(), "-p", kPassword};
-    backup.insert(backup.end(), kModules.begin(), kModules.end());
-
+    const auto isDone = [&] { return Comparable(BackupContent()) == whole; };
+    const auto check = [&](const ProcessResult& result) {
+        EXPECT_LE(result.exitCode, 0);
+        if (BackupContent() == old || isDone()) return;
+        // What could not be backed up is missing in an otherwise good file.
+        TiXmlDocument document;
+        EXPECT_TRUE(!isKill_ && LoadXmlFile(file_.string(), document));
+    };
     StrikeAtEach(
-        backup, [&] { WriteWholeFile(file_, old); },
-        [&](const FaultyRun& run) {
-            const std::string content = BackupContent();
-            if (IsKill()) {
-                EXPECT_TRUE(content == old || Comparable(content) == whole);
-                ExpectNextRun(backup);
-                EXPECT_TRUE(Comparable(BackupContent()) == whole);
-                return;
-            }
-            if (!HasReported(run)) {
-                EXPECT_TRUE(Comparable(content) == whole);
-            } else if (content != old) {
-                // What could not be backed up is missing in an otherwise good file.
-                TiXmlDocument document;
-                EXPECT_TRUE(LoadXmlFile(file_.string(), document));
-            }
-            ExpectTidy();
-        });
+        BackupArguments(kModules), [&] { WriteWholeFile(file_, old); }, check, isDone);
 }
 
 TEST_P(FaultTest, ARestoreLeavesEverySettingOldOrNewAndTheRegistryLocked) {
     SKIP_WITHOUT(kFaults);
+    const struct {
+        std::string key;
+        const char* name;
+        const char* before;
+        const char* restored;
+    } settings[] = {
+        {"SA_AV", "profile", "lax", "strict"},
+        {"SA_AV", "made later", "x", ""},
+        {kOffice, "server", "elsewhere", "vpn.example.net"},
+        {kOffice, "password", "Taube-8", "Kranich-7"},
+        {"SA_VPN\\sslvpn\\options", "dtls", "no", "yes"},
+    };
     ASSERT_EQ(Backup(kModules).exitCode, 0);
     const std::string source = BackupContent();
-    // Without a lock password a run spares the time to check it, but is asked to unlock all the
-    // same.
-    const bool isLockedAgain = !IsKill();
-    if (isLockedAgain) Client({"set-lock-password", kUnlockPassword});
-    const std::vector<std::string> restore = {"-o", "import",  "-f", file_.string(),
-                                              "-p", kPassword, "-k", kUnlockPassword};
+    // Without a lock password a run spares the time to check it, but has to unlock all the same.
+    if (!isKill_) Client({"set-lock-password", kUnlockPassword});
 
-    const auto prepare = [] {
-        for (const Setting& s : kSettings) SetText(s.key, s.name, s.changed);
+    const auto prepare = [&] {
+        for (const auto& s : settings) SetText(s.key, s.name, s.before);
         ASSERT_TRUE(sec_set_sa_registry_lock(true));
     };
-    StrikeAtEach(restore, prepare, [&](const FaultyRun& run) {
-        for (const Setting& setting : kSettings) {
-            const std::string now = PlainText(setting.key, setting.name);
-            EXPECT_TRUE(now == setting.changed || now == setting.restored) << setting.name << now;
+    const auto check = [&](const ProcessResult& result) {
+        for (const auto& s : settings) {
+            const std::string now = Text(s.key, s.name);
+            EXPECT_TRUE(now == s.before || (now == s.restored && result.exitCode <= 0))
+                << s.name << now;
         }
         EXPECT_EQ(BackupContent(), source);
-        if (IsKill()) {
-            ExpectNextRun(restore);
-            EXPECT_TRUE(AreAll(&Setting::restored));
-        } else {
-            if (run.result.exitCode != 0) {
-                EXPECT_TRUE(AreAll(&Setting::changed));
-            } else if (!HasReported(run)) {
-                EXPECT_TRUE(AreAll(&Setting::restored));
-            }
-            ExpectTidy();
-        }
-        EXPECT_EQ(sec_is_registry_locked(), isLockedAgain);
+        EXPECT_TRUE(isKill_ || sec_is_registry_locked());
+    };
+    StrikeAtEach(BackupArguments({"-o", "import", "-k", kUnlockPassword}), prepare, check, [&] {
+        return sec_is_registry_locked() != isKill_ &&
+               std::ranges::all_of(settings,
+                                   [](const auto& s) { return Text(s.key, s.name) == s.restored; });
     });
 }
 
