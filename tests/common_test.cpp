@@ -20,7 +20,6 @@ TEST(Text, ConvertsUpToTheFirstTerminator) {
 }
 
 TEST(Text, CutsAnAnsiBufferBetweenCharacters) {
-    EXPECT_EQ(WideToAnsi(TEXT("abcdef"), 4), "abc");
     // Neither half a character of several bytes nor half a surrogate pair is left at the end. How
     // many bytes they have, the code page says.
     for (std::size_t capacity = 1; capacity < 12; ++capacity) {
@@ -150,9 +149,6 @@ TEST_F(XmlFile, RefusesWhatItCannotHold) {
                               "<![CDATA[]]>", "<\xEF\xBB\xBFr/>", "<r/><?xml a='b'?>"}) {
         EXPECT_EQ(RoundTrip(std::string(start) + "<r a='\"'/>"), "refused") << start;
     }
-    TiXmlDocument document;
-    EXPECT_FALSE(LoadXmlFile((ScratchFolder() / "missing").string(), document));
-    EXPECT_FALSE(LoadXmlFile(ScratchFolder().string(), document));
 }
 
 }  // namespace

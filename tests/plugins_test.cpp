@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 #include <utilsdll.h>
 
-#include <algorithm>
-#include <cctype>
 #include <set>
 #include <stdexcept>
 #include <utility>
@@ -20,7 +18,7 @@
 
 namespace {
 
-// Library and element of each feature; its key is "SA_" and the element's name in capitals.
+// Library and element of each feature; its key is "SA_" and the element's name.
 constexpr std::pair<const char*, const char*> kPlugins[] = {
     {"cfmsystem", "system"}, {"cfmvpn", "vpn"},       {"cfmav", "av"},
     {"cfmvssoma", "ssoma"},  {"cfmwanopt", "wanopt"}, {"cfmwf", "webfilter"},
@@ -94,9 +92,8 @@ class PluginsTest : public MachineTest {
 TEST_F(PluginsTest, EachFeatureWritesItsOwnKeyUnderItsOwnElement) {
     DWORD number = 0;
     for (const auto& [library, element] : kPlugins) {
-        std::string key = std::string("SA_") + element;
-        std::ranges::transform(key, key.begin(), [](char c) { return std::toupper(c); });
-        reg_setDWORDW(FeatureKey(key).get(), TEXT("Number"), ++number);
+        const UniqueRegKey key = FeatureKey(std::string("SA_") + element);
+        reg_setDWORDW(key.get(), TEXT("Number"), ++number);
         EXPECT_EQ(Export(library), 0) << library;
     }
     ASSERT_EQ(Advanced("cfmvpn", TEXT("export-install")), 0);
