@@ -113,21 +113,17 @@ TEST_F(ClientStateTest, RightsFollowTheAccount) {
 
 class GuiTest : public ClientStateTest {
   protected:
-    static BackgroundProcess StartGui(std::vector<std::string> arguments = {}) {
-        arguments.insert(arguments.begin(), "3");
+    static BackgroundProcess StartGui(const std::vector<std::string>& arguments = {"3"}) {
         BackgroundProcess gui("sngui", arguments);
         EXPECT_TRUE(gui.WaitForOutput("listening"));
         return gui;
     }
-    // What it printed after its first line.
-    static std::string Messages(const std::string& output) {
-        return output.substr(output.find('\n') + 1);
-    }
+    const std::string listening_ = "listening on " + WideToUtf8(kGuiOfSession3) + "\n";
 };
 
 TEST_F(GuiTest, ShowsCodesAndTrayTextsInTheirOrder) {
     ShowTrayIconNotification(TEXT("lost: no user interface was reached yet"), 0);
-    BackgroundProcess gui = StartGui({"--count", "5"});
+    BackgroundProcess gui = StartGui({"3", "--count", "5"});
     EXPECT_NE(PostMessageGui(kGuiOfSession3, 3, 0, 0, 0, 0), 0);
     EXPECT_NE(PostMessageGui(kGuiOfSession3, 1640, 1, 2, 3, 0xFFFFFFFF), 0);
     // A miss does not change where tray texts go.
@@ -137,10 +133,10 @@ TEST_F(GuiTest, ShowsCodesAndTrayTextsInTheirOrder) {
     ShowTrayIconNotification(WString(600, TEXT('x')).c_str(), 0);
     const ProcessResult result = gui.Wait();
     EXPECT_EQ(result.exitCode, 0);
-    EXPECT_EQ(Messages(result.output),
-              "code 3 0 0 0 0\ncode 1640 1 2 3 4294967295\ntray 備份完畢.\n"
-              "tray two\\x0Alines\ntray " +
-                  std::string(512, 'x') + "\n");
+    EXPECT_EQ(result.output, listening_ +
+                                 "code 3 0 0 0 0\ncode 1640 1 2 3 4294967295\ntray 備份完畢.\n"
+                                 "tray two\\x0Alines\ntray " +
+                                 std::string(512, 'x') + "\n");
 }
 
 TEST_F(GuiTest, NobodyListensOrAnswers) {
@@ -178,7 +174,7 @@ TEST_F(GuiTest, HostileClientsDoNotDisturb) {
     }
     EXPECT_NE(PostMessageGui(kGuiOfSession3, 1, 0, 0, 0, 0), 0);
     EXPECT_TRUE(gui.WaitForOutput("code"));
-    EXPECT_EQ(Messages(gui.Output()), "code 1 0 0 0 0\n");
+    EXPECT_EQ(gui.Output(), listening_ + "code 1 0 0 0 0\n");
 }
 
 TEST_F(GuiTest, TakesMessagesOfEveryAccountAndServesItsPipeAlone) {
