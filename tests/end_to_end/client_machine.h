@@ -11,7 +11,8 @@ class ClientMachine : public MachineTest {
   protected:
     // Makes the machine's registry and a few settings: two features, one protected value.
     ClientMachine() {
-        SetNumber("SA_AV", "scan_level", 3);
+        SetRaw(HKEY_LOCAL_MACHINE, ProductPath("SA_AV"), TEXT("scan_level"), REG_DWORD,
+               {3, 0, 0, 0});
         SetProfile("strict");
         SetText(kOffice, "server", "vpn.example.net");
         SetText(kOffice, "password", "Kranich-7");
@@ -25,6 +26,12 @@ class ClientMachine : public MachineTest {
     static inline const std::string kOffice = "SA_VPN\\sslvpn\\connections\\Office";
     static constexpr const WCHAR* kConfigurationMutex =
         TEXT("Global\\SN_{2C264CC9-7890-4A5D-A626-F868BBFD200F}");
+    // Objects that exist while the client's file protection is bypassed.
+    static constexpr const char* kBypasses[] = {"SN_BYPASS_FSFILTER", "SN_BYPASS_GUARDLET"};
+    static bool Exists(const std::string& object) {
+        const WString name = Wide("Global\\" + object);
+        return static_cast<bool>(UniqueHandle(OpenEventW(SYNCHRONIZE, FALSE, name.c_str())));
+    }
 
     static ProcessResult Tool(const std::vector<std::string>& arguments) {
         return RunProgram("SNConfig", arguments);
@@ -60,10 +67,6 @@ class ClientMachine : public MachineTest {
     }
     static void SetText(const std::string& key, const std::string& name, const std::string& text) {
         SetRaw(HKEY_LOCAL_MACHINE, ProductPath(key), Wide(name).c_str(), Wide(text));
-    }
-    static void SetNumber(const std::string& key, const std::string& name, DWORD number) {
-        SetRaw(HKEY_LOCAL_MACHINE, ProductPath(key), Wide(name).c_str(), REG_DWORD, &number,
-               sizeof number);
     }
     // The plain text, also of a protected value; empty when missing.
     static std::string Text(const std::string& key, const std::string& name) {

@@ -1,10 +1,8 @@
 // A backup and a restore, struck at every call by which they change files: killed just before it,
 // or refused by a full disk or for want of rights.
 //
-// A run that is killed cannot tidy up. It may leave its files in the temporary folder - the working
-// copy among them, readable by its owner alone - and beside the destination, and a restore may
-// leave the registry unlocked and some settings old, some new. None of it is in the way of the next
-// run.
+// A run that is killed cannot tidy up: its files stay - a working copy among them, readable by its
+// owner alone - and after a restore the registry may be unlocked and some settings old, some new.
 #include <utilsdll.h>
 
 #include <algorithm>
@@ -57,7 +55,11 @@ class FaultTest : public ClientMachine, public testing::WithParamInterface<Strik
             const auto [result, calls] = RunWithFault(fault_, at, "SNConfig", arguments);
             if (calls.size() <= at) break;
             SCOPED_TRACE("call " + std::to_string(at) + ", " + calls[at]);
-            CheckEnd(result);
+            EXPECT_EQ(result.signal != 0, isKill_) << result.signal;
+            EXPECT_FALSE(result.timedOut);
+            EXPECT_EQ(result.errors, "");
+            EXPECT_TRUE(isKill_ || std::set({0, 1, 2, 3, 5}).contains(result.exitCode));
+            for (const char* bypass : kBypasses) EXPECT_FALSE(Exists(bypass)) << bypass;
             check(result);
             const bool hasFailed = !isKill_ && (result.exitCode > 0 || !result.output.empty() ||
                                                 Log().find(" ERROR ") != std::string::npos);
@@ -84,18 +86,6 @@ class FaultTest : public ClientMachine, public testing::WithParamInterface<Strik
         }
         return files;
     }
-    void CheckEnd(const ProcessResult& result) const {
-        EXPECT_EQ(result.signal != 0, isKill_) << result.signal;
-        EXPECT_FALSE(result.timedOut);
-        EXPECT_EQ(result.errors, "");
-        EXPECT_TRUE(isKill_ || std::set({0, 1, 2, 3, 5}).contains(result.exitCode))
-            << result.exitCode;
-        for (const WCHAR* bypass :
-             {TEXT("Global\\SN_BYPASS_FSFILTER"), TEXT("Global\\SN_BYPASS_GUARDLET")}) {
-            EXPECT_FALSE(UniqueHandle(OpenEventW(SYNCHRONIZE, FALSE, bypass)));
-        }
-    }
-
     // Somebody else on the machine knows of the mutex, so that runs take it.
     const UniqueHandle mutex_{CreateMutexW(nullptr, FALSE, kConfigurationMutex)};
 };

@@ -14,7 +14,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kBypasses[] = {"SN_BYPASS_FSFILTER", "SN_BYPASS_GUARDLET"};
 constexpr const char* kLockPassword = "open sesame";
 constexpr const char* kContent =
     "<?xml version=\"1.0\"?><sentrel_configuration><!-- note --><av /></sentrel_configuration>";
@@ -62,26 +61,26 @@ struct Outcome {
     bool lockedAtEnd;
 };
 
-// The exit code and the text of a refusal, or 0.
-std::pair<int, const char*> Refusal(const Operation& operation, const State& state) {
-    if (!operation.isGuarded) return {0, ""};
-    if (!state.isAdministrator) {
-        return {3, "Admin rights are required to import configuration files.\n"};
-    }
-    if (state.isManaged && state.schedulerRuns && !state.isParentTrusted) {
-        return {2, "The configuration settings are protected with registration. \n"};
-    }
-    const bool needsPassword = state.hasLockPassword && (state.isLocked || !state.isParentTrusted);
-    if (!needsPassword || state.unlock == kLockPassword) return {0, ""};
-    if (!state.unlock.empty()) return {1, "Incorrect password.\n"};
-    return {2,
-            "The configuration settings are protected with lock. You must use the -k option to "
-            "install configurations.\n"};
-}
-
 Outcome Expected(const Operation& operation, const State& state) {
-    const auto [refusal, output] = Refusal(operation, state);
-    if (refusal != 0) return {refusal, output, state.isLocked, state.isLocked};
+    const auto refusal = [&](int exitCode, const char* output) {
+        return Outcome{exitCode, output, state.isLocked, state.isLocked};
+    };
+    if (operation.isGuarded) {
+        if (!state.isAdministrator) {
+            return refusal(3, "Admin rights are required to import configuration files.\n");
+        }
+        if (state.isManaged && state.schedulerRuns && !state.isParentTrusted) {
+            return refusal(2, "The configuration settings are protected with registration. \n");
+        }
+        const bool isHeld = state.hasLockPassword && (state.isLocked || !state.isParentTrusted);
+        if (isHeld && state.unlock.empty()) {
+            return refusal(
+                2,
+                "The configuration settings are protected with lock. You must use the -k "
+                "option to install configurations.\n");
+        }
+        if (isHeld && state.unlock != kLockPassword) return refusal(1, "Incorrect password.\n");
+    }
     const bool unlocks =
         operation.name == std::string("import") && !state.unlock.empty() && !state.isParentTrusted;
     // A standard user's run has no right to the lock.
@@ -91,11 +90,6 @@ Outcome Expected(const Operation& operation, const State& state) {
 }
 
 // --- The machine --------------------------------------------------------------------------------
-
-bool Exists(const std::string& object) {
-    const auto name = Wide("Global\\" + object);
-    return static_cast<bool>(UniqueHandle(OpenEventW(SYNCHRONIZE, FALSE, name.c_str())));
-}
 
 class Guards : public ClientMachine {
   protected:
@@ -133,6 +127,7 @@ class Guards : public ClientMachine {
         }
         fs::remove(client_ / "calls");
         for (const auto& entry : fs::directory_iterator(TemporaryFolder())) fs::remove_all(entry);
+        for (const char* bypass : kBypasses) LeaveObjectRemains(EndpointFolder(), bypass);
     }
 
     BackgroundProcess Start(const Operation& operation, const State& state) {
@@ -157,18 +152,13 @@ class Guards : public ClientMachine {
         const Outcome expected = Expected(operation, state);
         const bool isAllowed = expected.exitCode == 0;
         Prepare(state, &operation == &kOperations[kExport]);
-        if (!isAllowed) {
-            for (const char* bypass : kBypasses) LeaveObjectRemains(EndpointFolder(), bypass);
-        }
-
         BackgroundProcess run = Start(operation, state);
         if (isAllowed) LookMeanwhile(run, expected);
         SetEvent(goOn_.get());
         const ProcessResult result = run.Wait();
         ResetEvent(goOn_.get());
 
-        EXPECT_EQ(result.exitCode, expected.exitCode);
-        EXPECT_EQ(result.output, expected.output);
+        ExpectRun(result, expected.exitCode, expected.output);
         EXPECT_EQ(sec_is_registry_locked(), expected.lockedAtEnd);
         for (const char* bypass : kBypasses) {
             EXPECT_FALSE(Exists(bypass)) << bypass;
@@ -253,19 +243,19 @@ TEST_F(ClientMachine, FilePasswordIsCheckedBeforeTheLocks) {
     ASSERT_TRUE(gui.WaitForOutput("listening"));
     const struct {
         fs::path file;
-        const char* password;
-        int exitCode;  // 5: a wrong password, which is also shown
+        std::vector<std::string> password;  // as arguments
+        int exitCode;                       // 5: a wrong password, which is also shown
         bool isLogged;
-    } cases[] = {{file_, nullptr, 2, false},
-                 {file_, kPassword, 2, false},
-                 {file_, "wrong phrase", 5, true},
-                 {encrypted, kPassword, 2, false},
-                 {encrypted, "wrong phrase", 5, false}};
+    } cases[] = {{file_, {}, 2, false},
+                 {file_, {"-p", kPassword}, 2, false},
+                 {file_, {"-p", "wrong phrase"}, 5, true},
+                 {encrypted, {"-p", kPassword}, 2, false},
+                 {encrypted, {"-p", "wrong phrase"}, 5, false}};
     for (const auto& c : cases) {
         const std::size_t shown = gui.Output().size();
         const std::size_t logged = Log().size();
-        std::vector<std::string> arguments = {"-o", "import", "-f", c.file.string(), "-i", "1"};
-        if (c.password != nullptr) arguments.insert(arguments.end(), {"-p", c.password});
+        auto arguments = c.password;
+        arguments.insert(arguments.end(), {"-o", "import", "-f", c.file.string(), "-i", "1"});
         EXPECT_EQ(Tool(arguments).exitCode, c.exitCode);
         if (c.exitCode == 5) gui.WaitForOutput("code 3");
         EXPECT_EQ(gui.Output().substr(shown), c.exitCode == 5 ? "code 3 0 0 0 0\n" : "");

@@ -107,10 +107,9 @@ TEST_F(HostileFileTest, WhatIsNoFileIsRefused) {
 TEST_F(HostileFileTest, AFileThatChangesIsReadAsItOnceWas) {
     std::atomic<bool> isOver = false;
     std::thread writer([&] {
-        for (int i = 0; !isOver; ++i) {
+        for (std::size_t i = 0; !isOver; ++i) {
             WriteWholeFile(file_, kWhole.substr(0, kWhole.size() / 2));
-            WriteWholeFile(file_,
-                           kWhole + std::string(static_cast<std::size_t>(i % 3) * 70'000, '\n'));
+            WriteWholeFile(file_, kWhole + std::string(i % 3 * 70'000, '\n'));
             std::error_code ignored;
             if (i % 5 == 0) fs::remove(file_, ignored);
         }
