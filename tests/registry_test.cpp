@@ -18,12 +18,13 @@
 
 namespace {
 
+const WString kTestKey = TEXT(SENTREL_PRODUCT_KEY "\\SA_TEST");
+
 using RegistryClass = MachineTest;
 
 TEST_F(RegistryClass, ReadsByItsOwnRulesAndWritesOnlyWhereItMay) {
-    const WString path = TEXT(SENTREL_PRODUCT_KEY "\\SA_TEST");
     CRegistry registry(true, false);
-    ASSERT_TRUE(registry.CreateKey(path));
+    ASSERT_TRUE(registry.CreateKey(kTestKey));
     DWORD number = 77;
     ASSERT_TRUE(registry.SetString(TEXT("s"), TEXT("A"), false));
     EXPECT_EQ(registry.LastSize(), 2u) << "characters with the terminator";
@@ -35,20 +36,55 @@ TEST_F(RegistryClass, ReadsByItsOwnRulesAndWritesOnlyWhereItMay) {
     EXPECT_EQ(registry.LastError(), DWORD{ERROR_MORE_DATA});
     EXPECT_EQ(number, DWORD{'A'});
 
+    std::vector<WString> texts;
+    const WCHAR list[] = {'a', 0, 'b', 'c', 0, 0, 'x', 0, 0};
+    const auto readList = [&](DWORD size) {
+        const bool isSet =
+            registry.SetMultiString(TEXT("m"), reinterpret_cast<const BYTE*>(list), size);
+        return isSet && registry.GetMultiString(TEXT("m"), texts);
+    };
+    EXPECT_TRUE(readList(sizeof list));
+    EXPECT_EQ(texts, (std::vector<WString>{TEXT("a"), TEXT("bc")}));
+    EXPECT_FALSE(readList(1)) << "not one character";
+    EXPECT_TRUE(readList(2)) << "a list without terminators";
+    EXPECT_EQ(texts.back(), TEXT("a"));
+
     // A read-only object refuses every write and records nothing of it.
     CRegistry reader(true, true);
     const BYTE byte = 0;
-    ASSERT_TRUE(reader.OpenKey(path));
+    ASSERT_TRUE(reader.OpenKey(kTestKey));
     EXPECT_FALSE(reader.GetDWORD(TEXT("missing"), number));
     EXPECT_FALSE(reader.SetDWORD(TEXT("s"), 2) || reader.SetString(TEXT("s"), TEXT("x"), false) ||
                  reader.SetBinary(TEXT("s"), &byte, 1) ||
                  reader.SetMultiString(TEXT("s"), &byte, 1) || reader.DeleteValue(TEXT("s")) ||
-                 reader.CreateKey(TEXT("k")) || reader.DeleteKeyTree(path, true) ||
+                 reader.CreateKey(TEXT("k")) || reader.DeleteKeyTree(kTestKey, true) ||
                  reader.CopyKey(TEXT("a"), TEXT("b")));
     EXPECT_EQ(reader.LastError(), DWORD{ERROR_FILE_NOT_FOUND});
     WString text;
     EXPECT_TRUE(reader.GetString(TEXT("s"), text)) << "a protected text comes back plain";
     EXPECT_EQ(text, TEXT("AB"));
+}
+
+TEST_F(RegistryClass, CopiesMovesAndEnumerates) {
+    CRegistry deep(true, false);
+    CRegistry registry(true, false);
+    ASSERT_TRUE(deep.CreateKey(kTestKey + TEXT("\\From\\Deep")) && registry.CreateKey(kTestKey));
+    ASSERT_TRUE(deep.SetDWORD(TEXT("n"), 9));
+    EXPECT_TRUE(registry.CopyKey(TEXT("From"), TEXT("Copy")));
+    EXPECT_TRUE(registry.MoveKey(TEXT("From"), TEXT("To")));
+    EXPECT_FALSE(registry.MoveKey(TEXT("From"), TEXT("Nowhere"))) << "nothing left to move";
+    EXPECT_EQ(registry.LastError(), DWORD{ERROR_FILE_NOT_FOUND});
+    std::vector<WString> names;
+    EXPECT_TRUE(registry.EnumSubKeys(names));
+    EXPECT_EQ(names, (std::vector<WString>{TEXT("Copy"), TEXT("To")}));
+
+    CRegistry moved(true, true);
+    DWORD number = 0;
+    EXPECT_TRUE(moved.OpenKey(kTestKey + TEXT("\\To\\Deep")) && moved.GetDWORD(TEXT("n"), number));
+    EXPECT_EQ(number, 9u);
+    EXPECT_TRUE(registry.DeleteSubKeyTree(TEXT("To")));
+    EXPECT_TRUE(registry.DeleteKeyTree(kTestKey, true));
+    EXPECT_FALSE(CRegistry(true, true).OpenKey(kTestKey));
 }
 
 // --- The user's section -------------------------------------------------------------------------

@@ -47,7 +47,6 @@ WINAPI_EXPORT BOOL WINAPI SetFileAttributesW(LPCWSTR lpFileName, DWORD dwFileAtt
 // A new folder belongs to its creator, and others may look into it.
 WINAPI_EXPORT BOOL WINAPI CreateDirectoryW(LPCWSTR lpPathName,
                                            LPSECURITY_ATTRIBUTES lpSecurityAttributes);
-WINAPI_EXPORT BOOL WINAPI RemoveDirectoryW(LPCWSTR lpPathName);
 
 // The absolute path, without "." and "..". Returns its length, or with a small buffer the size that
 // it needs. *lpFilePart becomes the start of its last part, or null when there is none.

@@ -18,7 +18,6 @@
 #define PIPE_REJECT_REMOTE_CLIENTS 0x00000008
 #define PIPE_UNLIMITED_INSTANCES 255
 #define NMPWAIT_USE_DEFAULT_WAIT 0x00000000
-#define NMPWAIT_NOWAIT 0x00000001
 #define NMPWAIT_WAIT_FOREVER 0xffffffff
 
 extern "C" {
@@ -67,11 +66,4 @@ WINAPI_EXPORT BOOL WINAPI TransactNamedPipe(HANDLE hNamedPipe, LPVOID lpInBuffer
                                             DWORD nInBufferSize, LPVOID lpOutBuffer,
                                             DWORD nOutBufferSize, LPDWORD lpBytesRead,
                                             LPOVERLAPPED lpOverlapped);
-
-// Connects, writes one message, reads one and disconnects. The time-out in milliseconds holds for
-// all of it, also for the reply (ERROR_SEM_TIMEOUT) - on Windows only for the wait for an instance,
-// as here with the three NMPWAIT_ values.
-WINAPI_EXPORT BOOL WINAPI CallNamedPipeW(LPCWSTR lpNamedPipeName, LPVOID lpInBuffer,
-                                         DWORD nInBufferSize, LPVOID lpOutBuffer,
-                                         DWORD nOutBufferSize, LPDWORD lpBytesRead, DWORD nTimeOut);
 }

@@ -100,13 +100,6 @@ extern "C" BOOL WINAPI CreateDirectoryW(LPCWSTR lpPathName,
     return errno == ENOENT ? Fail(ERROR_PATH_NOT_FOUND) : FailWithErrno(errno);
 }
 
-extern "C" BOOL WINAPI RemoveDirectoryW(LPCWSTR lpPathName) {
-    const std::string path = PathOf(lpPathName);
-    if (rmdir(path.c_str()) == 0) return TRUE;
-    if (errno == ENOTEMPTY) return Fail(ERROR_DIR_NOT_EMPTY);
-    return errno == ENOTDIR ? Fail(ERROR_DIRECTORY) : FailOnPath(errno, path);
-}
-
 extern "C" DWORD WINAPI GetFullPathNameW(LPCWSTR lpFileName, DWORD nBufferLength, LPWSTR lpBuffer,
                                          LPWSTR* lpFilePart) {
     std::error_code error;

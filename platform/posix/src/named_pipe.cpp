@@ -18,34 +18,6 @@ bool TakeName(LPCWSTR path, std::string& name) {
     return !name.empty() || Fail(ERROR_INVALID_NAME);
 }
 
-// Connects to an instance, waiting until one is free.
-UniqueDescriptor ConnectInTime(const std::string& name, const Deadline& deadline) {
-    for (;;) {
-        UniqueDescriptor socket = ConnectToPipe(name);
-        if (socket || GetLastError() != ERROR_PIPE_BUSY) return socket;
-        if (!WaitForPipe(name, deadline)) return {};
-    }
-}
-
-BOOL Call(LPCWSTR path, PipeOperation operation, DWORD& read, DWORD timeOut) {
-    std::string name;
-    if (!TakeName(path, name)) return FALSE;
-    const bool isNumber = timeOut != NMPWAIT_USE_DEFAULT_WAIT && timeOut != NMPWAIT_NOWAIT;
-    const Deadline whole(isNumber ? timeOut : INFINITE);
-    UniqueDescriptor socket;
-    if (timeOut == NMPWAIT_NOWAIT) {
-        socket = ConnectToPipe(name);
-    } else {
-        socket = ConnectInTime(name, isNumber ? whole : Deadline(kDefaultWait));
-    }
-    if (!socket) return FALSE;
-    PipeClient client(std::move(socket), false);
-    client.ReadMessages(true);
-    const DWORD error = client.Run(operation, whole);
-    read = operation.transferred;
-    return error == ERROR_SUCCESS || Fail(error);
-}
-
 }  // namespace
 }  // namespace platform
 
@@ -144,20 +116,6 @@ BOOL WINAPI TransactNamedPipe(HANDLE hNamedPipe, LPVOID lpInBuffer, DWORD nInBuf
                          .input = lpOutBuffer,
                          .inputSize = nOutBufferSize},
                         lpBytesRead == nullptr ? ignored : *lpBytesRead, lpOverlapped);
-}
-
-BOOL WINAPI CallNamedPipeW(LPCWSTR lpNamedPipeName, LPVOID lpInBuffer, DWORD nInBufferSize,
-                           LPVOID lpOutBuffer, DWORD nOutBufferSize, LPDWORD lpBytesRead,
-                           DWORD nTimeOut) {
-    DWORD ignored = 0;
-    return platform::Call(lpNamedPipeName,
-                          {.writes = true,
-                           .reads = true,
-                           .output = lpInBuffer,
-                           .outputSize = nInBufferSize,
-                           .input = lpOutBuffer,
-                           .inputSize = nOutBufferSize},
-                          lpBytesRead == nullptr ? ignored : *lpBytesRead, nTimeOut);
 }
 
 BOOL WINAPI GetOverlappedResult(HANDLE hFile, LPOVERLAPPED lpOverlapped,
