@@ -16,7 +16,7 @@ std::string PathToAnsi(WStringView path);
 // `folder`, a separator unless the folder already ends with one, and `name`.
 WString JoinPath(WStringView folder, WStringView name);
 
-// The part of a path before its last separator (empty when it has none), and the part after it. On
-// every target a backslash separates; a slash does where the target says so.
+// The part of a path before its last separator (empty when it has none), and the part after it. A
+// slash separates as a backslash does, on every target.
 WString FolderOfPath(WStringView path);
 WString FileNameOfPath(WStringView path);

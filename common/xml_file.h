@@ -27,5 +27,6 @@ inline constexpr int kMaxXmlAttributes = 1000;
 bool LoadXmlFile(const std::string& path, TiXmlDocument& document);
 
 // Saves `document` to `path`, replacing the file's content. False when it cannot be opened or not
-// all of it could be written; the file then has its old content.
+// all of it could be written; the file then has its old content. Lines end with "\n" on every target,
+// and there is no byte order mark.
 bool SaveXmlFile(const std::string& path, const TiXmlDocument& document);
