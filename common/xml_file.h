@@ -26,7 +26,7 @@ inline constexpr int kMaxXmlAttributes = 1000;
 // its end or a document type; also for markup that TinyXML would read in a way of its own.
 bool LoadXmlFile(const std::string& path, TiXmlDocument& document);
 
-// Saves `document` to `path`, replacing the file's content. False when it cannot be opened or not
-// all of it could be written; the file then has its old content. Lines end with "\n" on every target,
-// and there is no byte order mark.
+// Saves `document` to `path`, replacing the file's content, without a byte order mark and with
+// lines that end with "\n" on every target. False when it cannot be opened or not all of it could
+// be written; the file then has its old content.
 bool SaveXmlFile(const std::string& path, const TiXmlDocument& document);
