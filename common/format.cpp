@@ -194,6 +194,16 @@ WString FormatWideV(const WCHAR* format, va_list list) {
             case 'X':
                 AppendInteger(out, c, arguments);
                 break;
+            case 'e':
+            case 'E':
+            case 'f':
+            case 'F':
+            case 'g':
+            case 'G':
+            case 'a':
+            case 'A':
+                AppendNumber(out, c, "", arguments.Next<double>());
+                break;
             default:
                 out += WCHAR{'%'};  // not a conversion: shown as it stands
                 out += *at;

@@ -6,7 +6,7 @@
 #include "common/text.h"
 
 // Formats in the manner of Windows' wide printf functions: %s and %ls and %ws take wide text, %S
-// and %hs UTF-8 text, %c a wide character; d i u x X o p, flags, width, precision ("*"
+// and %hs UTF-8 text, %c a wide character; d i u x X o p e f g a, flags, width, precision ("*"
 // included) and the sizes hh h l ll z j t I64 I32 I are the C library's, with l meaning 32 bits as
 // on Windows. A null text prints as "(null)". %n is not supported. The result is never cut.
 WString FormatWide(const WCHAR* format, ...);

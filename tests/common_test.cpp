@@ -70,6 +70,8 @@ TEST(Format, FollowsWindowsConversions) {
                          wide.c_str()),
               TEXT("  weit|weit  |we| weit"));
     EXPECT_EQ(FormatWide(TEXT("%s"), static_cast<const WCHAR*>(nullptr)), TEXT("(null)"));
+    EXPECT_EQ(FormatWide(TEXT("%6.2f %g %s"), 2.5, 0.25, wide.c_str()),
+              TEXT("  2.50 0.25 ") + wide);
     EXPECT_EQ(FormatWide(TEXT("end %")), TEXT("end "));
     const WString huge(100'000, WCHAR{'x'});
     EXPECT_EQ(FormatWide(TEXT("%s"), huge.c_str()).size(), huge.size());

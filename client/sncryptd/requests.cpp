@@ -86,17 +86,23 @@ SecureBytes EnterErrorMode(const Request& request) {
 
 // --- Configuration changes ----------------------------------------------------------------------
 
-// Verdicts of a reply about the configuration state. Negative: refused.
+// Verdicts of a reply about the configuration state. Negative: not as the client wanted it.
 enum Verdict {
     kDone = 0,
     kNoOpenChange = -1,      // a commit by a process that has begun no change
-    kStateNotWritten = -2,   // the service could not keep it
+    kStateNotWritten = -2,   // the service could not keep the commit
     kChangedSince = -3,      // the configuration is not as the last commit left it
     kNeverCommitted = -4,    // no commit has recorded a configuration
     kUnknownOperation = -5,  // nothing that the service knows
 };
 
 constexpr std::size_t kMostOpenChanges = 1'000;
+
+// Who is no administrator cannot change the configuration, but backs it up: such a client's begin
+// and commit are taken, and leave nothing behind.
+bool MayChange(const Request& request) {
+    return request.client.isAdministrator;
+}
 
 std::mutex changesMutex;
 
@@ -117,11 +123,12 @@ SecureBytes BeginChange(const Request& request) {
     if (static_cast<DWORD>(request.header.param1) != kCryptdBeginChange) {
         return ReplyTo(request, kUnknownOperation);
     }
+    if (!MayChange(request)) return ReplyTo(request, kDone);
     const std::lock_guard lock(changesMutex);
     std::vector<DWORD> changes = ChangesOfLivingProcesses();
-    if (changes.size() >= kMostOpenChanges) return ReplyTo(request, kStateNotWritten);
+    if (changes.size() >= kMostOpenChanges) return Refuse(ERROR_NO_SYSTEM_RESOURCES);
     changes.push_back(request.client.process);
-    return ReplyTo(request, SetOpenChanges(changes) ? kDone : kStateNotWritten);
+    return SetOpenChanges(changes) ? ReplyTo(request, kDone) : Refuse(ERROR_WRITE_FAULT);
 }
 
 int Commit(DWORD process) {
@@ -137,8 +144,10 @@ int Commit(DWORD process) {
 }
 
 SecureBytes CommitChange(const Request& request) {
-    const bool isIt = static_cast<DWORD>(request.header.param1) == kCryptdCommitChange;
-    return ReplyTo(request, isIt ? Commit(request.client.process) : kUnknownOperation);
+    if (static_cast<DWORD>(request.header.param1) != kCryptdCommitChange) {
+        return ReplyTo(request, kUnknownOperation);
+    }
+    return ReplyTo(request, MayChange(request) ? Commit(request.client.process) : kDone);
 }
 
 int VerifyConfiguration() {
@@ -175,8 +184,8 @@ constexpr Command kCommands[] = {
     {CRYPTD_CTRL_CMD_ID_RANDOM_BYTES_REQ, false, GiveRandomBytes},
     {CRYPTD_CTRL_CMD_ID_QUERY_TEXT_REQ, false, GiveText},
     {CRYPTD_CTRL_CMD_ID_FIPS_ERROR_MODE_REQ, true, EnterErrorMode},
-    {CRYPTD_CTRL_CMD_ID_CONFIGURATION_MUTATE_STATE_REQ, true, BeginChange},
-    {CRYPTD_CTRL_CMD_ID_CONFIGURATION_COMMIT_MUTATION_STATE_REQ, true, CommitChange},
+    {CRYPTD_CTRL_CMD_ID_CONFIGURATION_MUTATE_STATE_REQ, false, BeginChange},
+    {CRYPTD_CTRL_CMD_ID_CONFIGURATION_COMMIT_MUTATION_STATE_REQ, false, CommitChange},
     {CRYPTD_CTRL_CMD_ID_CONFIGURATION_STATE_VERIFY_REQ, true, Verify},
 };
 

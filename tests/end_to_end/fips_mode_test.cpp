@@ -50,6 +50,17 @@ class FipsModeTest : public ClientMachine {
     fs::path program_ = CopyOf(FileOfBuild("SNConfig"));
 };
 
+TEST_F(FipsModeTest, AnOrdinaryUserBacksUpToo) {
+    SKIP_UNLESS_ADMINISTRATOR();
+    BackgroundProcess service("sncryptd", {});
+    ASSERT_TRUE(service.WaitForOutput("listening"));
+    file_ = TemporaryFolder() / "users.xml";
+    ExpectRun(RunProgram(program_.string(), BackupArguments({"-m", "av"}), {{}, Folder(), 12345}),
+              0, "");
+    EXPECT_NE(BackupContent().find("</av>"), std::string::npos);
+    fs::remove(file_);
+}
+
 TEST_F(FipsModeTest, ARestoreIsAChangeOfTheConfigurationState) {
     BackgroundProcess service("sncryptd", {});
     ASSERT_TRUE(service.WaitForOutput("listening"));
