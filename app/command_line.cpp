@@ -4,9 +4,9 @@
 
 #include <cstdlib>
 
-#include "app/console.h"
-#include "app/run_settings.h"
-#include "app/user_context.h"
+#include "app/services/console.h"
+#include "app/services/run_settings.h"
+#include "app/services/user_context.h"
 #include "common/path.h"
 #include "protect/encrypted_forms.h"
 

@@ -2,11 +2,11 @@
 
 #include <exception>
 
-#include "app/client_log.h"
 #include "app/command_line.h"
-#include "app/run_settings.h"
+#include "app/services/client_log.h"
+#include "app/services/run_settings.h"
+#include "app/services/user_context.h"
 #include "app/ui_language.h"
-#include "app/user_context.h"
 #include "common/handles.h"
 #include "common/security.h"
 #include "config/configuration_mutex.h"

@@ -1,10 +1,10 @@
 #include "app/ui_language.h"
 
+#include <product_registry.h>
 #include <utilsdll.h>
 #include <windows.h>
 
 #include "common/handles.h"
-#include "registry/locations.h"
 
 namespace {
 

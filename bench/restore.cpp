@@ -1,6 +1,7 @@
 // A whole restore of a large file, beside TinyXML's own loading and saving of it, and of many
 // settings beside few.
 #include <benchmark/benchmark.h>
+#include <product_registry.h>
 #include <tinyxml.h>
 #include <utilsdll.h>
 
@@ -10,7 +11,6 @@
 #include "bench/program.h"
 #include "common/format.h"
 #include "common/handles.h"
-#include "registry/locations.h"
 #include "registry/registry.h"
 
 namespace {

@@ -1,10 +1,10 @@
 // The user's settings in a backup: plain ones beside protected ones, few beside many.
 #include <benchmark/benchmark.h>
+#include <product_registry.h>
 #include <utilsdll.h>
 
 #include "common/format.h"
 #include "common/handles.h"
-#include "registry/locations.h"
 #include "registry/registry.h"
 #include "registry/user_configuration.h"
 

@@ -1,9 +1,9 @@
 #include "config/export_phases.h"
 
-#include "app/client_log.h"
-#include "app/notifications.h"
-#include "app/run_settings.h"
-#include "app/user_context.h"
+#include "app/services/client_log.h"
+#include "app/services/notifications.h"
+#include "app/services/run_settings.h"
+#include "app/services/user_context.h"
 #include "config/comments.h"
 #include "config/config_file.h"
 #include "config/header.h"

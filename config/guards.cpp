@@ -2,9 +2,9 @@
 
 #include <utilsdll.h>
 
-#include "app/client_log.h"
-#include "app/console.h"
-#include "app/notifications.h"
+#include "app/services/client_log.h"
+#include "app/services/console.h"
+#include "app/services/notifications.h"
 #include "config/config_file.h"
 #include "config/password_verifier.h"
 

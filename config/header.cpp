@@ -1,14 +1,14 @@
 #include "config/header.h"
 
+#include <product_registry.h>
 #include <windows.h>
 
 #include <string>
 
-#include "app/run_settings.h"
+#include "app/services/run_settings.h"
 #include "common/format.h"
 #include "config/password_verifier.h"
 #include "install/installed_version.h"
-#include "registry/locations.h"
 #include "registry/registry.h"
 
 namespace {

@@ -1,8 +1,8 @@
 #include "config/import_phases.h"
 
-#include "app/client_log.h"
-#include "app/notifications.h"
-#include "app/user_context.h"
+#include "app/services/client_log.h"
+#include "app/services/notifications.h"
+#include "app/services/user_context.h"
 #include "config/comments.h"
 #include "config/config_file.h"
 #include "config/operations.h"

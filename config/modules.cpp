@@ -5,9 +5,9 @@
 
 #include <set>
 
-#include "app/client_log.h"
-#include "app/console.h"
-#include "app/run_settings.h"
+#include "app/services/client_log.h"
+#include "app/services/console.h"
+#include "app/services/run_settings.h"
 #include "common/handles.h"
 #include "common/path.h"
 #include "config/operations.h"

@@ -1,5 +1,6 @@
 #include "config/operation.h"
 
+#include <product_registry.h>
 #include <windows.h>
 //
 #include <io.h>
@@ -7,18 +8,17 @@
 
 #include <optional>
 
-#include "app/client_log.h"
-#include "app/console.h"
-#include "app/notifications.h"
-#include "app/run_settings.h"
-#include "app/user_context.h"
+#include "app/services/client_log.h"
+#include "app/services/console.h"
+#include "app/services/notifications.h"
+#include "app/services/run_settings.h"
+#include "app/services/user_context.h"
 #include "config/config_file.h"
 #include "config/configuration_mutex.h"
 #include "config/dispatch.h"
 #include "config/modules.h"
 #include "config/operations.h"
 #include "config/temporary_file.h"
-#include "registry/locations.h"
 #include "registry/registry.h"
 
 namespace {

@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <iterator>
 
-#include "app/client_log.h"
-#include "app/run_settings.h"
-#include "app/user_context.h"
+#include "app/services/client_log.h"
+#include "app/services/run_settings.h"
+#include "app/services/user_context.h"
 #include "common/handles.h"
 #include "config/configuration_change.h"
 #include "config/operation.h"

@@ -4,7 +4,7 @@
 //
 #include <psapi.h>
 
-#include "app/user_context.h"
+#include "app/services/user_context.h"
 #include "common/handles.h"
 #include "common/path.h"
 

@@ -10,9 +10,9 @@
 #include <optional>
 #include <string_view>
 
-#include "app/notifications.h"
-#include "app/run_settings.h"
-#include "app/user_context.h"
+#include "app/services/notifications.h"
+#include "app/services/run_settings.h"
+#include "app/services/user_context.h"
 #include "common/handles.h"
 #include "config/config_file.h"
 #include "config/password_decryption.h"

@@ -1,5 +1,6 @@
 // The reader of the user's section of a configuration file: whatever the section says, nothing but
 // values below the user's product key is written.
+#include <product_registry.h>
 #include <windows.h>
 
 #include <tinyxml.h>
@@ -9,7 +10,6 @@
 #include "common/registry_access.h"
 #include "fuzz/machine.h"
 #include "protect/encrypted_forms.h"
-#include "registry/locations.h"
 #include "registry/registry.h"
 #include "registry/user_configuration.h"
 

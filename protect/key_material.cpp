@@ -4,6 +4,7 @@
 #include <openssl/evp.h>
 #include <openssl/kdf.h>
 #include <openssl/rand.h>
+#include <product_registry.h>
 #include <utilsdll.h>
 
 #include <algorithm>
@@ -12,7 +13,6 @@
 #include "common/handles.h"
 #include "common/secure_text.h"
 #include "cryptd/SNCryptdAPI.h"
-#include "registry/locations.h"
 
 namespace {
 

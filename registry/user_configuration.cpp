@@ -1,5 +1,6 @@
 #include "registry/user_configuration.h"
 
+#include <product_registry.h>
 #include <utilsdll.h>
 
 #include <cerrno>
@@ -8,13 +9,12 @@
 #include <string>
 #include <vector>
 
-#include "app/user_context.h"
+#include "app/services/user_context.h"
 #include "common/handles.h"
 #include "common/hex.h"
 #include "common/path.h"
 #include "common/xml_file.h"
 #include "protect/encrypted_forms.h"
-#include "registry/locations.h"
 
 namespace {
 

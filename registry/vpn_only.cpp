@@ -6,7 +6,7 @@
 #include <iterator>
 #include <string>
 
-#include "app/client_log.h"
+#include "app/services/client_log.h"
 #include "common/path.h"
 #include "common/xml_file.h"
 

@@ -1,13 +1,13 @@
 // The command line as settings, and the language in which the tool speaks.
+#include <product_registry.h>
 #include <utilsdll.h>
 
 #include "app/command_line.h"
-#include "app/run_settings.h"
-#include "app/string_ids.h"
+#include "app/services/run_settings.h"
+#include "app/services/string_ids.h"
 #include "app/ui_language.h"
 #include "common/path.h"
 #include "protect/encrypted_forms.h"
-#include "registry/locations.h"
 #include "tests/support/machine.h"
 #include "tests/support/registry.h"
 

@@ -1,7 +1,8 @@
 // The parts of the configuration pipeline: comments, header, verifier, module run, working copies.
+#include <product_registry.h>
 #include <utilsdll.h>
 
-#include "app/run_settings.h"
+#include "app/services/run_settings.h"
 #include "common/hex.h"
 #include "common/xml_file.h"
 #include "config/comments.h"
@@ -12,7 +13,6 @@
 #include "config/working_copy.h"
 #include "protect/built_in_secrets.h"
 #include "protect/data_protect.h"
-#include "registry/locations.h"
 #include "tests/support/cipher.h"
 #include "tests/support/file_facts.h"
 #include "tests/support/machine.h"

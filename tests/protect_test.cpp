@@ -1,4 +1,5 @@
 // Protected files, the encrypted forms of passwords and values, and what stays hidden.
+#include <product_registry.h>
 #include <utilsdll.h>
 
 #include "common/handles.h"
@@ -6,7 +7,6 @@
 #include "protect/built_in_secrets.h"
 #include "protect/data_protect.h"
 #include "protect/encrypted_forms.h"
-#include "registry/locations.h"
 #include "tests/support/cipher.h"
 #include "tests/support/machine.h"
 #include "tests/support/registry.h"

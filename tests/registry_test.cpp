@@ -2,13 +2,13 @@
 // connections.
 #include "registry/registry.h"
 
+#include <product_registry.h>
 #include <utilsdll.h>
 
 #include <optional>
 
 #include "common/handles.h"
 #include "common/xml_file.h"
-#include "registry/locations.h"
 #include "registry/user_configuration.h"
 #include "registry/vpn_only.h"
 #include "tests/support/machine.h"

@@ -1,7 +1,8 @@
 // A machine with an installed client, and the configuration tool run on it from outside.
 #pragma once
 
-#include "registry/locations.h"
+#include <product_registry.h>
+
 #include "registry/registry.h"
 #include "tests/support/machine.h"
 #include "tests/support/registry.h"

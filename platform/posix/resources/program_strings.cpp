@@ -4,7 +4,7 @@
 
 #include <iterator>
 
-#include "app/string_ids.h"
+#include "app/services/string_ids.h"
 
 namespace {
 

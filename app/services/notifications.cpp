@@ -1,10 +1,10 @@
-#include "app/notifications.h"
+#include "app/services/notifications.h"
 
 #include <gui_message.h>
 #include <utilsdll.h>
 
-#include "app/run_settings.h"
-#include "app/string_ids.h"
+#include "app/services/run_settings.h"
+#include "app/services/string_ids.h"
 #include "common/format.h"
 #include "common/path.h"
 

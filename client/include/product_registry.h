@@ -1,4 +1,4 @@
-// Where the client keeps what the configuration tool reads and writes in the registry. Paths are
+// Where the client keeps its settings in the registry. Paths are
 // relative to a hive's root; the registry compares them without case.
 #pragma once
 

@@ -1,4 +1,4 @@
-#include "app/user_context.h"
+#include "app/services/user_context.h"
 
 #include <tlhelp32.h>
 #include <utilsdll.h>

@@ -1,6 +1,6 @@
-#include "app/console.h"
+#include "app/services/console.h"
 
-#include "app/run_settings.h"
+#include "app/services/run_settings.h"
 #include "common/console_text.h"
 #include "common/format.h"
 

@@ -1,3 +1,0 @@
-#include "app/client_log.h"
-
-SN_LOG_HANDLE g_hLog = nullptr;

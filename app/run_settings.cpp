@@ -1,3 +1,0 @@
-#include "app/run_settings.h"
-
-RunSettings g_RunSettings;

@@ -1,0 +1,3 @@
+#include "app/services/run_settings.h"
+
+RunSettings g_RunSettings;
