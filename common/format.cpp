@@ -1,19 +1,34 @@
 #include "common/format.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <string_view>
 
 namespace {
+
+enum class Size { kDefault, kChar, kShort, kWide, kLongLong, kPointer };
 
 // One conversion of a format, taken apart.
 struct Conversion {
     std::string flags;   // of "-+ #0"
     int width = -1;      // -1: none
     int precision = -1;  // -1: none
-    enum class Size { kDefault, kChar, kShort, kLong, kLongLong, kPointer } size = Size::kDefault;
-    bool wide = false;  // an explicit l or w before s or c
+    Size size = Size::kDefault;
     char type = 0;
+};
+
+// What may stand before the type. The first match counts, so a longer text stands before its start.
+struct SizePrefix {
+    const char* text;
+    Size size;
+};
+constexpr SizePrefix kSizePrefixes[] = {
+    {"I64", Size::kLongLong}, {"I32", Size::kDefault}, {"I", Size::kPointer},
+    {"ll", Size::kLongLong},  {"l", Size::kWide},      {"hh", Size::kChar},
+    {"h", Size::kShort},      {"j", Size::kLongLong},  {"z", Size::kPointer},
+    {"t", Size::kPointer},    {"w", Size::kWide},
 };
 
 bool IsDigit(WCHAR unit) {
@@ -80,20 +95,10 @@ Conversion ReadConversion(const WCHAR*& at, Arguments& arguments) {
         ++at;
         c.precision = ReadNumber(at, arguments);
     }
-    using Size = Conversion::Size;
-    if (SkipPrefix(at, "I64") || SkipPrefix(at, "ll") || SkipPrefix(at, "j")) {
-        c.size = Size::kLongLong;
-    } else if (SkipPrefix(at, "I32")) {
-        c.size = Size::kDefault;
-    } else if (SkipPrefix(at, "I") || SkipPrefix(at, "z") || SkipPrefix(at, "t")) {
-        c.size = Size::kPointer;
-    } else if (SkipPrefix(at, "hh")) {
-        c.size = Size::kChar;
-    } else if (SkipPrefix(at, "h")) {
-        c.size = Size::kShort;
-    } else if (SkipPrefix(at, "l") || SkipPrefix(at, "w")) {
-        c.size = Size::kLong;
-        c.wide = true;
+    for (const SizePrefix& prefix : kSizePrefixes) {
+        if (!SkipPrefix(at, prefix.text)) continue;
+        c.size = prefix.size;
+        break;
     }
     if (*at != 0) c.type = *at < 0x80 ? static_cast<char>(*at) : '?';
     return c;
@@ -128,7 +133,6 @@ void AppendNumber(WString& out, const Conversion& c, const char* size, Number nu
 }
 
 void AppendInteger(WString& out, const Conversion& c, Arguments& arguments) {
-    using Size = Conversion::Size;
     switch (c.size) {
         case Size::kChar:
             return AppendNumber(out, c, "hh", arguments.Next<int>());
@@ -143,14 +147,53 @@ void AppendInteger(WString& out, const Conversion& c, Arguments& arguments) {
     }
 }
 
-void AppendText(WString& out, const Conversion& c, bool wide, Arguments& arguments) {
-    if (wide) {
-        const auto* text = arguments.Next<const WCHAR*>();
-        AppendPadded(out, text == nullptr ? TEXT("(null)") : text, c);
-    } else {
-        const auto* text = arguments.Next<const char*>();
-        AppendPadded(out, Utf8ToWide(text == nullptr ? "(null)" : text), c);
-    }
+void AppendFloatingPoint(WString& out, const Conversion& c, Arguments& arguments) {
+    AppendNumber(out, c, "", arguments.Next<double>());
+}
+
+void AppendPointer(WString& out, const Conversion& c, Arguments& arguments) {
+    AppendNumber(out, c, "", arguments.Next<void*>());
+}
+
+void AppendWideText(WString& out, const Conversion& c, Arguments& arguments) {
+    const auto* text = arguments.Next<const WCHAR*>();
+    AppendPadded(out, text == nullptr ? TEXT("(null)") : text, c);
+}
+
+void AppendNarrowText(WString& out, const Conversion& c, Arguments& arguments) {
+    const auto* text = arguments.Next<const char*>();
+    AppendPadded(out, Utf8ToWide(text == nullptr ? "(null)" : text), c);
+}
+
+void AppendText(WString& out, const Conversion& c, Arguments& arguments) {
+    const bool isNarrow = c.type == 's' ? c.size == Size::kShort : c.size != Size::kWide;
+    return (isNarrow ? AppendNarrowText : AppendWideText)(out, c, arguments);
+}
+
+void AppendCharacter(WString& out, const Conversion& c, Arguments& arguments) {
+    const auto unit = static_cast<WCHAR>(arguments.Next<int>());
+    AppendPadded(out, WStringView(&unit, 1), c);
+}
+
+void AppendPercentSign(WString& out, const Conversion& /*c*/, Arguments& /*arguments*/) {
+    out += WCHAR{'%'};
+}
+
+// The conversions by their types.
+struct TypeRow {
+    std::string_view types;
+    void (*append)(WString& out, const Conversion& c, Arguments& arguments);
+};
+constexpr TypeRow kTypes[] = {
+    {"diuoxX", AppendInteger}, {"eEfFgGaA", AppendFloatingPoint}, {"p", AppendPointer},
+    {"sS", AppendText},        {"cC", AppendCharacter},           {"%", AppendPercentSign},
+};
+
+const TypeRow* FindType(char type) {
+    const auto* const row = std::ranges::find_if(kTypes, [&](const TypeRow& candidate) {
+        return candidate.types.find(type) != std::string_view::npos;
+    });
+    return row == std::end(kTypes) ? nullptr : row;
 }
 
 }  // namespace
@@ -165,49 +208,12 @@ WString FormatWideV(const WCHAR* format, va_list list) {
         }
         ++at;
         const Conversion c = ReadConversion(at, arguments);
-        switch (c.type) {
-            case 0:
-                return out;  // the format ends inside a conversion
-            case '%':
-                out += WCHAR{'%'};
-                break;
-            case 's':
-                AppendText(out, c, c.size != Conversion::Size::kShort, arguments);
-                break;
-            case 'S':
-                AppendText(out, c, c.wide, arguments);
-                break;
-            case 'c':
-            case 'C': {
-                const auto unit = static_cast<WCHAR>(arguments.Next<int>());
-                AppendPadded(out, WStringView(&unit, 1), c);
-                break;
-            }
-            case 'p':
-                AppendNumber(out, c, "", arguments.Next<void*>());
-                break;
-            case 'd':
-            case 'i':
-            case 'u':
-            case 'o':
-            case 'x':
-            case 'X':
-                AppendInteger(out, c, arguments);
-                break;
-            case 'e':
-            case 'E':
-            case 'f':
-            case 'F':
-            case 'g':
-            case 'G':
-            case 'a':
-            case 'A':
-                AppendNumber(out, c, "", arguments.Next<double>());
-                break;
-            default:
-                out += WCHAR{'%'};  // not a conversion: shown as it stands
-                out += *at;
-                break;
+        if (c.type == 0) return out;  // the format ends inside a conversion
+        if (const TypeRow* const row = FindType(c.type)) {
+            row->append(out, c, arguments);
+        } else {
+            out += WCHAR{'%'};  // not a conversion: shown as it stands
+            out += *at;
         }
     }
     return out;
