@@ -61,7 +61,7 @@ UniqueHandle CreateSavingFinishedEvent() {
 // itself: a wrong password shows as a notification and a missing output file.
 void DecryptOnly() {
     const RunSettings& settings = g_RunSettings;
-    const DWORD session = SessionNumber(settings.strSessionId);
+    const DWORD session = SessionId(settings.strSessionId).number;
     const WString plainCopy =
         PrepareConfigCopy(settings.strConfigFile, session, settings.strPassword);
     CopyFileW(plainCopy.c_str(), settings.strOutputFile.c_str(), FALSE);

@@ -3,19 +3,19 @@
 #include "config/export_phases.h"
 #include "config/import_phases.h"
 #include "config/modules.h"
-#include "config/operations.h"
 
 bool DispatchModules(const WString& file, const std::vector<WString>& modules,
-                     const WString& operation, const WString& sessionId,
+                     const Operation& operation, const SessionId& session,
                      const SecureText& password) {
-    const bool isExport = IsExport(operation);
-    const bool isReady =
-        isExport ? BeginExport(file, password) : BeginImport(file, operation, sessionId);
+    const bool isReady = operation->isExport ? BeginExport(file, password)
+                                             : BeginImport(file, operation, session.number);
     if (!isReady) return false;
 
-    const bool succeeded = RunModules(file, modules, operation, sessionId, password);
+    const bool succeeded =
+        HaveSucceeded(RunModules(file, modules, operation, session.text, password));
 
-    if (isExport) return FinishExport(file, operation, sessionId, password, succeeded);
-    FinishImport(file, operation, sessionId, password, succeeded);
+    if (operation->isExport)
+        return FinishExport(file, operation, session.number, password, succeeded);
+    FinishImport(file, operation, session.number, password, succeeded);
     return succeeded;
 }

@@ -3,11 +3,9 @@
 #include "app/services/client_log.h"
 #include "app/services/notifications.h"
 #include "app/services/run_settings.h"
-#include "app/services/user_context.h"
 #include "config/comments.h"
 #include "config/config_file.h"
 #include "config/header.h"
-#include "config/operations.h"
 #include "registry/user_configuration.h"
 
 namespace {
@@ -65,14 +63,14 @@ bool BeginExport(const WString& path, const SecureText& password) {
     return Save(file, path);
 }
 
-bool FinishExport(const WString& file, const WString& operation, const WString& sessionId,
+bool FinishExport(const WString& file, const Operation& operation, DWORD sessionId,
                   const SecureText& password, bool modulesSucceeded) {
     bool succeeded = modulesSucceeded;
     if (modulesSucceeded && g_RunSettings.bIncludeUserConfig &&
-        !AddUserConfiguration(file, password, SessionNumber(sessionId))) {
+        !AddUserConfiguration(file, password, sessionId)) {
         return false;
     }
-    if (operation == kOpExportNoComments || operation == kOpExportInstall) {
+    if (operation->stripsCommentsAtEnd) {
         succeeded = RemoveComments(file) && succeeded;
     }
     return succeeded;

@@ -2,8 +2,10 @@
 // removal of comments after it.
 #pragma once
 
+#include "app/services/user_context.h"
 #include "common/secure_text.h"
 #include "common/text.h"
+#include "config/operations.h"
 
 // Writes the header into the skeleton at `file`. False, with a log line, when that fails.
 bool BeginExport(const WString& file, const SecureText& password);
@@ -11,5 +13,5 @@ bool BeginExport(const WString& file, const SecureText& password);
 // Adds the settings of the session's user when the run includes them and no plug-in failed
 // (`modulesSucceeded`), and removes the comments when the operation asks for it. False when a
 // plug-in or one of these steps failed.
-bool FinishExport(const WString& file, const WString& operation, const WString& sessionId,
+bool FinishExport(const WString& file, const Operation& operation, DWORD sessionId,
                   const SecureText& password, bool modulesSucceeded);

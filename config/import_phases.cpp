@@ -2,10 +2,8 @@
 
 #include "app/services/client_log.h"
 #include "app/services/notifications.h"
-#include "app/services/user_context.h"
 #include "config/comments.h"
 #include "config/config_file.h"
-#include "config/operations.h"
 #include "registry/user_configuration.h"
 
 namespace {
@@ -45,20 +43,17 @@ void RemoveComments(const WString& path) {
 
 }  // namespace
 
-bool BeginImport(const WString& file, const WString& operation, const WString& sessionId) {
-    if ((operation == kOpImport || operation == kOpImportSettings) &&
-        !CheckFile(file, SessionNumber(sessionId))) {
-        return false;
-    }
+bool BeginImport(const WString& file, const Operation& operation, DWORD sessionId) {
+    if (operation->checksFile && !CheckFile(file, sessionId)) return false;
     RemoveComments(file);
     return true;
 }
 
-void FinishImport(const WString& file, const WString& operation, const WString& sessionId,
+void FinishImport(const WString& file, const Operation& operation, DWORD sessionId,
                   const SecureText& password, bool modulesSucceeded) {
-    if (operation != kOpImport) return;
-    const DWORD session = SessionNumber(sessionId);
-    ImportUserConfiguration(file, password, session);
+    if (!operation->restoresUserSettings) return;
+    ImportUserConfiguration(file, password, sessionId);
     DeleteFileW(file.c_str());
-    NotifyGui(modulesSucceeded ? GuiCode::kRestoreCompleted : GuiCode::kProcessingFailed, session);
+    NotifyGui(modulesSucceeded ? GuiCode::kRestoreCompleted : GuiCode::kProcessingFailed,
+              sessionId);
 }

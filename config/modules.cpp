@@ -3,6 +3,7 @@
 #include <config_plugin.h>
 #include <utilsdll.h>
 
+#include <algorithm>
 #include <set>
 
 #include "app/services/client_log.h"
@@ -10,7 +11,6 @@
 #include "app/services/run_settings.h"
 #include "common/handles.h"
 #include "common/path.h"
-#include "config/operations.h"
 
 namespace {
 
@@ -51,73 +51,38 @@ LibrarySet BuildAdvancedLibraries() {
     return {std::begin(kAdvancedLibraries), std::end(kAdvancedLibraries)};
 }
 
-// The exports of a plug-in, with the lines that go with each.
-struct PluginExport {
+// An export of the plug-ins, with the lines that go with it.
+struct ExportLines {
     const char* name;
-    const WCHAR* foundLine;    // debug output
-    const WCHAR* missingLine;  // log: library, GetLastError()
+    const WCHAR* found;    // debug output
+    const WCHAR* missing;  // log: library, GetLastError()
 };
-constexpr PluginExport kImportFromXml = {
-    "ImportFromXml", TEXT("Get ImportFromXml operation API\n"),
-    TEXT("GetProcAddress \"ImportFromXml\" from %s failed (%d)")};
-constexpr PluginExport kExportToXml = {"ExportToXml", TEXT("Get ExportToXml operation API\n"),
-                                       TEXT("GetProcAddress \"ExportToXml\" from %s failed (%d)")};
-constexpr PluginExport kAdvancedOp = {"AdvancedOp",
-                                      TEXT("Get AdvancedOp API for advanced operation\n"),
-                                      TEXT("GetProcAddress \"AdvancedOp\" from %s failed (%d)")};
+// In the order of PluginExport.
+constexpr ExportLines kExportLines[] = {
+    {"ImportFromXml", TEXT("Get ImportFromXml operation API\n"),
+     TEXT("GetProcAddress \"ImportFromXml\" from %s failed (%d)")},
+    {"ExportToXml", TEXT("Get ExportToXml operation API\n"),
+     TEXT("GetProcAddress \"ExportToXml\" from %s failed (%d)")},
+    {"AdvancedOp", TEXT("Get AdvancedOp API for advanced operation\n"),
+     TEXT("GetProcAddress \"AdvancedOp\" from %s failed (%d)")},
+};
 
 constexpr const WCHAR* kImportFailed = TEXT("Error in importing module: %s");
 constexpr const WCHAR* kExportFailed = TEXT("Error in exporting module: %s");
 
-// How an operation reaches a library.
-enum class Libraries { kAll, kAdvanced, kOthers };
-struct CallRule {
-    const WCHAR* operation;  // null: any other
-    Libraries libraries;
-    const PluginExport& function;
-    const WCHAR* failedLine;                 // log: library; null: the result is not examined
-    const WCHAR* pluginOperation = nullptr;  // for AdvancedOp; null: the operation itself
-    const WCHAR* sessionId = nullptr;        // null: the run's
-};
-
-constexpr CallRule kCallRules[] = {
-    {kOpImport, Libraries::kAll, kImportFromXml, kImportFailed},
-    {kOpImportSettings, Libraries::kAll, kImportFromXml, kImportFailed},
-    {kOpExport, Libraries::kAll, kExportToXml, kExportFailed},
-    {kOpExportNoComments, Libraries::kAll, kExportToXml, kExportFailed},
-    {kOpExportInstall, Libraries::kAll, kAdvancedOp, kImportFailed},
-    {kOpImportInstallerConfig, Libraries::kAdvanced, kAdvancedOp, kImportFailed},
-    {kOpImportInstallerConfigCa, Libraries::kAdvanced, kAdvancedOp, kImportFailed},
-    {kOpImportPushConfig, Libraries::kAdvanced, kAdvancedOp, kImportFailed, TEXT("gwy_import"),
-     TEXT("0")},
-    {kOpImportPushConfig, Libraries::kOthers, kImportFromXml, kImportFailed},
-    {kOpImportInstallerConfig, Libraries::kOthers, kImportFromXml, kImportFailed},
-    {kOpImportInstallerConfigCa, Libraries::kOthers, kImportFromXml, kImportFailed},
-    {nullptr, Libraries::kAll, kAdvancedOp, nullptr},
-};
-
-const CallRule& RuleFor(const WString& operation, bool isAdvanced) {
-    const CallRule* rule = kCallRules;
-    while (rule->operation != nullptr &&
-           (operation != rule->operation ||
-            (rule->libraries == Libraries::kAdvanced && !isAdvanced) ||
-            (rule->libraries == Libraries::kOthers && isAdvanced))) {
-        ++rule;
-    }
-    return *rule;
-}
+constexpr const WCHAR* kGatewayOperation = TEXT("gwy_import");
+constexpr const WCHAR* kGatewaySessionId = TEXT("0");
 
 bool IsSelected(const Module& module, const WString& requested) {
     return requested == module.name || requested == kEveryModule[0] || requested == kEveryModule[1];
 }
 
 // A verified caller's imports reach the system module under names of their own.
-WString EffectiveOperation(const Module& module, const WString& operation) {
-    if (g_RunSettings.bCallerVerified && WStringView(module.name) == kSystemModule) {
-        if (operation == kOpImport) return kOpImportCa;
-        if (operation == kOpImportInstallerConfig) return kOpImportInstallerConfigCa;
-    }
-    return operation;
+Operation EffectiveOperation(const Module& module, const Operation& operation) {
+    const bool isRenamed = g_RunSettings.bCallerVerified &&
+                           WStringView(module.name) == kSystemModule &&
+                           !operation->nameForVerifiedCaller.empty();
+    return isRenamed ? Operation(WString(operation->nameForVerifiedCaller)) : operation;
 }
 
 UniqueLibrary LoadModule(const Module& module) {
@@ -132,46 +97,68 @@ UniqueLibrary LoadModule(const Module& module) {
     return library;
 }
 
-int CallPlugin(FARPROC function, const CallRule& rule, const WString& file,
-               const WString& operation, const WString& sessionId, const SecureText& password) {
-    const WCHAR* session = rule.sessionId == nullptr ? sessionId.c_str() : rule.sessionId;
-    // The address comes untyped from the library; its name says which signature it has.
+// What a plug-in is called with.
+struct PluginArguments {
+    const WCHAR* file;
+    const WCHAR* operation;
+    const WCHAR* sessionId;
+    const WCHAR* password;
+};
+
+// Calls an export. Its address comes untyped from the library; its name says which signature it
+// has.
+int CallExport(FARPROC function, PluginExport signature, const PluginArguments& with) {
     const auto address = reinterpret_cast<void*>(function);
-    if (&rule.function == &kAdvancedOp) {
-        const WCHAR* name =
-            rule.pluginOperation == nullptr ? operation.c_str() : rule.pluginOperation;
-        return reinterpret_cast<AdvancedOpFunction>(address)(file.c_str(), name, session,
-                                                             password.c_str());
+    switch (signature) {
+        case PluginExport::kImportFromXml:
+            return reinterpret_cast<ImportFromXmlFunction>(address)(with.file, with.sessionId,
+                                                                    with.password);
+        case PluginExport::kExportToXml:
+            return reinterpret_cast<ExportToXmlFunction>(address)(with.file, with.sessionId,
+                                                                  with.password);
+        case PluginExport::kAdvancedOp:
+            break;
     }
-    if (&rule.function == &kImportFromXml) {
-        return reinterpret_cast<ImportFromXmlFunction>(address)(file.c_str(), session,
-                                                                password.c_str());
-    }
-    return reinterpret_cast<ExportToXmlFunction>(address)(file.c_str(), session, password.c_str());
+    return reinterpret_cast<AdvancedOpFunction>(address)(with.file, with.operation, with.sessionId,
+                                                         with.password);
 }
 
-// Loads one module's library, makes the call and unloads it. False when the plug-in reported an
-// error that counts.
-bool RunModule(const Module& module, const LibrarySet& advanced, const WString& file,
-               const WString& requestedOperation, const WString& sessionId,
-               const SecureText& password) {
+// Loads one module's library, makes the call and unloads it.
+ModuleOutcome RunModule(const Module& module, const LibrarySet& advanced, const WString& file,
+                        const Operation& requested, const WString& sessionId,
+                        const SecureText& password) {
+    ModuleOutcome outcome = {.module = module.name};
     const UniqueLibrary library = LoadModule(module);
-    if (!library) return true;
+    if (!library) return outcome;
+    outcome.isLibraryFound = true;
 
-    const WString operation = EffectiveOperation(module, requestedOperation);
-    const CallRule& rule = RuleFor(operation, advanced.contains(module.library));
-
-    const FARPROC function = GetProcAddress(library.get(), rule.function.name);
+    const Operation operation = EffectiveOperation(module, requested);
+    const PluginCall& call = advanced.contains(module.library) ? operation->advancedLibraries
+                                                               : operation->otherLibraries;
+    const ExportLines& lines = kExportLines[static_cast<std::size_t>(call.function)];
+    const FARPROC function = GetProcAddress(library.get(), lines.name);
     if (function == nullptr) {
-        log_error_fmt(g_hLog, rule.function.missingLine, module.library, GetLastError());
-        return true;
+        log_error_fmt(g_hLog, lines.missing, module.library, GetLastError());
+        return outcome;
     }
-    DebugPrint(rule.function.foundLine);
+    outcome.isFunctionFound = true;
+    DebugPrint(lines.found);
 
-    const int result = CallPlugin(function, rule, file, operation, sessionId, password);
-    if (result == 0 || rule.failedLine == nullptr) return true;
-    log_error_fmt(g_hLog, rule.failedLine, module.library);
-    return false;
+    PluginArguments arguments = {file.c_str(), operation.Name().c_str(), sessionId.c_str(),
+                                 password.c_str()};
+    if (call.arguments == PluginCall::Arguments::kGatewayImport) {
+        arguments.operation = kGatewayOperation;
+        arguments.sessionId = kGatewaySessionId;
+    }
+    outcome.result = CallExport(function, call.function, arguments);
+    outcome.hasFailed = outcome.result != 0 && call.errorLine != PluginCall::ErrorLine::kNone;
+    if (outcome.hasFailed) {
+        log_error_fmt(
+            g_hLog,
+            call.errorLine == PluginCall::ErrorLine::kImporting ? kImportFailed : kExportFailed,
+            module.library);
+    }
+    return outcome;
 }
 
 }  // namespace
@@ -182,17 +169,20 @@ std::vector<WString> SplitModuleText(const WString& text) {
     return names;
 }
 
-bool RunModules(const WString& file, const std::vector<WString>& modules, const WString& operation,
-                const WString& sessionId, const SecureText& password) {
+std::vector<ModuleOutcome> RunModules(const WString& file, const std::vector<WString>& modules,
+                                      const Operation& operation, const WString& sessionId,
+                                      const SecureText& password) {
     const LibrarySet advanced = BuildAdvancedLibraries();
-    bool succeeded = true;
+    std::vector<ModuleOutcome> outcomes;
     for (const WString& requested : modules) {
         for (const Module& module : kModules) {
             if (!IsSelected(module, requested)) continue;
-            if (!RunModule(module, advanced, file, operation, sessionId, password)) {
-                succeeded = false;
-            }
+            outcomes.push_back(RunModule(module, advanced, file, operation, sessionId, password));
         }
     }
-    return succeeded;
+    return outcomes;
+}
+
+bool HaveSucceeded(const std::vector<ModuleOutcome>& outcomes) {
+    return std::ranges::none_of(outcomes, &ModuleOutcome::hasFailed);
 }

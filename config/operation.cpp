@@ -12,12 +12,10 @@
 #include "app/services/console.h"
 #include "app/services/notifications.h"
 #include "app/services/run_settings.h"
-#include "app/services/user_context.h"
 #include "config/config_file.h"
 #include "config/configuration_mutex.h"
 #include "config/dispatch.h"
 #include "config/modules.h"
-#include "config/operations.h"
 #include "config/temporary_file.h"
 #include "registry/registry.h"
 
@@ -71,14 +69,13 @@ bool CreateSkeleton(const WString& path, const WString& destination) {
     return true;
 }
 
-void RunExport(const std::vector<WString>& modules, const WString& file, const WString& operation,
-               const WString& sessionId, const SecureText& password) {
-    if (operation != kOpExportInstall && IsBackupDisabled()) return Refuse(kBackupDisabled);
+void RunExport(const std::vector<WString>& modules, const WString& file, const Operation& operation,
+               const SessionId& session, const SecureText& password) {
+    if (operation->obeysBackupSwitch && IsBackupDisabled()) return Refuse(kBackupDisabled);
     if (password.empty()) return Refuse(kPasswordRequired);
 
-    const DWORD session = SessionNumber(sessionId);
     std::optional<SessionUserContext> asUser;
-    if (g_RunSettings.bImpersonateUser) asUser.emplace(session);
+    if (g_RunSettings.bImpersonateUser) asUser.emplace(session.number);
 
     const TemporaryFile temporary;
     if (temporary.Path().empty()) {
@@ -88,30 +85,30 @@ void RunExport(const std::vector<WString>& modules, const WString& file, const W
     RemoveExistingFile(temporary.Path());
     if (!CreateSkeleton(temporary.Path(), file)) return;
 
-    const bool written = DispatchModules(temporary.Path(), modules, operation, sessionId, password);
+    const bool written = DispatchModules(temporary.Path(), modules, operation, session, password);
     const bool copied = CopyFileW(temporary.Path().c_str(), file.c_str(), FALSE) != FALSE;
     if (written && copied) {
-        NotifyGui(GuiCode::kBackupCompleted, session);
+        NotifyGui(GuiCode::kBackupCompleted, session.number);
     } else {
         ConsolePrint(kAccessDenied);
     }
 }
 
-void RunImport(const std::vector<WString>& modules, const WString& file, const WString& operation,
-               const WString& sessionId, const SecureText& password) {
+void RunImport(const std::vector<WString>& modules, const WString& file, const Operation& operation,
+               const SessionId& session, const SecureText& password) {
     const ConfigurationMutex serialised;
-    DispatchModules(file, modules, operation, sessionId, password);
+    DispatchModules(file, modules, operation, session, password);
     signal_scheduler();
 }
 
 }  // namespace
 
-void RunOperation(const WString& moduleText, const WString& file, const WString& operation,
-                  const WString& sessionId, const SecureText& password) {
+void RunOperation(const WString& moduleText, const WString& file, const Operation& operation,
+                  const SessionId& session, const SecureText& password) {
     const auto modules = SplitModuleText(moduleText);
-    if (IsExport(operation)) {
-        RunExport(modules, file, operation, sessionId, password);
+    if (operation->isExport) {
+        RunExport(modules, file, operation, session, password);
     } else {
-        RunImport(modules, file, operation, sessionId, password);
+        RunImport(modules, file, operation, session, password);
     }
 }

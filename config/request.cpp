@@ -2,16 +2,13 @@
 
 #include <utilsdll.h>
 
-#include <algorithm>
-#include <iterator>
+#include <optional>
 
 #include "app/services/client_log.h"
 #include "app/services/run_settings.h"
-#include "app/services/user_context.h"
 #include "common/handles.h"
 #include "config/configuration_change.h"
 #include "config/operation.h"
-#include "config/operations.h"
 #include "config/trusted_parent.h"
 #include "config/working_copy.h"
 #include "registry/vpn_only.h"
@@ -20,18 +17,6 @@ namespace {
 
 constexpr const WCHAR* kEveryModule = TEXT("*");
 constexpr const WCHAR* kNotLocked = TEXT("Failed to lock the registry configuration");
-
-constexpr const WCHAR* kGuardedImports[] = {kOpImport, kOpImportPushConfig, kOpImportGwyipConfig,
-                                            kOpImportInstallerConfig};
-// Operations after which a configuration with a lock password is locked again.
-constexpr const WCHAR* kLockingOperations[] = {kOpImport, kOpImportSettings, kOpImportPushConfig,
-                                               kOpImportInstallerConfig};
-
-template <std::size_t size>
-bool Contains(const WCHAR* const (&operations)[size], const WString& operation) {
-    return std::find(std::begin(operations), std::end(operations), operation) !=
-           std::end(operations);
-}
 
 // The file that a request works on: the given one, or a copy that is deleted at the end.
 class WorkingFile {
@@ -61,8 +46,7 @@ class WorkingFile {
 // unlocked, when there is a lock password.
 class RegistryRelock {
   public:
-    explicit RegistryRelock(const WString& operation)
-        : isDue_(Contains(kLockingOperations, operation)) {}
+    explicit RegistryRelock(bool isDue) : isDue_(isDue) {}
     RegistryRelock(const RegistryRelock&) = delete;
     RegistryRelock& operator=(const RegistryRelock&) = delete;
     ~RegistryRelock() {
@@ -79,54 +63,63 @@ class RegistryRelock {
     bool isDue_;
 };
 
-}  // namespace
+// The client's file-protection components stand back while this lives.
+struct FileProtectionBypass {
+    UniqueHandle fileSystemFilter{bBypassFsfilter()};
+    UniqueHandle fileShield{bBypassGuardlet()};
+};
 
-int RunConfigRequest(const WString& file, const WString& moduleText, const WString& operation,
-                     const WString& sessionId, const SecureText& password,
-                     const SecureText& unlockPassword) {
-    const DWORD session = SessionNumber(sessionId);
-    WorkingFile working(file, session);
-    const bool isGuarded = Contains(kGuardedImports, operation);
-
-    // May the caller, and does the file open?
-    if (isGuarded) {
-        if (const int refused = CheckRights()) return refused;
-        if (!working.UseCopy(password)) return kResultUnusable;
-        if (!password.empty()) {
-            if (const int refused = CheckFilePassword(working.Path(), password, session)) {
-                return refused;
-            }
-        }
-        if (g_RunSettings.bVpnOnly && FilterVpnOnlyConfig(working.Path()) != kVpnOnlyDone) {
-            return kResultOk;
+// Checks the rights for a guarded import, and makes and checks its working copy. Nothing, or the
+// result with which the request ends here.
+std::optional<int> PrepareGuardedImport(WorkingFile& working, const SecureText& password,
+                                        DWORD sessionId) {
+    if (const int refused = CheckRights()) return refused;
+    if (!working.UseCopy(password)) return kResultUnusable;
+    if (!password.empty()) {
+        if (const int refused = CheckFilePassword(working.Path(), password, sessionId)) {
+            return refused;
         }
     }
+    if (g_RunSettings.bVpnOnly && FilterVpnOnlyConfig(working.Path()) != kVpnOnlyDone) {
+        return kResultOk;
+    }
+    return std::nullopt;
+}
 
+// Runs the operation, announced to the crypto service where changes are to be announced. Without
+// the service's consent nothing runs.
+void RunAnnounced(const WString& modules, const WString& file, const Operation& operation,
+                  const SessionId& session, const SecureText& password) {
+    std::optional<ConfigurationChange> change;
+    if (IsChangeAnnounced()) change.emplace();
+    if (!change || change->HasBegun()) RunOperation(modules, file, operation, session, password);
+}
+
+}  // namespace
+
+int RunConfigRequest(const WString& file, const WString& moduleText, const WString& operationName,
+                     const WString& sessionId, const SecureText& password,
+                     const SecureText& unlockPassword) {
+    const SessionId session(sessionId);
+    const Operation operation(operationName.empty() ? kDefaultOperation : operationName);
+    WorkingFile working(file, session.number);
+    if (operation->isGuarded) {
+        if (const auto ended = PrepareGuardedImport(working, password, session.number)) {
+            return *ended;
+        }
+    }
     const WString modules = moduleText.empty() ? kEveryModule : moduleText;
-    const WString effectiveOperation = operation.empty() ? kOpExport : operation;
-
-    // Is the configuration locked?
     const bool isParentTrusted = IsParentTrusted();
-    if (isGuarded) {
+    if (operation->isGuarded) {
         if (const int refused = CheckLocks(unlockPassword, isParentTrusted)) return refused;
     }
 
-    // The client's file protection stands aside while these are open.
-    const UniqueHandle fileSystemFilter(bBypassFsfilter());
-    const UniqueHandle fileShield(bBypassGuardlet());
-    const RegistryRelock lockedAgain(effectiveOperation);
-    if (effectiveOperation == kOpImport && !unlockPassword.empty() && !isParentTrusted) {
+    const FileProtectionBypass bypass;
+    const RegistryRelock lockedAgain(operation->locksRegistryAgain);
+    if (operation->unlocksRegistry && !unlockPassword.empty() && !isParentTrusted) {
         sec_set_sa_registry_lock(false);
     }
-
-    if (IsChangeAnnounced()) {
-        const ConfigurationChange change;
-        if (change.HasBegun()) {
-            RunOperation(modules, working.Path(), effectiveOperation, sessionId, password);
-        }
-    } else {
-        RunOperation(modules, working.Path(), effectiveOperation, sessionId, password);
-    }
-    if (effectiveOperation == kOpImportInstallerConfig) ForgetInstallerState();
+    RunAnnounced(modules, working.Path(), operation, session, password);
+    if (operation->forgetsInstallerState) ForgetInstallerState();
     return kResultOk;
 }

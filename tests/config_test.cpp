@@ -8,7 +8,6 @@
 #include "config/comments.h"
 #include "config/header.h"
 #include "config/modules.h"
-#include "config/operations.h"
 #include "config/password_verifier.h"
 #include "config/working_copy.h"
 #include "protect/built_in_secrets.h"
@@ -89,9 +88,10 @@ class ModuleRun : public Config {
     // What the probes tell of one run.
     std::string Calls(const WCHAR* modules, const WCHAR* operation, bool succeeds = true) {
         std::filesystem::remove(folder_ / "calls");
-        EXPECT_EQ(RunModules(TEXT("file"), SplitModuleText(modules), operation, TEXT("7x"),
-                             SecureText(TEXT("pw"))),
-                  succeeds);
+        EXPECT_EQ(
+            HaveSucceeded(RunModules(TEXT("file"), SplitModuleText(modules), Operation(operation),
+                                     TEXT("7x"), SecureText(TEXT("pw")))),
+            succeeds);
         return ReadWholeFile(folder_ / "calls");
     }
 
@@ -107,29 +107,30 @@ TEST_F(ModuleRun, CallsWhatTheOperationAsksFor) {
         const WCHAR* operation;
         const char* calls;
     } cases[] = {
-        {TEXT("vpn  av"), kOpExport, "cfmvpn ExportToXml 7x pw\ncfmav ExportToXml 7x pw\n"},
-        {TEXT("all av"), kOpImportSettings,
+        {TEXT("vpn  av"), TEXT("export"), "cfmvpn ExportToXml 7x pw\ncfmav ExportToXml 7x pw\n"},
+        {TEXT("all av"), TEXT("import_settings"),
          "cfmsystem ImportFromXml 7x pw\ncfmvpn ImportFromXml 7x pw\ncfmav ImportFromXml 7x pw\n"
          "cfmwf ImportFromXml 7x pw\ncfmav ImportFromXml 7x pw\n"},
-        {TEXT("VPN nothing "), kOpExport, ""},
-        {TEXT("system"), kOpExportInstall, "cfmsystem AdvancedOp export-install 7x pw\n"},
-        {TEXT("vpn webfilter"), kOpImportPushConfig,
+        {TEXT("VPN nothing "), TEXT("export"), ""},
+        {TEXT("system"), TEXT("export-install"), "cfmsystem AdvancedOp export-install 7x pw\n"},
+        {TEXT("vpn webfilter"), TEXT("import_push_config"),
          "cfmvpn AdvancedOp gwy_import 0 pw\ncfmwf ImportFromXml 7x pw\n"},
-        {TEXT("vpn webfilter"), kOpImportInstallerConfig,
+        {TEXT("vpn webfilter"), TEXT("import_installer_config"),
          "cfmvpn AdvancedOp import_installer_config 7x pw\ncfmwf ImportFromXml 7x pw\n"},
-        {TEXT("webfilter"), kOpImportInstallerConfigCa, "cfmwf ImportFromXml 7x pw\n"},
-        {TEXT("webfilter"), kOpImportGwyipConfig, "cfmwf AdvancedOp import_gwyip_config 7x pw\n"},
+        {TEXT("webfilter"), TEXT("import_installer_config+ca"), "cfmwf ImportFromXml 7x pw\n"},
+        {TEXT("webfilter"), TEXT("import_gwyip_config"),
+         "cfmwf AdvancedOp import_gwyip_config 7x pw\n"},
         {TEXT("vpn"), TEXT("exportvpn"), "cfmvpn AdvancedOp exportvpn 7x pw\n"},
     };
     for (const auto& c : cases) EXPECT_EQ(Calls(c.modules, c.operation), c.calls);
 
     g_RunSettings.bCallerVerified = true;
-    EXPECT_EQ(Calls(TEXT("system av"), kOpImport),
+    EXPECT_EQ(Calls(TEXT("system av"), TEXT("import")),
               "cfmsystem AdvancedOp import+CA 7x pw\ncfmav ImportFromXml 7x pw\n");
-    EXPECT_EQ(Calls(TEXT("system"), kOpImportInstallerConfig),
+    EXPECT_EQ(Calls(TEXT("system"), TEXT("import_installer_config")),
               "cfmsystem AdvancedOp import_installer_config+ca 7x pw\n");
     g_RunSettings.bVpnOnly = true;
-    EXPECT_EQ(Calls(TEXT("vpn system"), kOpImportPushConfig),
+    EXPECT_EQ(Calls(TEXT("vpn system"), TEXT("import_push_config")),
               "cfmvpn AdvancedOp gwy_import 0 pw\ncfmsystem ImportFromXml 7x pw\n");
 }
 
@@ -138,9 +139,10 @@ TEST_F(ModuleRun, OnlyAPluginsOwnErrorCounts) {
     InstallLibrary("probe_plugin_without_import", folder_, "cfmwf");
     const auto extension = FileOfBuild("probe_plugin").extension();
     WriteWholeFile((folder_ / "cfmvpn").replace_extension(extension), "no library");
-    EXPECT_EQ(Calls(TEXT("vpn webfilter firewall av"), kOpImport), "cfmav ImportFromXml 7x pw\n");
+    EXPECT_EQ(Calls(TEXT("vpn webfilter firewall av"), TEXT("import")),
+              "cfmav ImportFromXml 7x pw\n");
     WriteWholeFile(folder_ / "fail", "");
-    EXPECT_EQ(Calls(TEXT("av webfilter"), kOpExport, false),
+    EXPECT_EQ(Calls(TEXT("av webfilter"), TEXT("export"), false),
               "cfmav ExportToXml 7x pw\ncfmwf ExportToXml 7x pw\n")
         << "the run goes on behind a failure";
     InstallLibrary("probe_plugin", folder_, "cfmsystem");

@@ -1,12 +1,18 @@
 // The account that the tool works for: the user logged on to the session it serves.
 #pragma once
 
+#include <utility>
+
 #include "common/text.h"
 
-// The session that a session id text names: its leading decimal number, 0 when there is none.
-inline DWORD SessionNumber(WStringView sessionId) {
-    return static_cast<DWORD>(LeadingNumber(sessionId));
-}
+// The session that a run works for.
+struct SessionId {
+    explicit SessionId(WString given)
+        : text(std::move(given)), number(static_cast<DWORD>(LeadingNumber(text))) {}
+
+    WString text;  // as it was given; what plug-ins receive
+    DWORD number;  // its leading decimal number, 0 when there is none
+};
 
 // Makes the calling thread act as the user of a session: with the session's own token, else with
 // that of the first explorer process that runs in it. Nonzero on success; the caller then calls
