@@ -12,9 +12,8 @@ std::size_t LastSeparator(WStringView path) {
 
 }  // namespace
 
-std::string PathToAnsi(WStringView path) {
-    std::string ansi = WideToAnsi(path);
-    return ansi.size() < kPathCapacity ? ansi : std::string();
+bool FitsAnsiPath(WStringView path) {
+    return WideToAnsi(path).size() < kPathCapacity;
 }
 
 WString JoinPath(WStringView folder, WStringView name) {

@@ -9,9 +9,8 @@ inline constexpr DWORD kPathCapacity = MAX_PATH + 1;
 // The separator between the folders of a path.
 extern const WCHAR kPathSeparator;
 
-// The path in the ANSI code page, as the XML library takes it: 260 bytes at most. One that does not
-// fit is empty rather than another file's name.
-std::string PathToAnsi(WStringView path);
+// True when the path has 260 bytes at most in the ANSI code page, as the client's XML files have to.
+bool FitsAnsiPath(WStringView path);
 
 // `folder`, a separator unless the folder already ends with one, and `name`.
 WString JoinPath(WStringView folder, WStringView name);

@@ -1,32 +1,28 @@
-// XML documents on disk, loaded and saved so that nothing in them is lost.
+// XML documents on disk: TinyXML's own parser and printer, with what they lack.
 //
-// TinyXML's own file functions drop text made only of white space, add line ends and indentation to
-// text that stands beside elements, lose an "&" that starts no reference, take a text such as
-// "&#x41;" for a character reference when they save it, and do not see a full disk. These two do
-// the same job without these losses; for documents that hold none of this, the saved layout is
-// TinyXML's: one element a line, four spaces a level.
+// A document is read and laid out as TinyXML does it: white space condensed, whatever it accepts
+// accepted, lines that end as text files of the target do. What is added: files are named by their
+// wide paths, a depth of nesting that would exhaust the stack is refused, an "&" that starts no
+// reference is kept, and a save that fails leaves the old content.
 #pragma once
 
 #include <tinyxml.h>
 
-#include <string>
+#include "common/text.h"
 
 // Elements may be nested this deep. TinyXML works recursively; a deeper file is refused before it
 // can exhaust the stack.
 inline constexpr int kMaxXmlDepth = 512;
-// An element may have this many attributes. TinyXML compares each with all before it; an element
-// with a hundred thousand of them would hold the program up for minutes.
-inline constexpr int kMaxXmlAttributes = 1000;
 
-// Loads the file at `path` (ANSI code page) into `document`, replacing what it held. Line ends in
-// text become "\n", as XML prescribes; other white space in text stays as it is, and blanks that
-// are an element's whole content, or are written as references, are held as a CDATA section. An "&"
-// that starts no reference stands for itself. False, with `document` empty, when the file cannot be
-// read or parsed, is nested too deep, has an element with too many attributes, a zero byte before
-// its end or a document type; also for markup that TinyXML would read in a way of its own.
-bool LoadXmlFile(const std::string& path, TiXmlDocument& document);
+// Loads the file at `path` into `document`, replacing what it held. False, with `document` empty,
+// when the file is no file on a disk, cannot be read or parsed or is nested too deep, and when the
+// path has more than 260 bytes in the ANSI code page.
+//
+// A document that is declared as UTF-8 may hold bytes that are none: they stay as they are, and
+// references by number mean the same characters as in any other UTF-8 document.
+bool LoadXmlFile(const WString& path, TiXmlDocument& document);
 
-// Saves `document` to `path`, replacing the file's content, without a byte order mark and with
-// lines that end with "\n" on every target. False when it cannot be opened or not all of it could
-// be written; the file then has its old content.
-bool SaveXmlFile(const std::string& path, const TiXmlDocument& document);
+// Saves `document` to `path`, replacing the file's content. False when the file cannot be opened or
+// not all of the document could be written - the file then has its old content - and when the path
+// has more than 260 bytes in the ANSI code page.
+bool SaveXmlFile(const WString& path, const TiXmlDocument& document);

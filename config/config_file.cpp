@@ -1,9 +1,8 @@
 #include "config/config_file.h"
 
-#include "common/path.h"
 #include "common/xml_file.h"
 
-ConfigFile::ConfigFile(WStringView path) : path_(PathToAnsi(path)) {}
+ConfigFile::ConfigFile(WStringView path) : path_(path) {}
 
 bool ConfigFile::Load() {
     return LoadXmlFile(path_, document_);

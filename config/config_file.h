@@ -14,8 +14,7 @@ inline constexpr std::string_view kDeclarationStart = "<?xml version=";
 inline constexpr std::string_view kRootStartTag = "<sentrel_configuration>";
 inline constexpr std::string_view kRootEndTag = "</sentrel_configuration>";
 
-// A document loaded from a path, changed and saved back within one function. The path goes to the
-// XML library in the ANSI code page, 260 bytes at most.
+// A document loaded from a path, changed and saved back within one function.
 class ConfigFile {
   public:
     explicit ConfigFile(WStringView path);
@@ -32,6 +31,6 @@ class ConfigFile {
     TiXmlElement* Root() { return document_.RootElement(); }
 
   private:
-    std::string path_;
+    WString path_;
     TiXmlDocument document_;
 };

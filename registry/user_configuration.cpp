@@ -12,7 +12,6 @@
 #include "app/services/user_context.h"
 #include "common/handles.h"
 #include "common/hex.h"
-#include "common/path.h"
 #include "common/xml_file.h"
 #include "protect/encrypted_forms.h"
 
@@ -213,7 +212,7 @@ Reading ReadValue(const TiXmlElement& element, const SecureText& password, UserC
 // The values of a file's section; none when there is no section, or one of them does not decrypt.
 std::vector<UserConfigValue> ReadSection(const WString& file, const SecureText& password) {
     TiXmlDocument document;
-    if (!LoadXmlFile(PathToAnsi(file), document)) return {};
+    if (!LoadXmlFile(file, document)) return {};
     const TiXmlElement* const root = document.FirstChildElement("sentrel_configuration");
     const TiXmlElement* const section =
         root == nullptr ? nullptr : root->FirstChildElement(kUserConfigurationElement);

@@ -7,7 +7,6 @@
 #include <string>
 
 #include "app/services/client_log.h"
-#include "common/path.h"
 #include "common/xml_file.h"
 
 namespace {
@@ -48,9 +47,8 @@ void ReduceToConnections(TiXmlElement* root) {
 }  // namespace
 
 DWORD FilterVpnOnlyConfig(const WString& path) {
-    const std::string ansiPath = PathToAnsi(path);
     TiXmlDocument document;
-    if (!LoadXmlFile(ansiPath, document)) {
+    if (!LoadXmlFile(path, document)) {
         log_error_fmt(g_hLog, kCannotOpen, path.c_str());
         return kVpnOnlyFailed;
     }
@@ -58,5 +56,5 @@ DWORD FilterVpnOnlyConfig(const WString& path) {
     if (root == nullptr) return kVpnOnlyDone;
 
     ReduceToConnections(root);
-    return SaveXmlFile(ansiPath, document) ? kVpnOnlyDone : kVpnOnlyFailed;
+    return SaveXmlFile(path, document) ? kVpnOnlyDone : kVpnOnlyFailed;
 }

@@ -1,4 +1,4 @@
-// Text conversions, hexadecimal text, formatting, and XML files that come back as they were.
+// Text conversions, hexadecimal text, formatting, and XML files.
 #include <gtest/gtest.h>
 
 #include "common/format.h"
@@ -6,6 +6,7 @@
 #include "common/secure_text.h"
 #include "common/xml_file.h"
 #include "tests/support/machine.h"
+#include "tests/support/wide.h"
 
 namespace {
 
@@ -85,14 +86,22 @@ TEST(SecureText, KeepsNothingInsideTheObject) {
 
 class XmlFile : public MachineTest {
   protected:
-    std::string path_ = (ScratchFolder() / "file.xml").string();
+    const std::filesystem::path path_ = ScratchFolder() / "file.xml";
 
     // What a file with this content holds after one load and save; "refused" when it does not load.
     std::string RoundTrip(const std::string& content) {
         WriteWholeFile(path_, content);
         TiXmlDocument document;
-        if (!LoadXmlFile(path_, document)) return "refused";
-        EXPECT_TRUE(SaveXmlFile(path_, document));
+        if (!LoadXmlFile(Wide(path_), document)) return "refused";
+        EXPECT_TRUE(SaveXmlFile(Wide(path_), document));
+        return ReadWholeFile(path_);
+    }
+    // The same with TinyXML's own functions.
+    std::string Reference(const std::string& content) {
+        WriteWholeFile(path_, content);
+        TiXmlDocument document;
+        if (!document.LoadFile(path_.string())) return "refused";
+        EXPECT_TRUE(document.SaveFile(path_.string()));
         return ReadWholeFile(path_);
     }
 
@@ -104,53 +113,89 @@ class XmlFile : public MachineTest {
     }
 };
 
-TEST_F(XmlFile, KeepsEveryText) {
-    const char* const kept[] = {
-        "<r>\n    <a>  two blanks, one behind </a>\n</r>\n",
-        "<r>\n    <a>one&#x0A;two&#x0D;&#x09;three</a>\n</r>\n",
-        "<r>\n    <a><![CDATA[ <x> & ]]></a>\n</r>\n",
-        "<r>\n    <a>before<b />between <c>in</c> behind</a>\n</r>\n",
-        "<r>\n    <a>before<![CDATA[<raw>]]>behind</a>\n</r>\n",
-        "<r>\n    <a v='&#x0A;&amp;#x41;&quot;&apos;'>&amp;#x41; &amp;amp; &lt;</a>\n</r>\n",
-        "<r>\n    <a><![CDATA[\n]]></a>\n    <a>&#x0D;&#x0A;</a>\n    <a>&#x01;</a>\n</r>\n",
-        "<r>\n    <a><![CDATA[\xEF\xBB\xBF]]></a>\n    <?go on?>\n</r>\n",
-        "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n<!--> c -->\n<r>ü🔒</r>\n",
+TEST_F(XmlFile, IsReadAndLaidOutAsTinyXmlDoesIt) {
+    std::string attributes;
+    for (int i = 0; i < 3000; ++i) attributes += " a" + std::to_string(i) + "='1'";
+    const std::string utf8 = "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>";
+    const std::string documents[] = {
+        "<r>\n <a>  two  blanks\r\n</a><b>   </b>one\rtwo<c/>mixed\n\nlines</r>",
+        "<r a='&quot;' b=bare c = \"'\"><![CDATA[ <x> & ]]>&#x41;&#65;&lt;&amp;#x41;</r>",
+        "<!DOCTYPE r [<!ENTITY e 'x'>]><r/>",
+        "<!DOCTYPE r><?xml-stylesheet href='a>b'?><r><?go on?></r><?end?>",
+        "<r/>junk behind the root " + Nested(600),
+        "<r" + attributes + "/>",
+        std::string("<r>a</r>\n\0<e>", 12),
+        std::string("<r>a\0b</r>", 10),
+        "\xEF\xBB\xBF<r>&#8364;</r>",
+        utf8 + "<r><!-- <a> --><!--> -- > c -->&#8364;\u20AC &#160;&#0;</r>",
+        utf8 + "<r a='\xF6' b='&#65;'>\xFCx \xE4xy</r>",
+        "<?XML version='1.0' encoding='utf-8'?><r>&#228;</r>",
+        "<?xml version='1.0' encoding='iso-8859-1'?><r>&#xE4;\xE4</r>",
+        "<r>&#228;</r>",
+        utf8 + "<r><\xEF\xBB\xBF/></r>",
+        "<r></x></r>",
+        "<r><a></r>",
+        "<r a></r>",
+        "<r a='1' a='2'/>",
+        "<r a='<e>'><b c=\"/>\"/></r >",
+        "<r>open",
+        "<!-- open",
+        "text",
+        "",
+        Nested(kMaxXmlDepth),
     };
-    for (const char* content : kept) EXPECT_EQ(RoundTrip(content), content);
+    for (const std::string& document : documents) {
+        const std::string reference = Reference(document);
+        EXPECT_EQ(RoundTrip(document), reference) << document.substr(0, 100);
+    }
 }
 
-TEST_F(XmlFile, NormalisesOnlyWhatXmlSaysIsTheSame) {
-    EXPECT_EQ(RoundTrip("<r>one\r\ntwo\rthree\nfour</r>"),
-              "<r>one&#x0A;two&#x0A;three&#x0A;four</r>\n");
-    EXPECT_EQ(RoundTrip("<r><a>  </a></r>"), "<r>\n    <a><![CDATA[  ]]></a>\n</r>\n");
-    EXPECT_EQ(RoundTrip("<r><a>\n</a></r>"), "<r>\n    <a />\n</r>\n");
-    EXPECT_EQ(RoundTrip("<r a='\xE4'/>"), "<r a=\"\xE4\" />\n") << "bytes that are no UTF-8";
-    EXPECT_EQ(RoundTrip("<r a='&b;&amp;'>R&D &lt;&</r>"),
-              "<r a=\"&amp;b;&amp;\">R&amp;D &lt;&amp;</r>\n");
-    EXPECT_EQ(RoundTrip("<r a='&#0;&#xD800;&#xE4;&#x110000;'>&#x20;</r>"),
-              "<r a=\"&amp;#0;&amp;#xD800;ä&amp;#x110000;\"><![CDATA[ ]]></r>\n");
-    EXPECT_EQ(RoundTrip("<?xml version='1.0' encoding='iso-8859-1'?><r>&#xE4;&#x100;</r>"),
-              "<?xml version=\"1.0\" encoding=\"iso-8859-1\" ?>\n<r>\xE4&amp;#x100;</r>\n");
-    EXPECT_EQ(RoundTrip("<r />\n<!-- c -->\nbehind the root<r>"), "<r />\n<!-- c -->\n");
-    EXPECT_EQ(RoundTrip("\xEF\xBB\xBF<r a='1'/>"), "<r a=\"1\" />\n");
-    EXPECT_EQ(RoundTrip("<r><!-- <a> </a> --><a b='>'> </a></r>"),
-              "<r>\n    <!-- <a> </a> -->\n    <a b=\"&gt;\"><![CDATA[ ]]></a>\n</r>\n");
+TEST_F(XmlFile, KeepsWhatTinyXmlLoses) {
+    const auto kept = [&](const std::string& content, const std::string& equivalent) {
+        EXPECT_EQ(RoundTrip(content), Reference(equivalent)) << content;
+    };
+    kept("<r a='&b;&amp;'>R&D &lt;& &#; &#x; &#xG; &#12 <b>&</b>&</r>",
+         "<r a='&amp;b;&amp;'>R&amp;D &lt;&amp; &amp;#; &amp;#x; &amp;#xG; &amp;#12 "
+         "<b>&amp;</b>&amp;</r>");
+    kept("<r>&#x110000;&#99999999999;</r>", "<r>&amp;#x110000;&amp;#99999999999;</r>");
+    // Bytes that are no UTF-8 hide nothing behind them and change nothing elsewhere.
+    const std::string utf8 = "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>";
+    EXPECT_EQ(RoundTrip(utf8 + "<r a=\"\xE4\" b=\"&#8364;\">&#xE4;\xE4</r>"),
+              Reference(utf8 + "<r a=\"\" b=\"\u20AC\">\u00E4</r>")
+                  .replace(utf8.size() + std::string("\n<r a=\"").size(), 0, "\xE4")
+                  .insert(utf8.size() + std::string("\n<r a=\"\xE4\" b=\"\u20AC\">\u00E4").size(),
+                          "\xE4"));
 }
 
-TEST_F(XmlFile, RefusesWhatItCannotHold) {
-    EXPECT_EQ(RoundTrip(std::string("<r>a\0b</r>", 10)), "refused");
-    EXPECT_EQ(RoundTrip("<r><a></r>"), "refused");
-    EXPECT_EQ(RoundTrip(Nested(kMaxXmlDepth + 1)), "refused");
-    for (const char* disguise : {"", "<?xml version=\"><!-- \"?>", "<1 \">", "</x></x></x>"}) {
+TEST_F(XmlFile, NestedTooDeepIsRefusedHoweverItIsHidden) {
+    for (const char* disguise :
+         {"", "<?xml version=\"><!-- \"?>", "<1 \">", "<!-->-->", "</x></x></x>", "<!\"'>",
+          "<\xEF\xBB\xBF a='>'>", "\xEF\xBB\xBF"}) {
         EXPECT_EQ(RoundTrip(disguise + Nested(100'000)), "refused") << disguise;
     }
-    EXPECT_NE(RoundTrip(Nested(kMaxXmlDepth)), "refused");
-    // What the parser would end elsewhere or read as something else.
-    for (const char* start : {"<?xml version=\"1.0;?>", "<?xml a\"=\"b\"?>", "<?xml a=\"b>?>\"?>",
-                              "<?xml a=' version'?>", "<!DOCTYPE r>", "<!--", "text",
-                              "<![CDATA[]]>", "<\xEF\xBB\xBFr/>", "<r/><?xml a='b'?>"}) {
-        EXPECT_EQ(RoundTrip(std::string(start) + "<r a='\"'/>"), "refused") << start;
+    EXPECT_EQ(RoundTrip("<r a='\"' b=\"'\" c=d\"e'/>" + Nested(600)), "refused");
+    EXPECT_EQ(RoundTrip("<r>" + Nested(kMaxXmlDepth) + "</r>"), "refused");
+}
+
+TEST_F(XmlFile, IsNamedByItsWidePath) {
+    TiXmlDocument document;
+    document.Parse("<r a='1'/>");
+    WriteWholeFile(path_, std::string(1000, 'x'));
+    for (const WCHAR* name : {TEXT("\u0161 \u0142 \u0416 \u65E5\u672C.xml"), TEXT("file.xml")}) {
+        const WString path = Wide(ScratchFolder() / name);
+        EXPECT_TRUE(SaveXmlFile(path, document));
+        EXPECT_TRUE(LoadXmlFile(path, document));
+        EXPECT_EQ(ReadWholeFile(path).substr(0, 11), "<r a=\"1\" />") << "cut behind its end";
+        EXPECT_LE(std::filesystem::file_size(path), 13U);
     }
+    EXPECT_FALSE(LoadXmlFile(Wide(ScratchFolder()), document)) << "a folder";
+    SKIP_WITHOUT(kBytesAsNames);
+    const auto folder = ScratchFolder() / std::string(250, 'f');
+    std::filesystem::create_directory(folder);
+    EXPECT_FALSE(SaveXmlFile(Wide(folder / "file.xml"), document)) << "more than 260 bytes";
+    const WString anyBytes = Wide(ScratchFolder()) + WString{'/', 0xDCE9};
+    EXPECT_TRUE(SaveXmlFile(anyBytes, document));
+    EXPECT_TRUE(std::filesystem::exists(ScratchFolder() / "\xE9"));
 }
 
 }  // namespace

@@ -78,7 +78,7 @@ class PluginsTest : public MachineTest {
 
     // The root's only child of that name, after the file is read again.
     const TiXmlElement& Element(const std::string& name) {
-        EXPECT_TRUE(LoadXmlFile(file_.string(), document_));
+        EXPECT_TRUE(LoadXmlFile(Wide(file_), document_));
         const auto* const element = document_.RootElement()->FirstChildElement(name);
         if (element == nullptr) throw std::runtime_error("no " + name);
         EXPECT_EQ(element->NextSiblingElement(name), nullptr) << name;

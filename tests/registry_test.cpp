@@ -98,7 +98,7 @@ class UserConfiguration : public MachineTest {
         TiXmlDocument document;
         document.Parse("<sentrel_configuration><user_configuration/><av/></sentrel_configuration>");
         ExportUserConfiguration(document.RootElement(), SecureText(password), 0);
-        EXPECT_TRUE(SaveXmlFile(file_.string(), document));
+        EXPECT_TRUE(SaveXmlFile(Wide(file_), document));
         return ReadWholeFile(file_);
     }
 
@@ -275,7 +275,7 @@ TEST_F(UserConfiguration, VpnOnlyKeepsTheConnections) {
         "<ipsecvpn><connections/></ipsecvpn></vpn><vpn><options/></vpn>"
         "<user_configuration><value/></user_configuration></sentrel_configuration>");
     const std::string reduced = ReadWholeFile(file_);
-    ASSERT_TRUE(SaveXmlFile(file_.string(), expected));
+    ASSERT_TRUE(SaveXmlFile(Wide(file_), expected));
     EXPECT_EQ(reduced, ReadWholeFile(file_));
 
     EXPECT_EQ(reduce("<other><av/></other>"), kVpnOnlyDone);

@@ -128,9 +128,8 @@ void RemoveOwnElements(TiXmlElement& root) {
 
 int Export(const WCHAR* file, const WCHAR* password) {
     constexpr int kOwnDepth = 2;  // of the feature's element, the root's being 1
-    const std::string path = WideToAnsi(file);
     TiXmlDocument document;
-    if (!LoadXmlFile(path, document)) return kFailed;
+    if (!LoadXmlFile(file, document)) return kFailed;
     TiXmlElement* root = document.RootElement();
     if (root == nullptr || root->ValueStr() != kRootElement) return kFailed;
 
@@ -144,7 +143,7 @@ int Export(const WCHAR* file, const WCHAR* password) {
     if (opened == ERROR_SUCCESS) {
         complete = KeyToXml(key.get(), {}, password, *own->ToElement(), kOwnDepth);
     }
-    return SaveXmlFile(path, document) && complete ? 0 : kFailed;
+    return SaveXmlFile(file, document) && complete ? 0 : kFailed;
 }
 
 // --- Import -------------------------------------------------------------------------------------
@@ -244,7 +243,7 @@ bool WriteKey(const KeyPlan& plan) {
 
 int Import(const WCHAR* file, const WCHAR* password) {
     TiXmlDocument document;
-    if (!LoadXmlFile(WideToAnsi(file), document)) return kFailed;
+    if (!LoadXmlFile(file, document)) return kFailed;
     const TiXmlElement* root = document.RootElement();
     if (root == nullptr || root->ValueStr() != kRootElement) return kFailed;
     const TiXmlElement* own = root->FirstChildElement(kFeature.element);

@@ -103,7 +103,7 @@ TEST_P(FaultTest, ABackupIsTheOldOneOrTheWholeNewOne) {
         if (BackupContent() == old || isDone()) return;
         // What could not be backed up is missing in an otherwise good file.
         TiXmlDocument document;
-        EXPECT_TRUE(!isKill_ && LoadXmlFile(file_.string(), document));
+        EXPECT_TRUE(!isKill_ && LoadXmlFile(Wide(file_), document));
     };
     StrikeAtEach(
         BackupArguments(kModules), [&] { WriteWholeFile(file_, old); }, check, isDone);

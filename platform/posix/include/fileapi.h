@@ -10,6 +10,11 @@
 #define OPEN_ALWAYS 4
 #define TRUNCATE_EXISTING 5
 
+#define FILE_TYPE_UNKNOWN 0x0000
+#define FILE_TYPE_DISK 0x0001
+#define FILE_TYPE_CHAR 0x0002
+#define FILE_TYPE_PIPE 0x0003
+
 #define INVALID_FILE_ATTRIBUTES (static_cast<DWORD>(-1))
 
 extern "C" {
@@ -32,6 +37,9 @@ WINAPI_EXPORT BOOL WINAPI ReadFile(HANDLE hFile, LPVOID lpBuffer, DWORD nNumberO
 WINAPI_EXPORT BOOL WINAPI WriteFile(HANDLE hFile, LPCVOID lpBuffer, DWORD nNumberOfBytesToWrite,
                                     LPDWORD lpNumberOfBytesWritten, LPOVERLAPPED lpOverlapped);
 WINAPI_EXPORT BOOL WINAPI FlushFileBuffers(HANDLE hFile);
+// FILE_TYPE_DISK for a regular file or a folder, FILE_TYPE_CHAR for a terminal or another device,
+// FILE_TYPE_PIPE for a pipe or a socket; FILE_TYPE_UNKNOWN for anything else, and on failure.
+WINAPI_EXPORT DWORD WINAPI GetFileType(HANDLE hFile);
 WINAPI_EXPORT BOOL WINAPI GetFileSizeEx(HANDLE hFile, PLARGE_INTEGER lpFileSize);
 WINAPI_EXPORT BOOL WINAPI SetFilePointerEx(HANDLE hFile, LARGE_INTEGER liDistanceToMove,
                                            PLARGE_INTEGER lpNewFilePointer, DWORD dwMoveMethod);

@@ -59,6 +59,7 @@ using LPCWCH = const WCHAR*;
 
 using HANDLE = void*;
 using PHANDLE = HANDLE*;
+using LPHANDLE = HANDLE*;
 using HLOCAL = void*;
 using HINSTANCE = struct HINSTANCE__*;
 using HMODULE = HINSTANCE;

@@ -23,6 +23,16 @@ std::shared_ptr<DescriptorObject> TerminalOf(HANDLE handle) {
     return nullptr;
 }
 
+// A standard stream that the program was started without stands for nothing, before any file is
+// opened that would take its descriptor and with it the stream's text.
+[[gnu::constructor(101)]] void FillMissingStreams() {
+    int descriptor = -1;
+    do {
+        descriptor = open("/dev/null", O_RDWR);
+    } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+    if (descriptor >= 0) close(descriptor);
+}
+
 HANDLE HandleOfStream(int descriptor) {
     if (fcntl(descriptor, F_GETFD) < 0) return nullptr;
     return platform::OpenHandle(std::make_shared<DescriptorObject>(descriptor));

@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <io.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <winbase.h>
@@ -116,10 +117,12 @@ int OpenFlags(const Request& request, bool regular) {
 UniqueDescriptor OpenExisting(const Request& request) {
     struct stat info {};
     const bool regular = stat(request.path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
-    UniqueDescriptor file(open(request.path.c_str(), OpenFlags(request, regular)));
+    // A pipe whose other end nobody has open must not keep the caller waiting.
+    UniqueDescriptor file(open(request.path.c_str(), OpenFlags(request, regular) | O_NONBLOCK));
     if (!file && errno == EACCES && (request.access & FILE_READ_DATA) == 0) {
-        file = UniqueDescriptor(open(request.path.c_str(), OpenFlags(request, false)));
+        file = UniqueDescriptor(open(request.path.c_str(), OpenFlags(request, false) | O_NONBLOCK));
     }
+    if (file) fcntl(file.get(), F_SETFL, fcntl(file.get(), F_GETFL) & ~O_NONBLOCK);
     return file;
 }
 
@@ -207,6 +210,49 @@ extern "C" HANDLE WINAPI CreateFileW(LPCWSTR lpFileName, DWORD dwDesiredAccess, 
                           .flags = dwFlagsAndAttributes,
                           .mode = platform::ModeOfNewFile(lpSecurityAttributes)};
     return CheckRequest(request, hTemplateFile) ? OpenFile(request) : INVALID_HANDLE_VALUE;
+}
+
+extern "C" DWORD WINAPI GetFileType(HANDLE hFile) {
+    const auto file = platform::ObjectOf<platform::DescriptorObject>(hFile);
+    struct stat info {};
+    if (!file) return FILE_TYPE_UNKNOWN;
+    if (fstat(file->Descriptor(), &info) != 0) {
+        FailWithErrno(errno);
+        return FILE_TYPE_UNKNOWN;
+    }
+    SetLastError(ERROR_SUCCESS);
+    switch (info.st_mode & S_IFMT) {
+        case S_IFREG:
+        case S_IFDIR:
+            return FILE_TYPE_DISK;
+        case S_IFCHR:
+            return FILE_TYPE_CHAR;
+        case S_IFIFO:
+        case S_IFSOCK:
+            return FILE_TYPE_PIPE;
+        default:
+            return FILE_TYPE_UNKNOWN;
+    }
+}
+
+extern "C" int _open_osfhandle(intptr_t osfhandle, int flags) {
+    auto* const handle = reinterpret_cast<HANDLE>(osfhandle);
+    const auto file = platform::ObjectOf<platform::DescriptorObject>(handle);
+    if (!file || (flags & ~_O_TEXT) != 0) {
+        errno = file ? EINVAL : EBADF;
+        return -1;
+    }
+    const int descriptor = fcntl(file->Descriptor(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    if (descriptor >= 0) platform::ReleaseHandle(handle);
+    return descriptor;
+}
+
+extern "C" int _close(int fd) {
+    return close(fd);
+}
+
+extern "C" std::FILE* _fdopen(int fd, const char* mode) {
+    return fdopen(fd, mode);
 }
 
 extern "C" BOOL WINAPI GetFileSizeEx(HANDLE hFile, PLARGE_INTEGER lpFileSize) {

@@ -1,9 +1,12 @@
 #include "handles.h"
 
+#include <processthreadsapi.h>
 #include <synchapi.h>
 
 #include <mutex>
 #include <unordered_map>
+
+#include "last_error.h"
 
 namespace platform {
 namespace {
@@ -77,4 +80,18 @@ bool ReleaseHandle(HANDLE handle) {
 
 extern "C" BOOL WINAPI CloseHandle(HANDLE hObject) {
     return platform::ReleaseHandle(hObject) ? TRUE : FALSE;
+}
+
+extern "C" BOOL WINAPI DuplicateHandle(HANDLE hSourceProcessHandle, HANDLE hSourceHandle,
+                                       HANDLE hTargetProcessHandle, LPHANDLE lpTargetHandle,
+                                       DWORD /*dwDesiredAccess*/, BOOL /*bInheritHandle*/,
+                                       DWORD dwOptions) {
+    if (hSourceProcessHandle != GetCurrentProcess() ||
+        hTargetProcessHandle != GetCurrentProcess() || dwOptions != DUPLICATE_SAME_ACCESS) {
+        return platform::Fail(ERROR_NOT_SUPPORTED);
+    }
+    auto object = platform::ObjectOf(hSourceHandle);
+    if (!object) return FALSE;
+    *lpTargetHandle = platform::OpenHandle(std::move(object));
+    return TRUE;
 }
