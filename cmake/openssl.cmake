@@ -14,7 +14,12 @@ else()
     find_package(OpenSSL 3.0 REQUIRED)
     target_link_libraries(openssl_crypto INTERFACE OpenSSL::Crypto)
     cmake_path(GET OPENSSL_CRYPTO_LIBRARY PARENT_PATH folder)
-    set(OPENSSL_BESIDE ${MADE_FROM_SOURCE}/fips/fips.so=fips
-                       ${MADE_FROM_SOURCE}/fips/fipsmodule.cnf=fipsmodule.cnf
-                       ${folder}/ossl-modules/legacy.so=legacy)
+    set(OPENSSL_BESIDE ${folder}/ossl-modules/legacy.so=legacy)
+    # The FIPS module is left out where its source cannot be had.
+    if(EXISTS ${MADE_FROM_SOURCE}/fips/fips.so)
+        list(APPEND OPENSSL_BESIDE ${MADE_FROM_SOURCE}/fips/fips.so=fips
+                                   ${MADE_FROM_SOURCE}/fips/fipsmodule.cnf=fipsmodule.cnf)
+    else()
+        message(WARNING "Without OpenSSL's FIPS module: script/bootstrap says why")
+    endif()
 endif()
