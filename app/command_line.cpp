@@ -2,7 +2,9 @@
 
 #include <utilsdll.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <iterator>
 
 #include "app/services/console.h"
 #include "app/services/run_settings.h"
@@ -82,8 +84,28 @@ WString ExpandPath(const WCHAR* typed) {
     return length == 0 || length > kPathCapacity ? typed : expanded;
 }
 
-// A password given with -p: encrypted, or in plain and then long enough. False, with a message,
-// when it is too short.
+// What a switch does with its argument. False when the run ends here with kExitShortPassword.
+using Take = bool (*)(const WCHAR* argument);
+
+template <auto field>
+bool StoreText(const WCHAR* argument) {
+    g_RunSettings.*field = argument;
+    return true;
+}
+
+template <auto field>
+bool StorePath(const WCHAR* argument) {
+    g_RunSettings.*field = ExpandPath(argument);
+    return true;
+}
+
+template <auto flag, bool value>
+bool SetFlag(const WCHAR* /*argument*/) {
+    g_RunSettings.*flag = value;
+    return true;
+}
+
+// A password given with -p is encrypted, or in plain and then long enough.
 bool TakePassword(const WCHAR* argument) {
     SecureText& password = g_RunSettings.strPassword;
     if (DecryptPasswordArgument(argument, password)) return true;
@@ -95,11 +117,51 @@ bool TakePassword(const WCHAR* argument) {
 
 // A process proves that it started this one by its own id, encrypted with the key of this machine.
 // An argument that does not decrypt proves nothing either way.
-void TakeCaller(const WCHAR* argument) {
+bool TakeCaller(const WCHAR* argument) {
     const auto plain = DecryptArgument(argument, nullptr);
-    if (!plain) return;
+    if (!plain) return true;
     const long id = std::strtol(reinterpret_cast<const char*>(plain->data()), nullptr, 10);
     g_RunSettings.bCallerVerified = id == static_cast<long>(GetParentProcessId());
+    return true;
+}
+
+struct Switch {
+    int value;  // the parser's
+    Take take;
+};
+
+// -s and every other value of the parser do nothing.
+constexpr Switch kSwitches[] = {
+    {'f', StorePath<&RunSettings::strConfigFile>},
+    {'m', StoreText<&RunSettings::strModule>},
+    {'o', StoreText<&RunSettings::strOperation>},
+    {'k', StoreText<&RunSettings::strUnlockPassword>},
+    {'d', SetFlag<&RunSettings::bDebug, true>},
+    {'q', SetFlag<&RunSettings::bQuiet, true>},
+    {'p', TakePassword},
+    {'u', SetFlag<&RunSettings::bIncludeUserConfig, true>},
+    {'i', StoreText<&RunSettings::strSessionId>},
+    {'t', StoreText<&RunSettings::strPassword>},
+    {'c', TakeCaller},
+    {'O', StorePath<&RunSettings::strOutputFile>},
+    {'v', StoreText<&RunSettings::strVersionOverride>},
+    {kNoImpersonateUser, SetFlag<&RunSettings::bImpersonateUser, false>},
+    {kVpnOnly, SetFlag<&RunSettings::bVpnOnly, true>},
+};
+
+// Values that end the run with the usage text. The parser reports '?' also for an unknown switch
+// and a missing argument, and 0 never with these switches.
+struct UsageRequest {
+    int value;
+    int exitCode;
+};
+constexpr UsageRequest kUsageRequests[] = {
+    {'h', kExitUsage}, {'?', kExitUsage}, {0, kExitParserValueZero}};
+
+template <typename Row, std::size_t size>
+const Row* Find(const Row (&rows)[size], int value) {
+    const Row* const row = std::ranges::find(rows, value, &Row::value);
+    return row == std::end(rows) ? nullptr : row;
 }
 
 }  // namespace
@@ -109,69 +171,18 @@ void PrintUsage(const WCHAR* programPath) {
 }
 
 std::optional<int> ParseCommandLine(int argc, WCHAR** argv) {
-    RunSettings& settings = g_RunSettings;
-    settings = RunSettings();
+    g_RunSettings = RunSettings();
     utils::optind = 0;
     for (;;) {
-        const int option = utils::getopt_long(argc, argv, kShortOptions, kLongOptions, nullptr);
-        if (option == -1) return std::nullopt;
-        const WCHAR* const argument = utils::optarg;
-        if (argument == nullptr && RequiresArgument(option)) continue;
-        switch (option) {
-            case 'f':
-                settings.strConfigFile = ExpandPath(argument);
-                break;
-            case 'm':
-                settings.strModule = argument;
-                break;
-            case 'o':
-                settings.strOperation = argument;
-                break;
-            case 'c':
-                TakeCaller(argument);
-                break;
-            case 'k':
-                settings.strUnlockPassword = argument;
-                break;
-            case 'd':
-                settings.bDebug = true;
-                break;
-            case 'q':
-                settings.bQuiet = true;
-                break;
-            case 'p':
-                if (!TakePassword(argument)) return kExitShortPassword;
-                break;
-            case 'u':
-                settings.bIncludeUserConfig = true;
-                break;
-            case 'h':
-            case '?':  // also an unknown switch and a missing argument
-                PrintUsage(argc > 0 ? argv[0] : TEXT(""));
-                return kExitUsage;
-            case 'i':
-                settings.strSessionId = argument;
-                break;
-            case 't':
-                settings.strPassword = argument;
-                break;
-            case 'O':
-                settings.strOutputFile = ExpandPath(argument);
-                break;
-            case 'v':
-                settings.strVersionOverride = argument;
-                break;
-            case kNoImpersonateUser:
-                settings.bImpersonateUser = false;
-                break;
-            case kVpnOnly:
-                settings.bVpnOnly = true;
-                break;
-            case 0:
-                PrintUsage(argc > 0 ? argv[0] : TEXT(""));
-                return kExitParserValueZero;
-            default:  // -s, and any other value of the parser
-                break;
+        const int value = utils::getopt_long(argc, argv, kShortOptions, kLongOptions, nullptr);
+        if (value == -1) return std::nullopt;
+        if (const UsageRequest* const usage = Find(kUsageRequests, value)) {
+            PrintUsage(argc > 0 ? argv[0] : TEXT(""));
+            return usage->exitCode;
         }
+        const WCHAR* const argument = utils::optarg;
+        if (argument == nullptr && RequiresArgument(value)) continue;
+        const Switch* const known = Find(kSwitches, value);
+        if (known != nullptr && !known->take(argument)) return kExitShortPassword;
     }
 }
