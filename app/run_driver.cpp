@@ -4,6 +4,7 @@
 
 #include "app/command_line.h"
 #include "app/services/client_log.h"
+#include "app/services/interruption.h"
 #include "app/services/run_settings.h"
 #include "app/services/user_context.h"
 #include "app/ui_language.h"
@@ -62,10 +63,8 @@ UniqueHandle CreateSavingFinishedEvent() {
 void DecryptOnly() {
     const RunSettings& settings = g_RunSettings;
     const DWORD session = SessionId(settings.strSessionId).number;
-    const WString plainCopy =
-        PrepareConfigCopy(settings.strConfigFile, session, settings.strPassword);
-    CopyFileW(plainCopy.c_str(), settings.strOutputFile.c_str(), FALSE);
-    DeleteConfigCopy(plainCopy, session);
+    const WorkingCopy plain(settings.strConfigFile, session, settings.strPassword);
+    CopyFileW(plain.Path().c_str(), settings.strOutputFile.c_str(), FALSE);
 }
 
 // The request, whose closing steps follow whatever happens inside it.
@@ -87,6 +86,8 @@ int RunNormally(bool wasVirtualized) {
 
     const UniqueHandle savingFinished = CreateSavingFinishedEvent();
     ResetEvent(savingFinished.get());
+    const TidyOnInterruption announced(
+        [&] { return SetEvent(savingFinished.get()) != FALSE || !savingFinished; });
     g_hLog = log_initialize(kLogComponent);
 
     const int result = RunRequest();
@@ -101,6 +102,7 @@ int RunNormally(bool wasVirtualized) {
 }  // namespace
 
 int RunTool(int argc, WCHAR** argv) {
+    HandleInterruptions();
     const ConfigurationMutex serialised;
     const SettingsRelease released;
     const bool wasVirtualized = DisableTokenVirtualization();

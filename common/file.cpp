@@ -12,12 +12,6 @@ bool IsBusy(DWORD error) {
            error == ERROR_LOCK_VIOLATION;
 }
 
-bool IsDiskFile(HANDLE file) {
-    LARGE_INTEGER size = {};
-    return GetFileType(file) == FILE_TYPE_DISK && GetFileSizeEx(file, &size) &&
-           size.QuadPart <= kMaxFileSize;
-}
-
 }  // namespace
 
 bool RetryWhileBusy(const std::function<bool()>& attempt) {
@@ -44,6 +38,12 @@ UniqueHandle OpenDiskFile(const WString& path, DWORD access, DWORD disposition) 
     }
     if (file && !IsDiskFile(file.get())) return {};
     return file;
+}
+
+bool IsDiskFile(HANDLE file) {
+    LARGE_INTEGER size = {};
+    return GetFileType(file) == FILE_TYPE_DISK && GetFileSizeEx(file, &size) &&
+           size.QuadPart <= kMaxFileSize;
 }
 
 bool ReadAll(HANDLE file, std::string& content) {

@@ -20,6 +20,9 @@ bool RetryWhileBusy(const std::function<bool()>& attempt);
 // when it is no file on a disk - a device, a pipe, a folder - or is larger than kMaxFileSize.
 UniqueHandle OpenDiskFile(const WString& path, DWORD access, DWORD disposition);
 
+// Whether an opened file is one on a disk - no device, no pipe - of kMaxFileSize at most.
+bool IsDiskFile(HANDLE file);
+
 // Reads the file from its start to its end. False when that fails.
 bool ReadAll(HANDLE file, std::string& content);
 

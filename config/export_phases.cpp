@@ -6,6 +6,7 @@
 #include "config/comments.h"
 #include "config/config_file.h"
 #include "config/header.h"
+#include "config/temporary_file.h"
 #include "registry/user_configuration.h"
 
 namespace {
@@ -32,6 +33,11 @@ bool AddUserConfiguration(const WString& path, const SecureText& password, DWORD
         return false;
     }
     ExportUserConfiguration(file.Root(), password, sessionId);
+    // The user's rights have ended with that, and the user could write the file.
+    if (!ReplaceByOwnFile(path, nullptr, 0)) {
+        log_error_fmt(g_hLog, kNotSaved, path.c_str());
+        return false;
+    }
     return Save(file, path);
 }
 

@@ -74,10 +74,11 @@ void RunExport(const std::vector<WString>& modules, const WString& file, const O
     if (operation->obeysBackupSwitch && IsBackupDisabled()) return Refuse(kBackupDisabled);
     if (password.empty()) return Refuse(kPasswordRequired);
 
+    TemporaryFile temporary;
     std::optional<SessionUserContext> asUser;
     if (g_RunSettings.bImpersonateUser) asUser.emplace(session.number);
 
-    const TemporaryFile temporary;
+    temporary = TemporaryFile::Make();
     if (temporary.Path().empty()) {
         log_error_fmt(g_hLog, kNoTemporaryFile);
         return;
@@ -92,6 +93,8 @@ void RunExport(const std::vector<WString>& modules, const WString& file, const O
     } else {
         ConsolePrint(kAccessDenied);
     }
+    // What this account may not delete goes with its owner.
+    DeleteFileW(temporary.Path().c_str());
 }
 
 void RunImport(const std::vector<WString>& modules, const WString& file, const Operation& operation,

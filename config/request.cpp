@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "app/services/client_log.h"
+#include "app/services/interruption.h"
 #include "app/services/run_settings.h"
 #include "common/handles.h"
 #include "config/configuration_change.h"
@@ -17,30 +18,6 @@ namespace {
 
 constexpr const WCHAR* kEveryModule = TEXT("*");
 constexpr const WCHAR* kNotLocked = TEXT("Failed to lock the registry configuration");
-
-// The file that a request works on: the given one, or a copy that is deleted at the end.
-class WorkingFile {
-  public:
-    WorkingFile(const WString& file, DWORD sessionId)
-        : file_(file), path_(file), sessionId_(sessionId) {}
-    WorkingFile(const WorkingFile&) = delete;
-    WorkingFile& operator=(const WorkingFile&) = delete;
-    ~WorkingFile() {
-        if (path_ != file_) DeleteConfigCopy(path_, sessionId_);
-    }
-
-    // Goes over to a plain copy; false when it cannot be made.
-    bool UseCopy(const SecureText& password) {
-        path_ = PrepareConfigCopy(file_, sessionId_, password);
-        return !path_.empty();
-    }
-    const WString& Path() const { return path_; }
-
-  private:
-    WString file_;
-    WString path_;
-    DWORD sessionId_;
-};
 
 // Locks the registry configuration again at the end of an operation that may have found it
 // unlocked, when there is a lock password.
@@ -71,16 +48,17 @@ struct FileProtectionBypass {
 
 // Checks the rights for a guarded import, and makes and checks its working copy. Nothing, or the
 // result with which the request ends here.
-std::optional<int> PrepareGuardedImport(WorkingFile& working, const SecureText& password,
-                                        DWORD sessionId) {
+std::optional<int> PrepareGuardedImport(std::optional<WorkingCopy>& working, const WString& file,
+                                        const SecureText& password, DWORD sessionId) {
     if (const int refused = CheckRights()) return refused;
-    if (!working.UseCopy(password)) return kResultUnusable;
+    working.emplace(file, sessionId, password);
+    if (working->Path().empty()) return kResultUnusable;
     if (!password.empty()) {
-        if (const int refused = CheckFilePassword(working.Path(), password, sessionId)) {
+        if (const int refused = CheckFilePassword(working->Path(), password, sessionId)) {
             return refused;
         }
     }
-    if (g_RunSettings.bVpnOnly && FilterVpnOnlyConfig(working.Path()) != kVpnOnlyDone) {
+    if (g_RunSettings.bVpnOnly && FilterVpnOnlyConfig(working->Path()) != kVpnOnlyDone) {
         return kResultOk;
     }
     return std::nullopt;
@@ -91,7 +69,10 @@ std::optional<int> PrepareGuardedImport(WorkingFile& working, const SecureText& 
 void RunAnnounced(const WString& modules, const WString& file, const Operation& operation,
                   const SessionId& session, const SecureText& password) {
     std::optional<ConfigurationChange> change;
-    if (IsChangeAnnounced()) change.emplace();
+    if (IsChangeAnnounced()) {
+        WaitOutInterruptions();
+        change.emplace();
+    }
     if (!change || change->HasBegun()) RunOperation(modules, file, operation, session, password);
 }
 
@@ -102,9 +83,9 @@ int RunConfigRequest(const WString& file, const WString& moduleText, const WStri
                      const SecureText& unlockPassword) {
     const SessionId session(sessionId);
     const Operation operation(operationName.empty() ? kDefaultOperation : operationName);
-    WorkingFile working(file, session.number);
+    std::optional<WorkingCopy> working;
     if (operation->isGuarded) {
-        if (const auto ended = PrepareGuardedImport(working, password, session.number)) {
+        if (const auto ended = PrepareGuardedImport(working, file, password, session.number)) {
             return *ended;
         }
     }
@@ -114,12 +95,13 @@ int RunConfigRequest(const WString& file, const WString& moduleText, const WStri
         if (const int refused = CheckLocks(unlockPassword, isParentTrusted)) return refused;
     }
 
+    if (!operation->isExport) WaitOutInterruptions();
     const FileProtectionBypass bypass;
     const RegistryRelock lockedAgain(operation->locksRegistryAgain);
     if (operation->unlocksRegistry && !unlockPassword.empty() && !isParentTrusted) {
         sec_set_sa_registry_lock(false);
     }
-    RunAnnounced(modules, working.Path(), operation, session, password);
+    RunAnnounced(modules, working ? working->Path() : file, operation, session, password);
     if (operation->forgetsInstallerState) ForgetInstallerState();
     return kResultOk;
 }

@@ -1,25 +1,33 @@
 // A file that exists for the duration of one operation.
 #pragma once
 
-#include <utility>
+#include <memory>
 
 #include "common/text.h"
 
-// Owns a unique file of its own in the calling account's temporary folder and deletes it at the
-// end.
+// Puts a new file with this content in the place of the file at `path`: the tool's own account
+// alone may use it, whoever could use the old one. False, with no file there, when that fails.
+bool ReplaceByOwnFile(const WString& path, const void* content, std::size_t size);
+
+// Owns a unique file in the process's temporary folder. At the end, also at that of an interrupted
+// run, the file and the folder that was made for it are removed; a file that cannot be deleted is
+// cut to nothing, and the log says so. That takes the tool's own rights: the owner is to outlive
+// the session user's.
 class TemporaryFile {
   public:
-    // Makes the file, empty and readable by its owner alone.
+    // No file.
     TemporaryFile();
-    TemporaryFile(const TemporaryFile&) = delete;
-    TemporaryFile& operator=(const TemporaryFile&) = delete;
+    // A new empty file, which the account that the thread impersonates can read and write, but not
+    // replace; none when it cannot be made.
+    static TemporaryFile Make();
+    TemporaryFile(TemporaryFile&& other) noexcept;
+    TemporaryFile& operator=(TemporaryFile&& other) noexcept;
     ~TemporaryFile();
 
-    // Empty when the file could not be made.
-    const WString& Path() const { return path_; }
-    // Hands the file over to the caller, who deletes it.
-    WString Release() { return std::exchange(path_, WString()); }
+    // Empty when there is no file.
+    const WString& Path() const;
 
   private:
-    WString path_;
+    struct File;
+    std::unique_ptr<File> file_;
 };

@@ -13,17 +13,15 @@
 #include "app/services/notifications.h"
 #include "app/services/run_settings.h"
 #include "app/services/user_context.h"
-#include "common/handles.h"
+#include "common/file.h"
 #include "config/config_file.h"
 #include "config/password_decryption.h"
-#include "config/temporary_file.h"
 #include "protect/built_in_secrets.h"
 #include "protect/data_protect.h"
 
 namespace {
 
 constexpr std::string_view kEncryptedMarker = "Enc ";
-constexpr LONGLONG kMaxFileSize = 0x7FFFFFFF;  // its double, the room to decrypt it, has 32 bits
 
 // The content of a file: zeroed memory that the system hands out page by page as it is touched, so
 // that the room left at its end costs nothing. Wiped at the end as far as it was used.
@@ -54,11 +52,21 @@ class Content {
     std::size_t size_ = 0;
 };
 
-bool ReadFileWhole(const WString& path, Content& content) {
+// The file that is to be copied, opened with the rights of whom the thread acts as. Others may do
+// with it what they like.
+UniqueHandle OpenSource(const WString& source) {
+    UniqueHandle file(CreateFileW(source.c_str(), GENERIC_READ,
+                                  FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                  OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    return file && IsDiskFile(file.get()) ? std::move(file) : UniqueHandle();
+}
+
+// Reads the whole input copy through one handle.
+bool ReadInput(const WString& path, Content& content) {
     const UniqueHandle file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
-                                        OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+                                        OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
     LARGE_INTEGER size = {};
-    if (!file || !GetFileSizeEx(file.get(), &size) || size.QuadPart > kMaxFileSize ||
+    if (!file || !IsDiskFile(file.get()) || !GetFileSizeEx(file.get(), &size) ||
         !content.Allocate(static_cast<std::size_t>(size.QuadPart))) {
         return false;
     }
@@ -66,6 +74,21 @@ bool ReadFileWhole(const WString& path, Content& content) {
     if (!ReadFile(file.get(), content.Bytes(), content.Capacity(), &read, nullptr)) return false;
     content.Resize(read);
     return read == content.Capacity();
+}
+
+// Whether the content is what the source holds.
+bool IsContentOf(HANDLE source, const Content& content) {
+    SecureBytes block(std::size_t{64} * 1024);
+    std::string_view rest = content.Text();
+    DWORD read = 0;
+    do {
+        if (!ReadFile(source, block.data(), static_cast<DWORD>(block.size()), &read, nullptr) ||
+            !rest.starts_with({reinterpret_cast<const char*>(block.data()), read})) {
+            return false;
+        }
+        rest.remove_prefix(read);
+    } while (read != 0);
+    return rest.empty();
 }
 
 bool WriteFileWhole(const WString& path, std::string_view text) {
@@ -123,10 +146,8 @@ bool DecryptInto(Content& cipher, const SecureText& password, DWORD sessionId,
 }
 
 // Turns the input copy, in whatever form, into the plain output copy.
-bool MakePlain(const TemporaryFile& input, const TemporaryFile& output, DWORD sessionId,
-               const SecureText& password) {
-    Content content;
-    if (!ReadFileWhole(input.Path(), content)) return false;
+bool MakePlain(Content& content, const TemporaryFile& input, const TemporaryFile& output,
+               DWORD sessionId, const SecureText& password) {
     if (IsPlain(content.Text())) return CopyOver(input, output);
     if (password.empty()) {
         return DataUnprotectFile(input.Path().c_str()) == kDataOk && CopyOver(input, output);
@@ -134,30 +155,43 @@ bool MakePlain(const TemporaryFile& input, const TemporaryFile& output, DWORD se
     return DecryptInto(content, password, sessionId, output);
 }
 
-}  // namespace
-
-WString PrepareConfigCopy(const WString& source, DWORD sessionId, const SecureText& password) {
+TemporaryFile PrepareConfigCopy(const WString& source, DWORD sessionId,
+                                const SecureText& password) {
+    // The copies, with the user's rights where the run impersonates.
+    TemporaryFile input;
+    TemporaryFile output;
     std::optional<SessionUserContext> asUser;
     if (g_RunSettings.bImpersonateUser) asUser.emplace(sessionId);
-    const TemporaryFile input;
+    const UniqueHandle original = OpenSource(source);
+    if (!original) return {};
+    input = TemporaryFile::Make();
     const bool isCopied =
         !input.Path().empty() && CopyFileW(source.c_str(), input.Path().c_str(), FALSE) != FALSE;
     // The copy is ours to change and delete, whatever the source's attributes are.
     if (isCopied) SetFileAttributesW(input.Path().c_str(), FILE_ATTRIBUTE_NORMAL);
-    TemporaryFile output;
+    output = TemporaryFile::Make();
     asUser.reset();
+    if (!isCopied || output.Path().empty()) return {};
 
-    if (!isCopied || output.Path().empty() || !MakePlain(input, output, sessionId, password)) {
+    // From here on nothing counts that the user could write: what was read is what the source
+    // holds, and stands in files of the tool's own.
+    Content content;
+    if (!ReadInput(input.Path(), content) || !IsContentOf(original.get(), content) ||
+        !ReplaceByOwnFile(input.Path(), content.Bytes(), content.Size()) ||
+        !ReplaceByOwnFile(output.Path(), nullptr, 0) ||
+        !MakePlain(content, input, output, sessionId, password)) {
         return {};
     }
-    return output.Release();
+    return output;
 }
 
-void DeleteConfigCopy(const WString& path, DWORD sessionId) {
-    {
-        const SessionUserContext asUser(sessionId);
-        if (_wunlink(path.c_str()) == 0) return;
-    }
-    // Made as the tool's own account, in that one's folder.
-    _wunlink(path.c_str());
+}  // namespace
+
+WorkingCopy::WorkingCopy(const WString& source, DWORD sessionId, const SecureText& password)
+    : copy_(PrepareConfigCopy(source, sessionId, password)), sessionId_(sessionId) {}
+
+WorkingCopy::~WorkingCopy() {
+    // What this account may not delete goes with its owner.
+    const SessionUserContext asUser(sessionId_);
+    _wunlink(Path().c_str());
 }

@@ -8,12 +8,24 @@
 
 #include "common/secure_text.h"
 #include "common/text.h"
+#include "config/temporary_file.h"
 
-// Makes a plain copy of `source` in the temporary folder, readable by its user alone, and returns
-// its path; the caller deletes it. The source is read as the session's user when the run
-// impersonates. Empty on failure; a file that no password opens is also reported to the user
-// interface.
-WString PrepareConfigCopy(const WString& source, DWORD sessionId, const SecureText& password);
+// A plain copy of a file in the temporary folder, which the tool's own account alone may use. The
+// source is read as the session's user when the run impersonates, and must be a file on a disk of
+// 2 GiB at most; what that user does to the temporary files meanwhile does not get into the copy.
+// Deleted at the end, as the session's user or else as the tool's own account.
+class WorkingCopy {
+  public:
+    // A file that no password opens is also reported to the user interface.
+    WorkingCopy(const WString& source, DWORD sessionId, const SecureText& password);
+    WorkingCopy(const WorkingCopy&) = delete;
+    WorkingCopy& operator=(const WorkingCopy&) = delete;
+    ~WorkingCopy();
 
-// Deletes a working copy, as the session's user or else as the tool's own account.
-void DeleteConfigCopy(const WString& path, DWORD sessionId);
+    // Empty when the copy could not be made.
+    const WString& Path() const { return copy_.Path(); }
+
+  private:
+    TemporaryFile copy_;
+    DWORD sessionId_;
+};

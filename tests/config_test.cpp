@@ -153,25 +153,29 @@ TEST_F(ModuleRun, OnlyAPluginsOwnErrorCounts) {
 
 // --- Working copies -----------------------------------------------------------------------------
 
-class WorkingCopy : public Config {
+class WorkingCopies : public Config {
   protected:
     // The plain copy's content; empty when there is none. Nothing else may be left behind.
     std::string Prepare(const std::string& stored, const WCHAR* password = kPassword) {
         WriteWholeFile(source_, stored);
-        const WString copy = PrepareConfigCopy(Wide(source_), 0, SecureText(password));
-        EXPECT_EQ(FilesInTemporaryFolder().size(), copy.empty() ? 0u : 1u);
-        if (copy.empty()) return {};
-        const std::filesystem::path path(copy);
-        EXPECT_TRUE(OnlyOwnerMayUse(path));
-        std::string content = ReadWholeFile(path);
-        DeleteConfigCopy(copy, 0);
+        std::string content;
+        {
+            const WorkingCopy copy(Wide(source_), 0, SecureText(password));
+            EXPECT_EQ(FilesInTemporaryFolder().size(), copy.Path().empty() ? 0u : 1u);
+            if (!copy.Path().empty()) {
+                const std::filesystem::path path(copy.Path());
+                EXPECT_TRUE(OnlyOwnerMayUse(path));
+                content = ReadWholeFile(path);
+            }
+        }
+        EXPECT_TRUE(FilesInTemporaryFolder().empty());
         return content;
     }
 
     std::filesystem::path source_ = ScratchFolder() / "stored";
 };
 
-TEST_F(WorkingCopy, OpensEveryStoredFormAndNothingElse) {
+TEST_F(WorkingCopies, OpensEveryStoredFormAndNothingElse) {
     const std::string rootOnly = "<sentrel_configuration></sentrel_configuration>";
     EXPECT_EQ(Prepare(kDocument), kDocument);
     EXPECT_EQ(Prepare(rootOnly, TEXT("")), rootOnly);

@@ -203,9 +203,15 @@ UTILSDLL_API void log_debug_fmt(SN_LOG_HANDLE log, const WCHAR* format, ...);
 
 // The client's installation folder, without a trailing separator; owned by the library.
 UTILSDLL_API const WCHAR* cfg_get_install_dir();
-// Makes a new empty file, readable by its owner alone, in `folder` and puts its path (with
+// Makes a new empty file in a folder of the process's own below `folder` and puts its path (with
 // terminator) into `path`. A null prefix gives the library's own. Nonzero on success; on failure no
 // file is left behind.
+//
+// The file belongs to the process's account, also while the thread impersonates: then the
+// impersonated account may read and write its data, but neither delete nor rename nor replace it.
+// No other account may use it. The folder can be removed with its last file and goes with the
+// process; what a process left that was killed is removed by the next one that makes a file below
+// `folder`.
 UTILSDLL_API int fs_get_temp_file_path(const WCHAR* folder, const WCHAR* prefix, WCHAR* path,
                                        DWORD capacity);
 }

@@ -3,6 +3,7 @@
 #include "client/include/utilsdll.h"
 #include "client/utilsdll/boundary.h"
 #include "client/utilsdll/data_folder.h"
+#include "client/utilsdll/temp_file.h"
 #include "common/handles.h"
 #include "common/path.h"
 
@@ -49,18 +50,6 @@ WString InstallFolder() {
     return folder;
 }
 
-int MakeTempFile(const WCHAR* folder, const WCHAR* prefix, WCHAR* path, DWORD capacity) {
-    WCHAR made[MAX_PATH] = {};
-    if (GetTempFileNameW(folder, prefix == nullptr ? TEXT("SNC") : prefix, 0, made) == 0) return 0;
-    const WStringView name(made);
-    if (name.size() >= capacity) {
-        DeleteFileW(made);
-        return 0;
-    }
-    path[name.copy(path, name.size())] = 0;
-    return 1;
-}
-
 }  // namespace
 
 WString DataFolder() {
@@ -93,6 +82,14 @@ extern "C" int fs_get_temp_file_path(const WCHAR* folder, const WCHAR* prefix, W
                                      DWORD capacity) {
     return Guarded(0, [&] {
         if (folder == nullptr || path == nullptr) return 0;
-        return utilsdll::MakeTempFile(folder, prefix, path, capacity);
+        const WString made =
+            utilsdll::MakeTempFile(folder, prefix == nullptr ? TEXT("SNC") : prefix);
+        if (made.empty()) return 0;
+        if (made.size() >= capacity) {
+            DeleteFileW(made.c_str());
+            return 0;
+        }
+        path[made.copy(path, made.size())] = 0;
+        return 1;
     });
 }

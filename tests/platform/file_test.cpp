@@ -220,7 +220,48 @@ TEST_F(FileTest, ACopyFollowsLinksAndKeepsPermissions) {
     EXPECT_EQ(fs::status(target).permissions(), fs::perms(0606));
     EXPECT_EQ(ErrorOfCopy(source, File("dangling")), ERROR_SUCCESS);
     EXPECT_TRUE(fs::is_symlink(File("dangling")));
-    EXPECT_EQ(fs::status(File("made")).permissions(), fs::perms(0640));
+    EXPECT_EQ(fs::status(File("made")).permissions(), fs::perms(0600));
+}
+
+TEST_F(FileTest, ACopyFollowsNoLinkOfAnotherAccounts) {
+    if (Role() == "user") {
+        fs::create_symlink(File("target"), File("link"));
+        fs::create_directory_symlink(ScratchFolder(), File("folder"));
+        return;
+    }
+    SKIP_UNLESS_ADMINISTRATOR();
+    RunRole("user", As(kStranger));
+    const fs::path source = File("source", "new");
+    WriteWholeFile(File("target"), "old");
+    EXPECT_EQ(ErrorOfCopy(source, File("link")), ERROR_ACCESS_DENIED);
+    EXPECT_EQ(ErrorOfCopy(source, File("folder") / "target"), ERROR_ACCESS_DENIED);
+    EXPECT_EQ(ReadWholeFile(File("target")), "old");
+}
+
+TEST_F(FileTest, AFolderStaysWhileItIsHeld) {
+    const auto hold = [&](DWORD access, DWORD share) {
+        return CreateFileW(Wide(File("folder")).c_str(), access, share, nullptr, OPEN_EXISTING,
+                           FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+    };
+    constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    const auto folder = Wide(File("folder"));
+    ASSERT_TRUE(CreateDirectoryW(folder.c_str(), nullptr));
+    WriteWholeFile(File("folder") / "one", "");
+    EXPECT_EQ(ErrorOf(RemoveDirectoryW(folder.c_str())), ERROR_DIR_NOT_EMPTY);
+    WIN32_FIND_DATAW found = {};
+    const HANDLE search = FindFirstFileW((folder + TEXT("/o*")).c_str(), &found);
+    EXPECT_EQ(fs::path(found.cFileName), "one");
+    EXPECT_EQ(ErrorOf(FindNextFileW(search, &found)), ERROR_NO_MORE_FILES);
+    EXPECT_TRUE(FindClose(search));
+    EXPECT_EQ(ErrorOfDelete(File("folder") / "one"), ERROR_SUCCESS);
+
+    const HANDLE mayGo = hold(DELETE | SYNCHRONIZE, kShareAll);
+    EXPECT_EQ(ErrorOf(hold(FILE_READ_DATA, FILE_SHARE_READ)), ERROR_SHARING_VIOLATION);
+    EXPECT_TRUE(CloseHandle(mayGo));
+    const HANDLE stays = hold(FILE_READ_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE);
+    EXPECT_EQ(ErrorOf(RemoveDirectoryW(folder.c_str())), ERROR_SHARING_VIOLATION);
+    EXPECT_TRUE(CloseHandle(stays));
+    EXPECT_EQ(ErrorOf(RemoveDirectoryW(folder.c_str())), ERROR_SUCCESS);
 }
 
 TEST_F(FileTest, OrdinaryUsersAreHeldToPermissions) {
@@ -241,12 +282,11 @@ TEST_F(FileTest, OrdinaryUsersAreHeldToPermissions) {
 
 // --- Temporary files -----------------------------------------------------------------------------
 
-TEST_F(TempFileTest, TheFolderBelongsToTheAccountAlone) {
+TEST_F(TempFileTest, TheFolderBelongsToTheAccount) {
     const fs::path folder = TempPath();
     EXPECT_TRUE(folder.has_root_directory());
     EXPECT_TRUE(fs::is_directory(folder));
     EXPECT_EQ(folder.filename(), "");  // it ends with a separator
-    EXPECT_TRUE(OnlyOwnerMayUse(folder.parent_path()));
     EXPECT_EQ(TempPath(), folder);
 
     WCHAR small[4];
@@ -288,7 +328,7 @@ TEST_F(TempFileTest, AFolderThatOthersPreparedIsRefused) {
     fs::permissions(ScratchFolder() / "trap", fs::perms(0700));
     fs::create_directory_symlink(ScratchFolder() / "trap", folder);
     RunRole("user");
-    // A folder that others may enter.
+    // A folder that others may look into.
     fs::remove(folder);
     fs::create_directory(folder);
     fs::permissions(folder, fs::perms(0755));
@@ -305,5 +345,5 @@ TEST_F(TempFileTest, EveryAccountHasAFolderOfItsOwn) {
     RunRole("user", As(kStranger));
     const fs::path theirs = ReadWholeFile(ScratchFolder() / "theirs");
     EXPECT_NE(theirs, mine);
-    EXPECT_TRUE(OnlyOwnerMayUse(theirs.parent_path()));
+    EXPECT_EQ(fs::status(theirs.parent_path()).permissions(), fs::perms(0711));
 }

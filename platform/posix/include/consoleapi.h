@@ -9,9 +9,19 @@
 #define ENABLE_PROCESSED_OUTPUT 0x0001
 #define ENABLE_WRAP_AT_EOL_OUTPUT 0x0002
 
+#define CTRL_C_EVENT 0
+#define CTRL_CLOSE_EVENT 2
+#define CTRL_SHUTDOWN_EVENT 6
+using PHANDLER_ROUTINE = BOOL(WINAPI*)(DWORD dwCtrlType);
+
 extern "C" {
 // Fails with ERROR_INVALID_HANDLE when the handle is no console: that is how a caller knows.
 WINAPI_EXPORT BOOL WINAPI GetConsoleMode(HANDLE hConsoleHandle, LPDWORD lpMode);
+// Adds or removes a function that is called, on a thread of its own, when the process gets SIGINT
+// (CTRL_C_EVENT), SIGHUP (CTRL_CLOSE_EVENT) or SIGTERM (CTRL_SHUTDOWN_EVENT). The one added last is
+// called first; when none returns TRUE, the signal ends the process as it does without any. Signals
+// that the process was started to ignore stay ignored. A null function is not supported.
+WINAPI_EXPORT BOOL WINAPI SetConsoleCtrlHandler(PHANDLER_ROUTINE HandlerRoutine, BOOL Add);
 // Writes text to a console; fails with ERROR_INVALID_HANDLE for a file or a pipe.
 WINAPI_EXPORT BOOL WINAPI WriteConsoleW(HANDLE hConsoleOutput, const void* lpBuffer,
                                         DWORD nNumberOfCharsToWrite, LPDWORD lpNumberOfCharsWritten,

@@ -24,7 +24,8 @@ extern "C" {
 // valid handle, when the file was there. A new file belongs to its creator alone, unless the
 // security attributes carry a null access list. FILE_APPEND_DATA without FILE_WRITE_DATA makes
 // every write an append, also beside the appends of others. The name of a pipe connects to the
-// pipe.
+// pipe. With FILE_FLAG_BACKUP_SEMANTICS an existing folder is opened, too, to be held or asked
+// about; with FILE_FLAG_OPEN_REPARSE_POINT a symbolic link is refused (ERROR_CANTOPEN).
 WINAPI_EXPORT HANDLE WINAPI CreateFileW(LPCWSTR lpFileName, DWORD dwDesiredAccess,
                                         DWORD dwShareMode,
                                         LPSECURITY_ATTRIBUTES lpSecurityAttributes,
@@ -52,18 +53,31 @@ WINAPI_EXPORT BOOL WINAPI DeleteFileW(LPCWSTR lpFileName);
 WINAPI_EXPORT DWORD WINAPI GetFileAttributesW(LPCWSTR lpFileName);
 WINAPI_EXPORT BOOL WINAPI SetFileAttributesW(LPCWSTR lpFileName, DWORD dwFileAttributes);
 
-// A new folder belongs to its creator, and others may look into it.
+// A new folder belongs to its creator. Without security attributes others may look into it; with
+// them it is its owner's alone, and what they allow one account besides.
 WINAPI_EXPORT BOOL WINAPI CreateDirectoryW(LPCWSTR lpPathName,
                                            LPSECURITY_ATTRIBUTES lpSecurityAttributes);
+// Removes an empty folder: ERROR_DIR_NOT_EMPTY for another one, ERROR_SHARING_VIOLATION while
+// somebody has it open who forbids it.
+WINAPI_EXPORT BOOL WINAPI RemoveDirectoryW(LPCWSTR lpPathName);
+
+// The entries of a folder, "." and ".." among them, in no order. The pattern is the folder, a
+// separator and a name that may end with "*". INVALID_HANDLE_VALUE with ERROR_FILE_NOT_FOUND when
+// none fits; the end is FALSE with ERROR_NO_MORE_FILES. Only the name and the attribute of a folder
+// or a link are told.
+WINAPI_EXPORT HANDLE WINAPI FindFirstFileW(LPCWSTR lpFileName, LPWIN32_FIND_DATAW lpFindFileData);
+WINAPI_EXPORT BOOL WINAPI FindNextFileW(HANDLE hFindFile, LPWIN32_FIND_DATAW lpFindFileData);
+WINAPI_EXPORT BOOL WINAPI FindClose(HANDLE hFindFile);
 
 // The absolute path, without "." and "..". Returns its length, or with a small buffer the size that
 // it needs. *lpFilePart becomes the start of its last part, or null when there is none.
 WINAPI_EXPORT DWORD WINAPI GetFullPathNameW(LPCWSTR lpFileName, DWORD nBufferLength,
                                             LPWSTR lpBuffer, LPWSTR* lpFilePart);
 
-// The folder of temporary files of the calling thread's account, which no other account may enter;
-// it ends with a separator. Returns its length, or with a small buffer the size that it needs; 0
-// when there is no such folder and none can be made.
+// The process's folder of temporary files, whatever account the calling thread acts as; it ends
+// with a separator. Other accounts may pass through it to a name that they know, and nothing else.
+// Returns its length, or with a small buffer the size that it needs; 0 when there is no such folder
+// and none can be made, or when another account could replace it (ERROR_ACCESS_DENIED).
 WINAPI_EXPORT DWORD WINAPI GetTempPathW(DWORD nBufferLength, LPWSTR lpBuffer);
 // With number 0: creates a new empty file in the folder, named by up to three characters of the
 // prefix and a number, which only its owner may use, and returns the number. With another number:

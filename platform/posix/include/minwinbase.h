@@ -26,6 +26,12 @@ struct SYSTEMTIME {
 };
 using LPSYSTEMTIME = SYSTEMTIME*;
 
+struct WIN32_FIND_DATAW {
+    DWORD dwFileAttributes;
+    WCHAR cFileName[MAX_PATH];
+};
+using LPWIN32_FIND_DATAW = WIN32_FIND_DATAW*;
+
 // An operation that goes on by itself; see ioapiset.h. A new one is zero but for its event.
 struct OVERLAPPED {
     ULONG_PTR Internal;

@@ -11,6 +11,8 @@
 #define FILE_FLAG_OVERLAPPED 0x40000000
 #define FILE_FLAG_SEQUENTIAL_SCAN 0x08000000
 #define FILE_FLAG_DELETE_ON_CLOSE 0x04000000
+#define FILE_FLAG_BACKUP_SEMANTICS 0x02000000
+#define FILE_FLAG_OPEN_REPARSE_POINT 0x00200000
 
 // With these a pipe's server may learn who its client is, but not act as the client.
 #define SECURITY_SQOS_PRESENT 0x00100000
@@ -24,11 +26,13 @@
 #define LPTR (LMEM_FIXED | LMEM_ZEROINIT)
 
 extern "C" {
-// Copies a file. At every moment the destination is the old file or the whole new one; a failed
-// copy leaves nothing behind. A symbolic link at the destination is followed; a destination that
-// is a device or a pipe is written to. ERROR_FILE_EXISTS when it exists and may not;
-// ERROR_ACCESS_DENIED when it has the read-only attribute. A new destination gets the permissions
-// of the source, an existing one keeps its own.
+// Copies a regular file. At every moment the destination is the old file or the whole new one; a
+// failed copy leaves nothing behind. Symbolic links on the way to the destination are followed as
+// far as root or the calling thread's account made them, else ERROR_ACCESS_DENIED; a destination
+// that is a device or a pipe is written to, and an empty file where the caller may make no other is
+// filled. ERROR_FILE_EXISTS when it exists and may not; ERROR_ACCESS_DENIED when it has the
+// read-only attribute. A new destination belongs to the caller alone, with the permissions
+// that the source gives its owner; an existing one keeps its own and its owner.
 WINAPI_EXPORT BOOL WINAPI CopyFileW(LPCWSTR lpExistingFileName, LPCWSTR lpNewFileName,
                                     BOOL bFailIfExists);
 // Renames within one file system. ERROR_ALREADY_EXISTS when the new name exists, unless

@@ -5,6 +5,7 @@
 #include <winbase.h>
 
 #include <cerrno>
+#include <optional>
 #include <string>
 
 #include "descriptor.h"
@@ -25,7 +26,8 @@ using platform::UniqueDescriptor;
 constexpr DWORD kWriteAccess = FILE_WRITE_DATA | FILE_APPEND_DATA;
 constexpr DWORD kKnownFlags = FILE_ATTRIBUTE_NORMAL | FILE_ATTRIBUTE_TEMPORARY |
                               FILE_ATTRIBUTE_READONLY | FILE_FLAG_DELETE_ON_CLOSE |
-                              FILE_FLAG_SEQUENTIAL_SCAN | FILE_FLAG_WRITE_THROUGH;
+                              FILE_FLAG_SEQUENTIAL_SCAN | FILE_FLAG_WRITE_THROUGH |
+                              FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT;
 
 bool IsSameFile(const struct stat& one, const struct stat& other) {
     return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
@@ -80,6 +82,7 @@ struct Request {
     DWORD disposition;
     DWORD flags;
     mode_t mode;  // of a new file
+    std::optional<platform::GroupAccess> group;
 };
 
 DWORD SpecificAccess(DWORD access) {
@@ -111,6 +114,7 @@ int OpenFlags(const Request& request, bool regular) {
     flags |= !writes ? O_RDONLY : reads || regular ? O_RDWR : O_WRONLY;
     if (writes && (request.access & FILE_WRITE_DATA) == 0) flags |= O_APPEND;
     if ((request.flags & FILE_FLAG_WRITE_THROUGH) != 0) flags |= O_DSYNC;
+    if ((request.flags & FILE_FLAG_OPEN_REPARSE_POINT) != 0) flags |= O_NOFOLLOW;
     return flags;
 }
 
@@ -150,7 +154,8 @@ UniqueDescriptor OpenByDisposition(const Request& request, bool& existed) {
 
 // Refuses what may not be opened so, whoever asks.
 bool CheckKind(const Request& request, const struct stat& info) {
-    const bool deniedToAll = S_ISDIR(info.st_mode) ||
+    const bool opensFolders = (request.flags & FILE_FLAG_BACKUP_SEMANTICS) != 0;
+    const bool deniedToAll = (S_ISDIR(info.st_mode) && !opensFolders) ||
                              (platform::IsReadOnly(info) && (request.access & kWriteAccess) != 0);
     return !deniedToAll || Fail(ERROR_ACCESS_DENIED);
 }
@@ -159,7 +164,8 @@ bool CheckKind(const Request& request, const struct stat& info) {
 bool PrepareContent(const Request& request, int file, bool existed) {
     if (!existed) {
         const bool readOnly = (request.flags & FILE_ATTRIBUTE_READONLY) != 0;
-        return fchmod(file, readOnly ? request.mode & 0444u : request.mode) == 0 ||
+        return platform::ApplyAccess(file, readOnly ? request.mode & 0444u : request.mode,
+                                     request.group) ||
                FailWithErrno(errno);
     }
     const bool cuts =
@@ -179,7 +185,7 @@ HANDLE OpenFile(const Request& request) {
     // 2. May it be used so, also beside those who use it already?
     const DWORD deletes = (request.flags & FILE_FLAG_DELETE_ON_CLOSE) != 0 ? DELETE : 0;
     if ((existed && !CheckKind(request, info)) ||
-        (S_ISREG(info.st_mode) &&
+        ((S_ISREG(info.st_mode) || S_ISDIR(info.st_mode)) &&
          !platform::TakeShare(file.get(), request.access | deletes, request.share))) {
         return INVALID_HANDLE_VALUE;
     }
@@ -208,7 +214,8 @@ extern "C" HANDLE WINAPI CreateFileW(LPCWSTR lpFileName, DWORD dwDesiredAccess, 
                           .share = dwShareMode,
                           .disposition = dwCreationDisposition,
                           .flags = dwFlagsAndAttributes,
-                          .mode = platform::ModeOfNewFile(lpSecurityAttributes)};
+                          .mode = platform::ModeOfNewFile(lpSecurityAttributes),
+                          .group = platform::GroupAccessOf(lpSecurityAttributes)};
     return CheckRequest(request, hTemplateFile) ? OpenFile(request) : INVALID_HANDLE_VALUE;
 }
 

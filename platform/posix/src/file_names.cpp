@@ -1,4 +1,5 @@
 // Calls on files and folders by their names alone.
+#include <dirent.h>
 #include <fcntl.h>
 #include <io.h>
 #include <sys/stat.h>
@@ -12,8 +13,10 @@
 #include <string>
 
 #include "descriptor.h"
+#include "handles.h"
 #include "last_error.h"
 #include "paths.h"
+#include "security.h"
 #include "share_mode.h"
 #include "text.h"
 
@@ -35,6 +38,44 @@ bool MayGo(const std::string& path) {
         open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     return !file || platform::SharingAllows(file.get(), DELETE);
 }
+
+// The entries of a folder whose names fit.
+class Search final : public platform::KernelObject {
+  public:
+    explicit Search(const std::string& pattern)
+        : name_(pattern.substr(pattern.rfind('/') + 1)),
+          folder_(opendir(platform::ParentOf(pattern).c_str())) {
+        hasWildcard_ = name_.ends_with('*');
+        if (hasWildcard_) name_.pop_back();
+    }
+    ~Search() override {
+        if (folder_ != nullptr) closedir(folder_);
+    }
+    bool IsOpen() const { return folder_ != nullptr; }
+
+    // False at the end.
+    bool Next(WIN32_FIND_DATAW& data) {
+        while (const dirent* const entry = readdir(folder_)) {
+            const std::u16string name = platform::WideOf(entry->d_name);
+            const std::string_view bytes = entry->d_name;
+            if (!(hasWildcard_ ? bytes.starts_with(name_) : bytes == name_) ||
+                name.size() >= MAX_PATH) {
+                continue;
+            }
+            data = {};
+            if (entry->d_type == DT_DIR) data.dwFileAttributes |= FILE_ATTRIBUTE_DIRECTORY;
+            if (entry->d_type == DT_LNK) data.dwFileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
+            std::ranges::copy(name, data.cFileName);
+            return true;
+        }
+        return false;
+    }
+
+  private:
+    std::string name_;
+    bool hasWildcard_ = false;
+    DIR* const folder_;
+};
 
 }  // namespace
 
@@ -92,12 +133,53 @@ extern "C" BOOL WINAPI SetFileAttributesW(LPCWSTR lpFileName, DWORD dwFileAttrib
 
 extern "C" BOOL WINAPI CreateDirectoryW(LPCWSTR lpPathName,
                                         LPSECURITY_ATTRIBUTES lpSecurityAttributes) {
-    if (lpSecurityAttributes != nullptr && lpSecurityAttributes->lpSecurityDescriptor != nullptr) {
-        return Fail(ERROR_NOT_SUPPORTED);
+    const bool isPrivate =
+        lpSecurityAttributes != nullptr && lpSecurityAttributes->lpSecurityDescriptor != nullptr;
+    const std::string path = PathOf(lpPathName);
+    if (mkdir(path.c_str(), isPrivate ? 0700 : 0755) != 0) {
+        if (errno == EEXIST) return Fail(ERROR_ALREADY_EXISTS);
+        return errno == ENOENT ? Fail(ERROR_PATH_NOT_FOUND) : FailWithErrno(errno);
     }
-    if (mkdir(PathOf(lpPathName).c_str(), 0755) == 0) return TRUE;
-    if (errno == EEXIST) return Fail(ERROR_ALREADY_EXISTS);
-    return errno == ENOENT ? Fail(ERROR_PATH_NOT_FOUND) : FailWithErrno(errno);
+    const auto group = platform::GroupAccessOf(lpSecurityAttributes);
+    if (!group) return TRUE;
+    const platform::UniqueDescriptor folder(
+        open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (folder && platform::ApplyAccess(folder.get(), 0700, group)) return TRUE;
+    FailWithErrno(errno);
+    rmdir(path.c_str());
+    return FALSE;
+}
+
+extern "C" BOOL WINAPI RemoveDirectoryW(LPCWSTR lpPathName) {
+    const std::string path = PathOf(lpPathName);
+    const platform::UniqueDescriptor folder(
+        open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (folder && !platform::SharingAllows(folder.get(), DELETE)) return FALSE;
+    return rmdir(path.c_str()) == 0 ? TRUE : FailOnPath(errno, path);
+}
+
+extern "C" HANDLE WINAPI FindFirstFileW(LPCWSTR lpFileName, LPWIN32_FIND_DATAW lpFindFileData) {
+    const std::string path = PathOf(lpFileName);
+    auto search = std::make_shared<Search>(path);
+    if (!search->IsOpen()) {
+        FailOnPath(errno, path);
+        return INVALID_HANDLE_VALUE;
+    }
+    if (!search->Next(*lpFindFileData)) {
+        Fail(ERROR_FILE_NOT_FOUND);
+        return INVALID_HANDLE_VALUE;
+    }
+    return platform::OpenHandle(std::move(search));
+}
+
+extern "C" BOOL WINAPI FindNextFileW(HANDLE hFindFile, LPWIN32_FIND_DATAW lpFindFileData) {
+    const auto search = platform::ObjectOf<Search>(hFindFile);
+    if (!search) return FALSE;
+    return search->Next(*lpFindFileData) ? TRUE : Fail(ERROR_NO_MORE_FILES);
+}
+
+extern "C" BOOL WINAPI FindClose(HANDLE hFindFile) {
+    return CloseHandle(hFindFile);
 }
 
 extern "C" DWORD WINAPI GetFullPathNameW(LPCWSTR lpFileName, DWORD nBufferLength, LPWSTR lpBuffer,

@@ -35,6 +35,8 @@ DWORD ErrorOfErrno(int error) {
             return ERROR_WRITE_PROTECT;
         case EEXIST:
             return ERROR_FILE_EXISTS;
+        case ENOTEMPTY:
+            return ERROR_DIR_NOT_EMPTY;
         case ENOSPC:
         case EDQUOT:
         case EFBIG:

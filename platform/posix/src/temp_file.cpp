@@ -30,21 +30,37 @@ std::string CommonTempFolder() {
     return std::filesystem::absolute(folder, ignored).lexically_normal().string();
 }
 
-// The account's own folder in the common one, where it is safe from every other account, also
-// from one that made a folder or a link of this name first. Empty, with the last error set, when
-// it is not.
-std::string PrivateTempFolder() {
+// Whether the folder is the account's own and no other account can do more in it than pass through.
+bool IsOwn(const struct stat& info, uid_t account) {
+    return S_ISDIR(info.st_mode) && info.st_uid == account && (info.st_mode & 0066) == 0;
+}
+
+// Whether no other account can put something else in the place of what stands in the folder.
+bool KeepsPlaces(const std::string& folder, uid_t account) {
+    struct stat info {};
+    return stat(folder.c_str(), &info) == 0 && (info.st_uid == 0 || info.st_uid == account) &&
+           ((info.st_mode & 0022) == 0 || (info.st_mode & S_ISVTX) != 0);
+}
+
+// The process's own folder in the common one, safe from every other account, also from one that
+// made a folder or a link of this name first. Empty, with the last error set, when it is not.
+std::string OwnTempFolder() {
+    const platform::ActAsProcess process;
     const uid_t account = platform::ThreadAccount();
-    std::string folder = CommonTempFolder();
-    if (!folder.ends_with('/')) folder += '/';
-    folder += "sentrel-" + std::to_string(account);
-    if (mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) {
+    const std::string common = CommonTempFolder();
+    const std::string folder =
+        common + (common.ends_with('/') ? "sentrel-" : "/sentrel-") + std::to_string(account);
+    const bool isNew = mkdir(folder.c_str(), 0711) == 0;
+    if (!isNew && errno != EEXIST) {
         FailOnPath(errno, folder);
         return {};
     }
     struct stat info {};
-    if (lstat(folder.c_str(), &info) != 0 || !S_ISDIR(info.st_mode) || info.st_uid != account ||
-        (info.st_mode & 0077) != 0) {
+    const platform::UniqueDescriptor opened(
+        open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!opened || fstat(opened.get(), &info) != 0 || !IsOwn(info, account) ||
+        !KeepsPlaces(common, account) ||
+        ((info.st_mode & 0777) != 0711 && fchmod(opened.get(), 0711) != 0)) {
         Fail(ERROR_ACCESS_DENIED);
         return {};
     }
@@ -81,7 +97,7 @@ UINT CreateTempFile(const std::string& folder, const std::string& prefix) {
 }  // namespace
 
 extern "C" DWORD WINAPI GetTempPathW(DWORD nBufferLength, LPWSTR lpBuffer) {
-    const std::u16string path = platform::WideOf(PrivateTempFolder());
+    const std::u16string path = platform::WideOf(OwnTempFolder());
     if (path.empty()) return 0;
     if (lpBuffer == nullptr || path.size() >= nBufferLength) {
         return static_cast<DWORD>(path.size()) + 1;

@@ -1,0 +1,78 @@
+// Runs that are ended from outside, at any moment: by Ctrl-C, the end of the session, or without a
+// chance to tidy up.
+#include <array>
+#include <csignal>
+#include <cstdlib>
+#include <random>
+#include <thread>
+
+#include "tests/end_to_end/client_machine.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using std::chrono::milliseconds;
+
+class InterruptionTest : public ClientMachine {
+  protected:
+    // Of runs that are ended in one test; SENTREL_TEST_KILLS asks for more.
+    static int Kills() {
+        const char* const number = std::getenv("SENTREL_TEST_KILLS");
+        return number == nullptr ? 24 : std::atoi(number);
+    }
+
+    // Neither files nor folders of a run.
+    std::size_t Leftovers() const {
+        std::size_t count = 0;
+        for (const auto& folder : fs::directory_iterator(TemporaryFolder())) {
+            for (const auto& entry : fs::directory_iterator(folder)) count += entry.exists();
+        }
+        return count;
+    }
+    bool IsWhole(const fs::path& file) const {
+        const std::string content = ReadWholeFile(file);
+        return content == "old" || content.ends_with("</sentrel_configuration>\n");
+    }
+};
+
+TEST_F(InterruptionTest, LeavesNoTornFileAndNothingBehind) {
+    SKIP_WITHOUT(kFaults);
+    const fs::path source = ScratchFolder() / "good.xml";
+    const auto start = std::chrono::steady_clock::now();
+    ASSERT_EQ(Tool({"-f", source.string(), "-p", kPassword}).exitCode, 0);
+    const auto span = std::chrono::steady_clock::now() - start;
+    WriteWholeFile(file_, "old");
+
+    std::mt19937 random(std::random_device{}());
+    const std::vector<std::string> backup = BackupArguments();
+    const std::vector<std::string> restore = {"-o", "import", "-f", source.string(),
+                                              "-p", kPassword};
+    bool hasKilled = false;
+    for (int i = 0; i < Kills(); ++i) {
+        // First those after which a run tidies up itself.
+        const int signal = i < Kills() / 3 ? std::array{SIGTERM, SIGINT}[random() % 2]
+                                           : std::array{SIGKILL, SIGTERM, SIGINT}[random() % 3];
+        std::vector<BackgroundProcess> runs;
+        for (unsigned run = 0; run <= random() % 2; ++run) {
+            runs.emplace_back("SNConfig", random() % 2 == 0 ? backup : restore);
+        }
+        std::this_thread::sleep_for(span * (random() % 1000) / 800);
+        for (BackgroundProcess& run : runs) run.SendSignal(signal);
+        for (BackgroundProcess& run : runs) {
+            const ProcessResult result = run.Wait();
+            EXPECT_TRUE(result.signal == signal || result.exitCode == 0) << result.exitCode;
+        }
+        ASSERT_TRUE(IsWhole(file_));
+        hasKilled = hasKilled || signal == SIGKILL;
+        ASSERT_TRUE(hasKilled || Leftovers() == 0) << "a run tidies up itself";
+    }
+    EXPECT_EQ(Backup().exitCode, 0);
+    EXPECT_EQ(Leftovers(), 0U) << "the next run removes what others left";
+    EXPECT_EQ(Tool(restore).exitCode, 0);
+    EXPECT_EQ(Profile(), "strict");
+    std::size_t files = 0;
+    for (const auto& entry : fs::directory_iterator(ScratchFolder())) files += entry.exists();
+    EXPECT_EQ(files, 2U) << "nothing beside the destination";
+}
+
+}  // namespace
