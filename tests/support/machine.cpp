@@ -57,7 +57,9 @@ MachineTest::~MachineTest() {
 
 std::vector<fs::path> MachineTest::FilesInTemporaryFolder() const {
     std::vector<fs::path> files;
-    for (const auto& entry : fs::recursive_directory_iterator(TemporaryFolder())) {
+    // A folder that was removed while it is open can no longer be looked into.
+    constexpr auto kPass = fs::directory_options::skip_permission_denied;
+    for (const auto& entry : fs::recursive_directory_iterator(TemporaryFolder(), kPass)) {
         if (!entry.is_directory()) files.push_back(entry.path());
     }
     return files;
