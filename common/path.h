@@ -9,7 +9,8 @@ inline constexpr DWORD kPathCapacity = MAX_PATH + 1;
 // The separator between the folders of a path.
 extern const WCHAR kPathSeparator;
 
-// True when the path has 260 bytes at most in the ANSI code page, as the client's XML files have to.
+// True when the path has 260 bytes at most in the ANSI code page, as the client's XML files have
+// to.
 bool FitsAnsiPath(WStringView path);
 
 // `folder`, a separator unless the folder already ends with one, and `name`.

@@ -23,9 +23,7 @@ class ClientMachine : public MachineTest {
         Client({"protect-value", "HKLM\\" SENTREL_PRODUCT_KEY "\\" + kOffice, "password"});
     }
     // Whatever was run: no copy of the configuration stays.
-    ~ClientMachine() override {
-        EXPECT_TRUE(!Role().empty() || FilesInTemporaryFolder().empty());
-    }
+    ~ClientMachine() override { EXPECT_TRUE(!Role().empty() || FilesInTemporaryFolder().empty()); }
 
     static constexpr const char* kPassword = "pass phrase";
     static inline const std::string kOffice = "SA_VPN\\sslvpn\\connections\\Office";

@@ -50,4 +50,29 @@ TEST_F(RestoreTest, DecryptOnlyWritesThePlainFile) {
     EXPECT_EQ(Profile(), "lax") << "nothing is imported";
 }
 
+TEST_F(RestoreTest, FoldersAndFilesMayHaveAnyName) {
+    namespace fs = std::filesystem;
+    const fs::path folder = ScratchFolder() / TEXT("\u0161 \u0142 \u0416 \u65E5\u672C");
+    const fs::path file = folder / TEXT("\u0161.xml");
+    fs::create_directory(folder);
+    ProcessOptions options;
+    for (const char* name : {"TMPDIR", "TMP", "TEMP"}) {
+        options.environment.emplace_back(name, WideToUtf8(Wide(folder)));
+    }
+    const auto run = [&](const std::string& operation) {
+        ExpectRun(
+            RunProgram("SNConfig", {"-o", operation, "-f", WideToUtf8(Wide(file)), "-p", kPassword},
+                       options),
+            0, "");
+    };
+    run("export");
+    SetProfile("other");
+    run("import");
+    EXPECT_EQ(Profile(), "lax");
+    const std::string whole = ReadWholeFile(file);
+    WriteWholeFile(file, whole + "<!--" + std::string(1000, 'x') + "-->");
+    run("import_settings");
+    EXPECT_LT(ReadWholeFile(file).size(), whole.size()) << "without its comments, and cut";
+}
+
 }  // namespace
