@@ -95,6 +95,8 @@ TEST_F(ClientStateTest, RightsFollowTheAccount) {
     if (Role().empty()) {
         SKIP_UNLESS_ADMINISTRATOR();
         ASSERT_TRUE(cfg_set_managed_by_cms(true));
+        ASSERT_TRUE(cfg_sentrelmanager_set_pwd(TEXT("secret")));
+        ASSERT_TRUE(sec_set_sa_registry_lock(true));
         EXPECT_EQ(sec_get_account_type(), 2);
         EXPECT_EQ(sec_get_user_type(), 2);
         RunRole("user", As(12345));
@@ -107,6 +109,7 @@ TEST_F(ClientStateTest, RightsFollowTheAccount) {
     EXPECT_FALSE(cfg_set_managed_by_cms(false));
     EXPECT_FALSE(cfg_sentrelmanager_set_pwd(TEXT("mine")));
     EXPECT_FALSE(sec_set_sa_registry_lock(true));
+    EXPECT_FALSE(sec_set_sa_registry_lock(false));
 }
 
 // --- User interface -----------------------------------------------------------------------------

@@ -302,6 +302,8 @@ TEST_F(UtilsDll, WalksEveryKeyBeforeItsSubkeys) {
 
 // --- Lock ---------------------------------------------------------------------------------------
 
+constexpr const WCHAR* kLockPassword = TEXT("open sesame");
+
 bool AnySetterWrites(HKEY key) {
     const WCHAR* name = TEXT("value");
     return reg_setstringW(key, name, TEXT("t")) || reg_setstring_encW(key, name, TEXT("t")) ||
@@ -310,8 +312,10 @@ bool AnySetterWrites(HKEY key) {
 }
 
 TEST_F(UtilsDll, TheLockRefusesWritesThroughEveryHandle) {
-    EXPECT_FALSE(sec_is_registry_locked());
     EXPECT_TRUE(sec_set_sa_registry_lock(false));
+    EXPECT_FALSE(sec_set_sa_registry_lock(true)) << "without a password";
+    ASSERT_TRUE(cfg_sentrelmanager_set_pwd(kLockPassword));
+    EXPECT_FALSE(sec_is_registry_locked());
     const UniqueRegKey before =
         Created(HKEY_LOCAL_MACHINE, TEXT("software\\Verdane\\Sentrel\\SA_AV"));
     reg_setDWORDW(before.get(), TEXT("kept"), 1);
@@ -347,6 +351,69 @@ TEST_F(UtilsDll, TheLockRefusesWritesThroughEveryHandle) {
     EXPECT_FALSE(sec_is_registry_locked());
     EXPECT_TRUE(AnySetterWrites(before.get()));
     EXPECT_TRUE(Created(before.get(), TEXT("new")));
+}
+
+TEST_F(UtilsDll, TheLockLetsWhoKnowsThePasswordPassWithBothBypasses) {
+    const auto createNew = [] {
+        RegDeleteKeyW(HKEY_LOCAL_MACHINE, TEXT("software\\Verdane\\Sentrel\\new"));
+        const UniqueRegKey key =
+            Created(HKEY_LOCAL_MACHINE, TEXT("software\\Verdane\\Sentrel\\new"));
+        EXPECT_EQ(static_cast<bool>(key), sec_may_write_registry());
+        return key && AnySetterWrites(key.get());
+    };
+    if (!Role().empty()) {
+        EXPECT_TRUE(sec_is_registry_locked());
+        EXPECT_FALSE(createNew());
+        return;
+    }
+    ASSERT_TRUE(cfg_sentrelmanager_set_pwd(kLockPassword));
+    ASSERT_TRUE(sec_set_sa_registry_lock(true));
+
+    // 1. Each of the three conditions is needed.
+    UniqueHandle filter(bBypassFsfilter());
+    UniqueHandle guardlet(bBypassGuardlet());
+    EXPECT_FALSE(cfg_sentrelmanager_cmp_pwd(TEXT("sesame")));
+    EXPECT_FALSE(createNew());
+    EXPECT_TRUE(cfg_sentrelmanager_cmp_pwd(kLockPassword));
+    EXPECT_TRUE(createNew());
+    filter.reset();
+    EXPECT_FALSE(createNew());
+    filter.reset(bBypassFsfilter());
+    guardlet.reset();
+    EXPECT_FALSE(createNew());
+    guardlet.reset(bBypassGuardlet());
+    EXPECT_TRUE(createNew());
+    EXPECT_TRUE(sec_is_registry_locked()) << "it may pass, but has not unlocked anything";
+
+    // 2. An unlock is for this process, and ends with its lock.
+    EXPECT_TRUE(sec_set_sa_registry_lock(false));
+    EXPECT_FALSE(sec_is_registry_locked());
+    RunRole("other process");
+    EXPECT_TRUE(sec_set_sa_registry_lock(true));
+    EXPECT_TRUE(sec_is_registry_locked());
+
+    // 3. Another password has to be confirmed anew.
+    ASSERT_TRUE(cfg_sentrelmanager_set_pwd(TEXT("another")));
+    EXPECT_FALSE(createNew());
+}
+
+TEST_F(UtilsDll, TheLockCountsWhileAPasswordIsSetAndInDoubt) {
+    constexpr const WCHAR* kLockKey = TEXT("software\\Verdane\\Sentrel\\SA_LOCK");
+    const UniqueRegKey key = Created(HKEY_LOCAL_MACHINE, kProductKey);
+    SetRaw(HKEY_LOCAL_MACHINE, kLockKey, TEXT("registry_locked"), REG_DWORD, {1, 0, 0, 0});
+    EXPECT_FALSE(sec_is_registry_locked());
+    EXPECT_TRUE(AnySetterWrites(key.get()));
+    for (const std::vector<BYTE>& unreadable : {std::vector<BYTE>{0, 0}, {0, 0, 0, 0, 0}}) {
+        ASSERT_TRUE(cfg_sentrelmanager_set_pwd(kLockPassword));
+        SetRaw(HKEY_LOCAL_MACHINE, kLockKey, TEXT("registry_locked"), REG_DWORD, unreadable);
+        EXPECT_TRUE(sec_is_registry_locked());
+        EXPECT_FALSE(AnySetterWrites(key.get()));
+        // Without its password the lock goes, and does not come back with the next one.
+        ASSERT_TRUE(cfg_sentrelmanager_set_pwd(TEXT("")));
+        EXPECT_TRUE(AnySetterWrites(key.get()));
+        ASSERT_TRUE(cfg_sentrelmanager_set_pwd(kLockPassword));
+        EXPECT_FALSE(sec_is_registry_locked());
+    }
 }
 
 // --- Switches -----------------------------------------------------------------------------------

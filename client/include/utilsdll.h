@@ -18,9 +18,10 @@ extern "C" {
 
 // --- Registry -----------------------------------------------------------------------------------
 // Key handles are ordinary registry key handles: RegCloseKey closes what reg_openkeyW opened, and
-// reg_closekeyW what RegOpenKeyExW opened. While the registry lock is set (sec_is_registry_locked),
-// every function that writes refuses keys at or below "software\Verdane\Sentrel" of
-// HKEY_LOCAL_MACHINE, in whatever way their handle was opened, and none is made there.
+// reg_closekeyW what RegOpenKeyExW opened. Unless the registry lock lets this process write
+// (sec_may_write_registry), every function that writes refuses keys at or below
+// "software\Verdane\Sentrel" of HKEY_LOCAL_MACHINE, in whatever way their handle was opened, and
+// none is made there.
 
 // Opens an existing key with the rights to read and to set values; null when it is missing or
 // access is denied.
@@ -67,9 +68,18 @@ UTILSDLL_API bool reg_removevalueW(HKEY key, const WCHAR* name);
 
 // --- Protection state ---------------------------------------------------------------------------
 
+// The registry lock keeps the client's settings as they are. It counts only while a lock password
+// is set. A process may write past it once cfg_sentrelmanager_cmp_pwd has confirmed the lock
+// password to it, as long as that password stays and the process holds both bypasses (below).
+
+// Whether the lock is set. A state that cannot be read counts as set.
 UTILSDLL_API bool sec_is_registry_locked();
-// Sets (true) or clears (false) the registry lock. False when the caller may not.
+// Sets (true) or clears (false) the registry lock. A process that may write past the lock does not
+// clear it for others: the lock is not set for this process until it sets it again or ends. False
+// when the caller may not, and when there is no lock password to set the lock with.
 UTILSDLL_API bool sec_set_sa_registry_lock(bool lock);
+// True when the registry lock lets this process write the client's settings.
+UTILSDLL_API bool sec_may_write_registry();
 // Each returns a handle that stands for this process's bypass of one of the client's
 // file-protection components while it is open (closed with CloseHandle); INVALID_HANDLE_VALUE when
 // none was obtained. From outside, a bypass is seen as a named event that exists while it is held.
@@ -98,7 +108,8 @@ UTILSDLL_API void cfg_get_sentrelmanager_info(void* buffer);
 // True when the password equals the configuration lock password. The empty text equals it exactly
 // when none is set.
 UTILSDLL_API bool cfg_sentrelmanager_cmp_pwd(const WCHAR* password);
-// Sets the configuration lock password, of which only a salted hash is kept; empty removes it.
+// Sets the configuration lock password, of which only a salted hash is kept; empty removes it and
+// clears the registry lock.
 UTILSDLL_API bool cfg_sentrelmanager_set_pwd(const WCHAR* password);
 
 // What kind of account the process runs in: 2 for the system's own account, else 1.

@@ -251,7 +251,7 @@ int Import(const WCHAR* file, const WCHAR* password) {
 
     KeyPlan plan;
     if (!KeyFromXml(*own, password, plan)) return kFailed;
-    if (sec_is_registry_locked()) return kLocked;
+    if (!sec_may_write_registry()) return kLocked;
     return WriteKey(plan) ? 0 : kFailed;
 }
 

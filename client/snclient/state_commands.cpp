@@ -146,6 +146,9 @@ int ClearLockPassword(Arguments /*arguments*/) {
 }
 
 int LockRegistry(Arguments /*arguments*/) {
+    if (cfg_sentrelmanager_cmp_pwd(TEXT(""))) {
+        return Failed(TEXT("no lock password is set, without which the lock does not count"));
+    }
     return Done(sec_set_sa_registry_lock(true));
 }
 

@@ -1,27 +1,54 @@
 // The bypasses of the client's file-protection components. A component knows that it is to stand
 // back while the event of its name exists, which is as long as a process holds it.
-#include "client/include/utilsdll.h"
+#include "client/utilsdll/bypass.h"
 
+#include <atomic>
+
+#include "client/include/utilsdll.h"
+#include "common/security.h"
+
+namespace utilsdll {
 namespace {
 
-HANDLE HoldEvent(const WCHAR* name) {
-    // Null access-control list: the component looks for the event from whatever account it runs as.
-    SECURITY_DESCRIPTOR everyone;
-    if (!InitializeSecurityDescriptor(&everyone, SECURITY_DESCRIPTOR_REVISION) ||
-        !SetSecurityDescriptorDacl(&everyone, TRUE, nullptr, FALSE)) {
-        return INVALID_HANDLE_VALUE;
+class Bypass {
+  public:
+    explicit constexpr Bypass(const WCHAR* name) : name_(name) {}
+
+    HANDLE Hold() {
+        // The component looks for the event from whatever account it runs as.
+        EveryoneAccess everyone;
+        const HANDLE event = CreateEventW(everyone.get(), TRUE, FALSE, name_);
+        if (event == nullptr) return INVALID_HANDLE_VALUE;
+        held_ = event;
+        return event;
     }
-    SECURITY_ATTRIBUTES attributes{sizeof attributes, &everyone, FALSE};
-    const HANDLE event = CreateEventW(&attributes, TRUE, FALSE, name);
-    return event == nullptr ? INVALID_HANDLE_VALUE : event;
-}
+    // The caller closes the handle: one that can no longer be waited for is gone. Nobody sets the
+    // event, so one that is set is something else in its place.
+    bool IsHeld() const {
+        const HANDLE event = held_;
+        return event != nullptr && WaitForSingleObject(event, 0) == WAIT_TIMEOUT;
+    }
+
+  private:
+    const WCHAR* name_;
+    std::atomic<HANDLE> held_ = nullptr;
+};
+
+Bypass fileSystemFilter(TEXT("Global\\SN_BYPASS_FSFILTER"));
+Bypass guardlet(TEXT("Global\\SN_BYPASS_GUARDLET"));
 
 }  // namespace
 
+bool HoldsBypasses() {
+    return fileSystemFilter.IsHeld() && guardlet.IsHeld();
+}
+
+}  // namespace utilsdll
+
 extern "C" HANDLE bBypassFsfilter() {
-    return HoldEvent(TEXT("Global\\SN_BYPASS_FSFILTER"));
+    return utilsdll::fileSystemFilter.Hold();
 }
 
 extern "C" HANDLE bBypassGuardlet() {
-    return HoldEvent(TEXT("Global\\SN_BYPASS_GUARDLET"));
+    return utilsdll::guardlet.Hold();
 }

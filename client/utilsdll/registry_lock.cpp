@@ -1,9 +1,12 @@
 #include "client/utilsdll/registry_lock.h"
 
+#include <atomic>
 #include <vector>
 
 #include "client/include/utilsdll.h"
 #include "client/utilsdll/boundary.h"
+#include "client/utilsdll/bypass.h"
+#include "client/utilsdll/lock_password.h"
 #include "common/handles.h"
 #include "common/text.h"
 
@@ -19,6 +22,8 @@ namespace {
 constexpr const WCHAR* kProductKey = TEXT("software\\Verdane\\Sentrel");
 constexpr const WCHAR* kLockKey = TEXT("software\\Verdane\\Sentrel\\SA_LOCK");
 constexpr const WCHAR* kLockValue = TEXT("registry_locked");
+
+// --- Keys ---------------------------------------------------------------------------------------
 
 UniqueRegKey OpenKey(HKEY parent, const WCHAR* path) {
     UniqueRegKey key;
@@ -68,9 +73,10 @@ WStringView ParentPath(WStringView path) {
     return separator == WStringView::npos ? WStringView() : path.substr(0, separator);
 }
 
-}  // namespace
+// --- The lock's state ---------------------------------------------------------------------------
 
-bool IsRegistryLocked() {
+// In doubt the lock is stored.
+bool IsLockStored() {
     UniqueRegKey key;
     const LSTATUS opened =
         RegOpenKeyExW(HKEY_LOCAL_MACHINE, kLockKey, 0, KEY_QUERY_VALUE, key.put());
@@ -84,7 +90,7 @@ bool IsRegistryLocked() {
     return type != REG_DWORD || size != sizeof state || state != 0;
 }
 
-bool SetRegistryLock(bool lock) {
+bool StoreLock(bool lock) {
     UniqueRegKey key;
     const LSTATUS opened =
         lock ? RegCreateKeyExW(HKEY_LOCAL_MACHINE, kLockKey, 0, nullptr, REG_OPTION_NON_VOLATILE,
@@ -96,8 +102,43 @@ bool SetRegistryLock(bool lock) {
                           reinterpret_cast<const BYTE*>(&state), sizeof state) == ERROR_SUCCESS;
 }
 
+bool DoesLockCount() {
+    return IsLockStored() && IsLockPasswordSet();
+}
+
+bool MayPassLock() {
+    return HoldsBypasses() && IsLockPasswordConfirmed();
+}
+
+std::atomic<bool> hasLease = false;
+
+}  // namespace
+
+bool IsRegistryLocked() {
+    return DoesLockCount() && !(hasLease && MayPassLock());
+}
+
+bool SetRegistryLock() {
+    hasLease = false;
+    return IsLockPasswordSet() && StoreLock(true);
+}
+
+bool UnsetRegistryLock() {
+    if (!MayPassLock()) return ClearRegistryLock();
+    hasLease = true;
+    return true;
+}
+
+bool ClearRegistryLock() {
+    return StoreLock(false);
+}
+
+bool MayWriteSettings() {
+    return !DoesLockCount() || MayPassLock();
+}
+
 bool MayWrite(HKEY key) {
-    if (!IsRegistryLocked() || IsRoot(key)) return true;
+    if (MayWriteSettings() || IsRoot(key)) return true;
     const UniqueRegKey product = OpenKey(HKEY_LOCAL_MACHINE, kProductKey);
     if (!product) return false;
     const WString name = NameOfKey(key);
@@ -106,7 +147,7 @@ bool MayWrite(HKEY key) {
 }
 
 bool MayCreate(HKEY parent, const WCHAR* path) {
-    if (!IsRegistryLocked() || OpenKey(parent, path)) return true;
+    if (MayWriteSettings() || OpenKey(parent, path)) return true;
     // The new key goes below the deepest key of the path that exists; the product key does.
     for (WString above(ParentPath(path)); !above.empty(); above = ParentPath(above)) {
         if (const UniqueRegKey key = OpenKey(parent, above.c_str())) return MayWrite(key.get());
@@ -121,5 +162,11 @@ extern "C" bool sec_is_registry_locked() {
 }
 
 extern "C" bool sec_set_sa_registry_lock(bool lock) {
-    return Guarded(false, [lock] { return utilsdll::SetRegistryLock(lock); });
+    return Guarded(false, [lock] {
+        return lock ? utilsdll::SetRegistryLock() : utilsdll::UnsetRegistryLock();
+    });
+}
+
+extern "C" bool sec_may_write_registry() {
+    return Guarded(false, [] { return utilsdll::MayWriteSettings(); });
 }

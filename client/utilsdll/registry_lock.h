@@ -1,17 +1,31 @@
 // The registry lock: while it is set, this library writes nothing at or below
-// "software\Verdane\Sentrel" of HKEY_LOCAL_MACHINE.
+// "software\Verdane\Sentrel" of HKEY_LOCAL_MACHINE, except for a process that may pass it.
 //
 // The lock is the REG_DWORD value "registry_locked" of the key "SA_LOCK" below that key, nonzero
-// for set, written past the lock itself. So the product key exists whenever the lock is set. A
-// state that cannot be read counts as set.
+// for set, written past the lock itself. So the product key exists whenever the lock is set. It
+// counts only while a lock password is set. What cannot be read counts as set.
+//
+// A process may pass the lock once cfg_sentrelmanager_cmp_pwd has confirmed the lock password to
+// it, for as long as that password stays and it holds both bypasses of the file protection. An
+// unlock by such a process is a lease: it is kept in the process alone and ends with it.
 #pragma once
 
 #include <windows.h>
 
 namespace utilsdll {
 
+// Whether the lock is set, as far as this process is concerned: with a lease it is not.
 bool IsRegistryLocked();
-bool SetRegistryLock(bool lock);
+
+// Sets the lock and ends this process's lease; false also when no lock password is set.
+bool SetRegistryLock();
+// Takes a lease where the process may pass the lock; otherwise clears it for every process.
+bool UnsetRegistryLock();
+// Clears it for every process.
+bool ClearRegistryLock();
+
+// Whether the lock lets this process write the client's settings.
+bool MayWriteSettings();
 
 // Whether the lock lets a value of the key be written. What counts is the key that the handle
 // stands for, in whatever way it was opened.

@@ -56,8 +56,8 @@ TEST_F(ClientToolTest, SwitchesTheClientsState) {
     const std::pair<Command, Command> switches[] = {
         {{"managed", "on"}, {"managed", "off"}},
         {{"fips", "on"}, {"fips", "off"}},
-        {{"lock"}, {"unlock"}},
-        {{"set-lock-password", "geheim"}, {"clear-lock-password"}},
+        {{"set-lock-password", "geheim"}, {"unlock"}},
+        {{"lock"}, {"clear-lock-password"}},
         {{"service", "SA_Scheduler", "start"}, {"service", "SA_Scheduler", "stop"}},
         {{"service", "SA_Scheduler", "start"}, {"service", "SA_Scheduler", "stop"}},
     };
@@ -67,6 +67,13 @@ TEST_F(ClientToolTest, SwitchesTheClientsState) {
     EXPECT_TRUE(cfg_sentrelmanager_cmp_pwd(TEXT("geheim")));
     for (const auto& [on, off] : switches) Expect(0, off);
     EXPECT_EQ(ClientStatus(), status("no", "service SA_Scheduler: stopped\n"));
+    // Without a password there is nothing to lock with, and with it the lock goes.
+    Expect(1, {"lock"});
+    for (const Command& command :
+         {Command{"set-lock-password", "geheim"}, {"lock"}, {"clear-lock-password"}}) {
+        Expect(0, command);
+    }
+    EXPECT_FALSE(sec_is_registry_locked());
 }
 
 TEST_F(ClientToolTest, RefusesWrongArgumentsAndStrangers) {
@@ -79,6 +86,7 @@ TEST_F(ClientToolTest, RefusesWrongArgumentsAndStrangers) {
     Expect(1, {"encrypt-file", "no-such-file", "out", "pw"});
     SKIP_UNLESS_ADMINISTRATOR();
     Expect(0, {"service", "SA_Scheduler", "start"});
+    Expect(0, {"set-lock-password", "geheim"});
     const std::string before = ClientStatus();
     Expect(1, {"managed", "on"}, As(12345));
     Expect(1, {"lock"}, As(12345));

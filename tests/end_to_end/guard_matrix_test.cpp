@@ -57,13 +57,12 @@ std::ostream& operator<<(std::ostream& out, const State& s) {
 struct Outcome {
     int exitCode;
     const char* output;
-    bool lockedMeanwhile;
     bool lockedAtEnd;
 };
 
 Outcome Expected(const Operation& operation, const State& state) {
     const auto refusal = [&](int exitCode, const char* output) {
-        return Outcome{exitCode, output, state.isLocked, state.isLocked};
+        return Outcome{exitCode, output, state.isLocked};
     };
     if (operation.isGuarded) {
         if (!state.isAdministrator) {
@@ -81,12 +80,9 @@ Outcome Expected(const Operation& operation, const State& state) {
         }
         if (isHeld && state.unlock != kLockPassword) return refusal(1, "Incorrect password.\n");
     }
-    const bool unlocks =
-        operation.name == std::string("import") && !state.unlock.empty() && !state.isParentTrusted;
     // A standard user's run has no right to the lock.
     const bool locks = operation.locksAgain && state.hasLockPassword && state.isAdministrator;
-    const bool lockedMeanwhile = state.isLocked && !unlocks;
-    return {0, "", lockedMeanwhile, lockedMeanwhile || locks};
+    return {0, "", state.isLocked || locks};
 }
 
 // --- The machine --------------------------------------------------------------------------------
@@ -119,7 +115,8 @@ class Guards : public ClientMachine {
         if ((cfg_is_scheduler_running() != 0) != state.schedulerRuns) {
             Client({"service", "SA_Scheduler", state.schedulerRuns ? "start" : "stop"});
         }
-        ASSERT_TRUE(sec_set_sa_registry_lock(state.isLocked));
+        EXPECT_EQ(sec_set_sa_registry_lock(state.isLocked),
+                  state.hasLockPassword || !state.isLocked);
         fs::remove_all(file_);
         if (!isExport) {
             WriteWholeFile(file_, kContent);
@@ -139,12 +136,13 @@ class Guards : public ClientMachine {
     }
 
     // While the plug-in waits in the middle of the operation.
-    void LookMeanwhile(BackgroundProcess& run, const Outcome& expected) {
+    void LookMeanwhile(BackgroundProcess& run, const State& state) {
         while (WaitForSingleObject(called_.get(), 50) != WAIT_OBJECT_0) {
             if (!run.IsRunning()) return;
         }
         for (const char* bypass : kBypasses) EXPECT_TRUE(Exists(bypass)) << bypass;
-        EXPECT_EQ(sec_is_registry_locked(), expected.lockedMeanwhile);
+        // What the run unlocks, it unlocks for itself alone.
+        EXPECT_EQ(sec_is_registry_locked(), state.isLocked);
     }
 
     void Check(const Operation& operation, const State& state) {
@@ -153,7 +151,7 @@ class Guards : public ClientMachine {
         const bool isAllowed = expected.exitCode == 0;
         Prepare(state, &operation == &kOperations[kExport]);
         BackgroundProcess run = Start(operation, state);
-        if (isAllowed) LookMeanwhile(run, expected);
+        if (isAllowed) LookMeanwhile(run, state);
         SetEvent(goOn_.get());
         const ProcessResult result = run.Wait();
         ResetEvent(goOn_.get());
@@ -202,9 +200,11 @@ TEST_P(GuardMatrix, DecidesByTheRules) {
             // Each export stretches a key. A lock that is not there cannot refuse, so that central
             // management and scheduler together say all that one of them alone would.
             if (index == kExport && !(isManaged && schedulerRuns)) continue;
+            const bool isLocked = (bits & 8) != 0;
+            if (isLocked && !hasLockPassword) continue;
             for (const char* unlock : {"", "sesame", kLockPassword}) {
                 Check(operation, {(bits & 4) != 0, isParentTrusted, isManaged, schedulerRuns,
-                                  hasLockPassword, (bits & 8) != 0, unlock});
+                                  hasLockPassword, isLocked, unlock});
             }
         }
     }
@@ -230,6 +230,35 @@ TEST_F(Guards, TrustAParentByItsWholeFileName) {
     for (const char* name : {"scheduler", "msiexec.exe.exe", "my scheduler.exe", "msiexec.ex"}) {
         GoOnAs(name, "other");
     }
+}
+
+// --- A locked client ----------------------------------------------------------------------------
+
+TEST_F(Guards, RestoreALockedClientWithTheUnlockPassword) {
+    SKIP_WITHOUT(kAdministrator);
+    const auto restores = [&](const std::string& operation) {
+        EXPECT_TRUE(sec_set_sa_registry_lock(true));
+        SetProfile("lax");
+        EXPECT_EQ(Backup({"-o", operation, "-m", "av", "-k", kLockPassword}).exitCode, 0);
+        EXPECT_TRUE(sec_is_registry_locked());
+        return Profile() == "strict";
+    };
+    if (!Role().empty()) {  // a trusted parent, for whom nothing is unlocked
+        EXPECT_TRUE(restores("import"));
+        EXPECT_TRUE(restores("import_installer_config"));
+        return;
+    }
+    InstallLibrary("cfmav", client_, "cfmav");
+    ASSERT_EQ(Backup({"-m", "av"}).exitCode, 0);
+    Client({"set-lock-password", kLockPassword});
+    for (const char* operation :
+         {"import", "import_push_config", "import_gwyip_config", "import_installer_config"}) {
+        EXPECT_TRUE(restores(operation)) << operation;
+    }
+    // It is not asked for the unlock password.
+    EXPECT_FALSE(restores("import_settings"));
+    Client({"unlock"});
+    GoOnAs("msiexec.exe", "trusted parent");
 }
 
 // --- The file's password ------------------------------------------------------------------------

@@ -91,7 +91,8 @@ void MachineTest::RunRoles(int count) {
 void MachineTest::InstallLibrary(const std::string& library, const fs::path& folder,
                                  const std::string& name) {
     const fs::path file = FileOfBuild(library);
-    fs::copy_file(file, folder / (name + file.extension().string()));
+    fs::copy_file(file, folder / (name + file.extension().string()),
+                  fs::copy_options::overwrite_existing);
 }
 
 void MachineTest::InstallModules(const fs::path& folder) {
