@@ -172,7 +172,6 @@ void PrintUsage(const WCHAR* programPath) {
 
 std::optional<int> ParseCommandLine(int argc, WCHAR** argv) {
     g_RunSettings = RunSettings();
-    utils::optind = 0;
     for (;;) {
         const int value = utils::getopt_long(argc, argv, kShortOptions, kLongOptions, nullptr);
         if (value == -1) return std::nullopt;

@@ -1,23 +1,27 @@
 #include "common/console_text.h"
 
+#include <cstdio>
+
 namespace {
 
-void WriteText(HANDLE output, WStringView text) {
+void WriteText(DWORD stream, std::FILE* file, WStringView text) {
+    const HANDLE output = GetStdHandle(stream);
     DWORD ignored = 0;
     if (GetConsoleMode(output, &ignored)) {
         WriteConsoleW(output, text.data(), static_cast<DWORD>(text.size()), &ignored, nullptr);
         return;
     }
     const std::string bytes = WideToUtf8(text);
-    WriteFile(output, bytes.data(), static_cast<DWORD>(bytes.size()), &ignored, nullptr);
+    std::fwrite(bytes.data(), 1, bytes.size(), file);
+    std::fflush(file);
 }
 
 }  // namespace
 
 void WriteConsoleText(WStringView text) {
-    WriteText(GetStdHandle(STD_OUTPUT_HANDLE), text);
+    WriteText(STD_OUTPUT_HANDLE, stdout, text);
 }
 
 void WriteErrorText(WStringView text) {
-    WriteText(GetStdHandle(STD_ERROR_HANDLE), text);
+    WriteText(STD_ERROR_HANDLE, stderr, text);
 }

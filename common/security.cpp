@@ -14,10 +14,10 @@ OwnerAccess::~OwnerAccess() {
     LocalFree(attributes_.lpSecurityDescriptor);
 }
 
-bool IsMemberOf(WELL_KNOWN_SID_TYPE group) {
+bool IsMemberOf(WELL_KNOWN_SID_TYPE group, HANDLE token) {
     std::array<BYTE, SECURITY_MAX_SID_SIZE> sid = {};
     DWORD size = SECURITY_MAX_SID_SIZE;
     BOOL isMember = FALSE;
     return CreateWellKnownSid(group, nullptr, sid.data(), &size) &&
-           CheckTokenMembership(nullptr, sid.data(), &isMember) && isMember;
+           CheckTokenMembership(token, sid.data(), &isMember) && isMember;
 }

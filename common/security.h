@@ -38,5 +38,6 @@ class OwnerAccess {
     SECURITY_ATTRIBUTES attributes_ = {sizeof(SECURITY_ATTRIBUTES), nullptr, FALSE};
 };
 
-// True when the account that the thread acts as belongs to the group.
-bool IsMemberOf(WELL_KNOWN_SID_TYPE group);
+// True when a token's account belongs to the group; null stands for the account that the thread
+// acts as. A token that is given is an impersonation token with the right TOKEN_QUERY.
+bool IsMemberOf(WELL_KNOWN_SID_TYPE group, HANDLE token = nullptr);

@@ -2,6 +2,8 @@
 
 #include <utilsdll.h>
 
+#include <exception>
+
 #include "common/format.h"
 #include "common/handles.h"
 #include "cryptd/SNCryptdAPI.h"
@@ -17,15 +19,20 @@ constexpr const WCHAR* kCommitFailed =
 constexpr const WCHAR* kInstallerKey = TEXT("software\\Verdane\\Sentrel\\SA_CONFIGD");
 constexpr const WCHAR* kInstallerState = TEXT("state");
 
-void EnterErrorMode(const WCHAR* format) {
+// What has no memory to be told is not told.
+void EnterErrorMode(const WCHAR* format) noexcept try {
     CryptdFipsEnterErrorMode(FormatWide(format, kProgram).c_str());
+} catch (const std::exception&) {
+    return;
 }
 
 // The verdict, where it is wanted, is the service's answer; both are negative for a refusal.
-bool Send(DWORD operation, int* verdict) {
+bool Send(DWORD operation, int* verdict) noexcept try {
     return CryptdConfigurationRequest(operation, 0, nullptr, 0, verdict, nullptr, nullptr, 0) >=
                0 &&
            (verdict == nullptr || *verdict >= 0);
+} catch (const std::exception&) {
+    return false;  // memory ran out
 }
 
 }  // namespace

@@ -35,11 +35,20 @@ WString FirstModuleFileName(HANDLE process) {
     return WString(name, GetModuleFileNameExW(process, module, name, MAX_PATH));
 }
 
+// A process that does not let its memory be read still tells its name.
+UniqueHandle OpenForItsName(DWORD processId) {
+    UniqueHandle process(
+        OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ | SYNCHRONIZE, FALSE, processId));
+    if (!process && GetLastError() == ERROR_ACCESS_DENIED) {
+        process.reset(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, processId));
+    }
+    return process;
+}
+
 WString ParentFileName() {
     const DWORD parent = GetParentProcessId();
     if (parent == 0) return {};
-    const UniqueHandle process(
-        OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ | SYNCHRONIZE, FALSE, parent));
+    const UniqueHandle process = OpenForItsName(parent);
     if (!process) return {};
     WString name = ImageFileName(process.get());
     if (name.empty()) name = FirstModuleFileName(process.get());

@@ -155,13 +155,13 @@ int CryptdGetEntropyBytes(void* pBuf, int bufSize) {
 int CryptdQueryText(WCHAR* text, DWORD capacity) {
     if (text == nullptr || capacity == 0) return kCryptdBadArguments;
     constexpr DWORD kUnit = sizeof(WCHAR);
-    capacity = std::min<DWORD>(capacity, MSGPIPE_MOST_PAYLOAD / kUnit);
     const CryptdMessage request = {CRYPTD_CTRL_CMD_ID_QUERY_TEXT_REQ, 0, 0, nullptr, 0};
     CryptdMessage reply = {0, 0, 0, text, capacity * kUnit};
     const int result = CryptdCallPipeServer(&request, &reply, INFINITE);
     if (result < 0) return result;
     if (!Answers(reply, request)) return kCryptdUnexpectedReply;
     if (reply.param1 == 0) return kCryptdWrongCount;
-    text[std::min(reply.dataSize / kUnit, capacity - 1)] = 0;  // also when the service forgot it
+    // Also when the service forgot the terminator; a text that fills the buffer has no room for it.
+    if (reply.dataSize / kUnit < capacity) text[reply.dataSize / kUnit] = 0;
     return 0;
 }

@@ -65,6 +65,6 @@ int CryptdGetRandomBytes(void* pBuf, int bufSize, DWORD rbgOptions, DWORD timeou
 // The same with entropy bytes, within 5,000 ms each exchange.
 int CryptdGetEntropyBytes(void* pBuf, int bufSize);
 
-// Puts the service's text about itself, with its terminator, into a buffer; waits as long as the
-// service takes. 0 or a negative code.
+// Puts the service's text about itself into a buffer of `capacity` characters; waits as long as the
+// service takes. A text that fills the buffer has no terminator. 0 or a negative code.
 int CryptdQueryText(WCHAR* text, DWORD capacity);

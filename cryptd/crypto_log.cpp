@@ -65,7 +65,11 @@ void MakeFolders(const WString& folder) {
 
 HANDLE MakeMutex(const WCHAR* variable) {
     EveryoneAccess everyone;
-    const HANDLE mutex = CreateMutexW(everyone.get(), FALSE, kMutexName);
+    HANDLE mutex = CreateMutexW(everyone.get(), FALSE, kMutexName);
+    if (mutex == nullptr && GetLastError() == ERROR_ACCESS_DENIED) {
+        // Another's mutex that does not grant everything is opened for waiting alone.
+        mutex = OpenMutexW(SYNCHRONIZE | MUTEX_MODIFY_STATE, FALSE, kMutexName);
+    }
     if (mutex == nullptr) {
         WriteConsoleText(
             FormatWide(TEXT("Failed to create %s! (e=%u)\n"), variable, GetLastError()));
@@ -285,5 +289,6 @@ const WCHAR* CryptdGetMsgPath() {
 }
 
 int CryptdIsTraceEnabled() {
-    return UniqueHandle(OpenMutexW(MUTEX_ALL_ACCESS, FALSE, kTraceSwitch)) ? 1 : 0;
+    const UniqueHandle traceSwitch(OpenMutexW(MUTEX_ALL_ACCESS, FALSE, kTraceSwitch));
+    return traceSwitch || GetLastError() == ERROR_ACCESS_DENIED ? 1 : 0;
 }

@@ -16,6 +16,7 @@
 #include "common/path.h"
 #include "cryptd/provider_handles.h"
 #include "cryptd/rng_engine.h"
+#include "cryptd/rng_provider.h"
 
 namespace {
 
@@ -54,9 +55,13 @@ void UnloadFipsProvider() {
     OSSL_PROVIDER_unload(std::exchange(providerHandles.fips, nullptr));
 }
 
-// A new context for the FIPS provider; an earlier one goes, with its provider.
+// A new context for the FIPS provider; an earlier one goes, with the providers in it.
 OSSL_LIB_CTX* NewContext() {
     UnloadFipsProvider();
+    if (providerHandles.context != nullptr &&
+        providerHandles.randomContext == providerHandles.context) {
+        CryptdUnregisterRngProvider();
+    }
     OSSL_LIB_CTX_free(std::exchange(providerHandles.context, OSSL_LIB_CTX_new()));
     return providerHandles.context;
 }

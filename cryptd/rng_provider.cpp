@@ -130,6 +130,7 @@ bool CryptdRegisterRngProvider(OSSL_LIB_CTX* context) {
     if (OSSL_PROVIDER_add_builtin(context, kProviderName, Initialise) != 1) return false;
     providerHandles.random = OSSL_PROVIDER_try_load(context, kProviderName, 1);
     if (providerHandles.random == nullptr) return false;
+    providerHandles.randomContext = context;
     // 4. The generator of whatever the context draws.
     RAND_set_DRBG_type(context, kProviderName, nullptr, nullptr, nullptr);
     return true;

@@ -4,7 +4,6 @@
 #include <utilsdll.h>
 
 #include <algorithm>
-#include <utility>
 
 #include "common/secure_text.h"
 #include "cryptd/providers.h"
@@ -97,15 +96,22 @@ bool UnprotectContent(const MappedFile& file, SystemBlob& plain) {
                               plain.put()) != FALSE;
 }
 
+int MaskContent(MappedFile& file) {
+    if (!file.Map()) return kDataFailed;
+    ApplyFileMask(file.Bytes(), file.Size());
+    return kDataOk;
+}
+
 }  // namespace
 
 bool DataProtectInit() {
-    static bool isDone = false;
-    if (std::exchange(isDone, true)) return true;
-    BuildFileMask();
-    // From here on the crypto service serves OpenSSL's random bytes.
-    if (cfg_is_fips_mode_enabled() != 0) CryptdLoadProviders();
-    return PrepareKeyMaterial();
+    static const bool isPrepared = [] {
+        BuildFileMask();
+        // From here on the crypto service serves OpenSSL's random bytes.
+        if (cfg_is_fips_mode_enabled() != 0) CryptdLoadProviders();
+        return PrepareKeyMaterial();
+    }();
+    return isPrepared;
 }
 
 int DataProtectFile(const WCHAR* path, ProtectionScope scope) {
@@ -114,7 +120,9 @@ int DataProtectFile(const WCHAR* path, ProtectionScope scope) {
     const bool isProtected = MakeEntropy(scope, entropy) && ProtectContent(path, scope, entropy);
     WipeMemory(entropy, sizeof entropy);
     if (!isProtected) return kDataFailed;
-    return DataMaskFile(path) == kDataOk ? kDataOk : kDataNotReopened;
+    MappedFile file;
+    if (!file.Open(path, MappedFile::Sharing::kRead)) return kDataNotReopened;
+    return MaskContent(file);
 }
 
 int DataUnprotectFile(const WCHAR* path) {
@@ -137,11 +145,8 @@ int DataUnprotectFile(const WCHAR* path) {
 
 int DataMaskFile(const WCHAR* path) {
     MappedFile file;
-    if (path == nullptr || !file.Open(path, MappedFile::Sharing::kRead) || !file.Map()) {
-        return kDataFailed;
-    }
-    ApplyFileMask(file.Bytes(), file.Size());
-    return kDataOk;
+    if (path == nullptr || !file.Open(path, MappedFile::Sharing::kRead)) return kDataFailed;
+    return MaskContent(file);
 }
 
 int DataMaskBuffer(void* buffer, DWORD length) {

@@ -92,6 +92,7 @@ bool CRegistry::DeleteKeyTree(const WString& path, bool useLocalMachine) {
 
 bool CRegistry::DeleteSubKeyTree(const WString& name) {
     if (m_bReadOnly) return false;
+    if (name.empty()) return Record(ERROR_INVALID_PARAMETER, 0);  // names the current key itself
     return Record(static_cast<LSTATUS>(SHDeleteKeyW(m_hKey, name.c_str())), 0);
 }
 

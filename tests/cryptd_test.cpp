@@ -391,8 +391,10 @@ TEST_F(CryptdProtocolTest, TextsAreEndedAlsoWhereTheServiceDoesNot) {
     EXPECT_EQ(WString(answer), text);
     EXPECT_EQ(CryptdQueryText(answer, 100), -200);
     EXPECT_EQ(CryptdQueryText(answer, 100), -100);
+    // A text that fills the buffer is whole, and nothing is written behind it.
+    answer[2] = 'x';
     EXPECT_EQ(CryptdQueryText(answer, 2), 0);
-    EXPECT_EQ(answer[1], 0);
+    EXPECT_EQ(WString(answer, 3), WString({0x7878, 0x7878, 'x'}));
 }
 
 TEST_F(CryptdProtocolTest, ARequestIsTracedWhileTheSwitchExists) {

@@ -96,7 +96,9 @@ TEST_F(FipsTest, ModuleHasItsContextAndTheEngineServesTheProcess) {
     ASSERT_NE(engine, nullptr);
     EXPECT_STREQ(ENGINE_get_id(engine), "SNT_FIPS_RNG_ENGINE");
     EXPECT_STREQ(ENGINE_get_name(engine), "SNT_FIPS_RNG_ENGINE");
+    EXPECT_TRUE(CryptdRegisterRngProvider(providerHandles.context));
     EXPECT_EQ(Load(), "");
+    EXPECT_EQ(providerHandles.random, nullptr) << "its context has gone";
     EXPECT_EQ(DefaultEngine(), engine);
     EXPECT_TRUE(Offers(providerHandles.context, "SHA3-512", "fips=yes"));
 

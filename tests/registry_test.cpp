@@ -82,6 +82,7 @@ TEST_F(RegistryClass, CopiesMovesAndEnumerates) {
     DWORD number = 0;
     EXPECT_TRUE(moved.OpenKey(kTestKey + TEXT("\\To\\Deep")) && moved.GetDWORD(TEXT("n"), number));
     EXPECT_EQ(number, 9u);
+    EXPECT_FALSE(registry.DeleteSubKeyTree(TEXT("")));
     EXPECT_TRUE(registry.DeleteSubKeyTree(TEXT("To")));
     EXPECT_TRUE(registry.DeleteKeyTree(kTestKey, true));
     EXPECT_FALSE(CRegistry(true, true).OpenKey(kTestKey));

@@ -421,7 +421,7 @@ TEST_F(UtilsDll, TheLockCountsWhileAPasswordIsSetAndInDoubt) {
 int flagOfScan = 0;
 
 // Reads a command line of words that blanks separate: every switch as "value" or "value=argument",
-// then the words that are left.
+// then all words in their new order.
 std::string Scan(const WCHAR* commandLine) {
     static const utils::option options[] = {{TEXT("VPNONLY"), 1, nullptr, 129},
                                             {TEXT("VPNALL"), 0, nullptr, 130},
@@ -434,7 +434,6 @@ std::string Scan(const WCHAR* commandLine) {
     std::string seen;
     int index = -1;
     int value = 0;
-    utils::optind = 1;
     while ((value = utils::getopt_long(static_cast<int>(words.size()), argv.data(),
                                        TEXT("ab:o::f:"), options, &index)) != -1) {
         seen += value < 128 ? std::string(1, static_cast<char>(value)) : std::to_string(value);
@@ -442,22 +441,21 @@ std::string Scan(const WCHAR* commandLine) {
         seen += " ";
     }
     seen += "|";
-    for (auto i = static_cast<std::size_t>(utils::optind); i < words.size(); ++i) {
-        seen += " " + WideToUtf8(argv[i]);
-    }
+    for (std::size_t i = 1; i < words.size(); ++i) seen += " " + WideToUtf8(argv[i]);
     return seen;
 }
 
 TEST(Getopt, FollowsTheConventionsForWideWords) {
-    EXPECT_EQ(Scan(TEXT("x -ab x -by -o -oz rest")), "a b=x b=y o o=z | rest");
+    EXPECT_EQ(Scan(TEXT("x -ab x -by -o -oz rest")),
+              "a b=x b=y o o=z | -ab x -by -o -oz rest");
     // Words that are no switches go last, in their order, and take their text along.
-    EXPECT_EQ(Scan(TEXT("x Größe -f Ünï☂ 🔒 -a -- -a")), "f=Ünï☂ a | Größe 🔒 -a");
-    EXPECT_EQ(Scan(TEXT("x --VPNONLY=é --VPNO -a --VPNALL")), "129=é 129=-a 130 |");
-    EXPECT_EQ(Scan(TEXT("x --VPN --none --VPNALL=1 -x -b")), "? ? ? ? ? |");
-    EXPECT_EQ(Scan(TEXT("x --VPNONLY")), "? |");
+    EXPECT_EQ(Scan(TEXT("x Größe -f Ünï☂ 🔒 -a -- -a")), "f=Ünï☂ a | -f Ünï☂ -a -- Größe 🔒 -a");
+    EXPECT_EQ(Scan(TEXT("x --VPNONLY=é --VPNO -a --VPNALL")), "129=é 129=-a 130 | --VPNONLY=é --VPNO -a --VPNALL");
+    EXPECT_EQ(Scan(TEXT("x --VPN --none --VPNALL=1 -x -b")), "? ? ? ? ? | --VPN --none --VPNALL=1 -x -b");
+    EXPECT_EQ(Scan(TEXT("x --VPNONLY")), "? | --VPNONLY");
     // Characters whose low byte is that of a switch or a dash.
-    EXPECT_EQ(Scan(TEXT("x \u012Da -\u0161 -a\u0162")), "? a ? | \u012Da");
-    EXPECT_EQ(Scan(TEXT("x --flag")), std::string(1, '\0') + " |");
+    EXPECT_EQ(Scan(TEXT("x \u012Da -\u0161 -a\u0162")), "? a ? | -\u0161 -a\u0162 \u012Da");
+    EXPECT_EQ(Scan(TEXT("x --flag")), std::string(1, '\0') + " | --flag");
     EXPECT_EQ(flagOfScan, 5);
 }
 

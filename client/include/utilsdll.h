@@ -94,7 +94,7 @@ UTILSDLL_API int cfg_is_managed_by_cms();
 UTILSDLL_API bool cfg_set_managed_by_cms(bool managed);
 // Nonzero when the client's scheduler service ("SA_Scheduler") runs.
 UTILSDLL_API int cfg_is_scheduler_running();
-// True when the service of that name runs.
+// True when the service of that name runs; also when the caller may not learn whether it does.
 UTILSDLL_API bool service_is_running(const WCHAR* service);
 // Nonzero when the client is in FIPS mode.
 UTILSDLL_API int cfg_is_fips_mode_enabled();
@@ -231,7 +231,7 @@ UTILSDLL_API int fs_get_temp_file_path(const WCHAR* folder, const WCHAR* prefix,
 // The C library's getopt_long for wide text, with its conventions (permutation, "--name=value" and
 // "--name value", abbreviated long names, '?' for an unknown switch or a missing argument).
 // Names of switches are ASCII. It never prints. A namespace keeps the names apart from the C
-// library's own.
+// library's own; the library for Windows exports them as "getopt_long" and "optarg".
 
 namespace utils {
 
@@ -243,14 +243,13 @@ struct option {
 };
 
 // The argument of the switch just returned (points into argv), or null.
-extern UTILSDLL_API WCHAR* optarg;
-// Index of the next word to read. Set it to 0 to start over, as before another argument vector.
-extern UTILSDLL_API int optind;
+extern CLIENT_EXPORT_RENAMED WCHAR* optarg;
 
 // `longOptions` ends with a row whose name is null. Returns the switch, '?' or, at the end, -1.
-// Reorders argv so that words that are no switches come last; with the environment variable
-// POSIXLY_CORRECT the first such word ends the switches instead. Not safe for concurrent use.
-UTILSDLL_API int getopt_long(int argc, WCHAR* const* argv, const WCHAR* shortOptions,
-                             const option* longOptions, int* longIndex);
+// The next call, and one with another vector or other words, starts over. Reorders argv so that words
+// that are no switches come last; with the environment variable POSIXLY_CORRECT the first such word
+// ends the switches instead. Not safe for concurrent use.
+CLIENT_EXPORT_RENAMED int getopt_long(int argc, WCHAR* const* argv, const WCHAR* shortOptions,
+                                      const option* longOptions, int* longIndex);
 
 }  // namespace utils

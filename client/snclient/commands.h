@@ -4,6 +4,7 @@
 
 #include <windows.h>
 
+#include <optional>
 #include <span>
 
 #include "common/secure_text.h"
@@ -38,5 +39,8 @@ int Failed(const WCHAR* format, const WCHAR* subject = nullptr, DWORD error = 0)
 // Says what is wrong with the arguments; returns kExitUsage.
 int WrongArgument(const WCHAR* format, const WCHAR* argument = nullptr);
 
-// A password given as an argument; "-" stands for the first line of standard input, in UTF-8.
-SecureText PasswordArgument(const WCHAR* argument);
+// A password given as an argument. "-" stands for the first line of standard input: typed without
+// being shown on a console, in UTF-8 from a pipe or a file, where a byte order mark is passed over.
+// Nothing, with what is wrong said on standard error, for a line that is empty or too long, holds a
+// NUL, or is no UTF-8.
+std::optional<SecureText> PasswordArgument(const WCHAR* argument);

@@ -108,8 +108,10 @@ UniqueRegKey OpenNamedKey(WStringView name) {
 }  // namespace
 
 int EncryptPassword(Arguments arguments) {
+    const auto password = PasswordArgument(arguments[0]);
+    if (!password) return kExitFailed;
     DecodeBuiltInSecrets();
-    return PrintForm(EncryptPasswordArgument(PasswordArgument(arguments[0]).c_str()));
+    return PrintForm(EncryptPasswordArgument(password->c_str()));
 }
 
 int EncryptProcessId(Arguments arguments) {
@@ -126,12 +128,14 @@ int EncryptFileContent(Arguments arguments) {
     if (marked && WStringView(arguments[3]) != TEXT("--marker")) {
         return WrongArgument(TEXT("unknown option %s"), arguments[3]);
     }
+    const auto password = PasswordArgument(arguments[2]);
+    if (!password) return kExitFailed;
     SecureBytes plain;
     if (!ReadWholeFile(arguments[0], plain)) {
         return Failed(TEXT("cannot read %s (error %lu)"), arguments[0], GetLastError());
     }
     std::vector<BYTE> form;
-    if (!Encrypt(plain, PasswordArgument(arguments[2]), marked, form)) {
+    if (!Encrypt(plain, *password, marked, form)) {
         return Failed(TEXT("cannot encrypt %s"), arguments[0]);
     }
     if (!ReplaceFileContent(arguments[1], form)) {

@@ -47,7 +47,7 @@ constexpr Command kCommands[] = {
 };
 
 constexpr const WCHAR* kNotes =
-    TEXT("\nPASSWORD \"-\" is read from the first line of standard input.\n")
+    TEXT("\nPASSWORD \"-\" is typed, or read from the first line of standard input in UTF-8.\n")
         TEXT("Exit codes: 0 done, 1 failed, 2 wrong arguments.\n");
 
 WString HelpOn(const Command& command) {

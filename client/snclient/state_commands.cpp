@@ -136,9 +136,10 @@ void ShowServices() {
 }  // namespace
 
 int SetLockPassword(Arguments arguments) {
-    const SecureText password = PasswordArgument(arguments[0]);
-    if (password.empty()) return WrongArgument(TEXT("the password is empty"));
-    return Done(cfg_sentrelmanager_set_pwd(password.c_str()));
+    const auto password = PasswordArgument(arguments[0]);
+    if (!password) return kExitFailed;
+    if (password->empty()) return WrongArgument(TEXT("the password is empty"));
+    return Done(cfg_sentrelmanager_set_pwd(password->c_str()));
 }
 
 int ClearLockPassword(Arguments /*arguments*/) {

@@ -57,33 +57,52 @@ class ActAsClient {
     BOOL acts_;
 };
 
-// The security identifier of the account that the thread acts as; empty when it cannot be learnt.
-std::vector<BYTE> AccountOfThread() {
-    UniqueHandle token;
+// The security identifier of a token's account; empty when it cannot be learnt.
+std::vector<BYTE> AccountOf(HANDLE token) {
     alignas(TOKEN_USER) std::array<BYTE, sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE> user = {};
     DWORD size = user.size();
-    if (!OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, token.put()) ||
-        !GetTokenInformation(token.get(), TokenUser, user.data(), size, &size)) {
-        return {};
-    }
+    if (!GetTokenInformation(token, TokenUser, user.data(), size, &size)) return {};
     const PSID sid = reinterpret_cast<const TOKEN_USER*>(user.data())->User.Sid;
     const auto* const bytes = static_cast<const BYTE*>(sid);
     return {bytes, bytes + GetLengthSid(sid)};
 }
 
-// Who has connected; nobody when that is a guest or cannot be learnt.
-std::optional<Client> ClientOf(HANDLE instance) {
-    Client client;
-    const ActAsClient asClient(instance);
-    if (!asClient || !IsMemberOf(WinAuthenticatedUserSid) ||
-        !GetNamedPipeClientProcessId(instance, &client.process)) {
+// The client with a token; nobody when that is a guest or cannot be learnt.
+std::optional<Client> ClientWith(HANDLE token, DWORD process) {
+    Client client = {.process = process, .account = AccountOf(token)};
+    if (client.account.empty() || !IsMemberOf(WinAuthenticatedUserSid, token)) return std::nullopt;
+    client.isAdministrator =
+        IsMemberOf(WinBuiltinAdministratorsSid, token) || IsMemberOf(WinLocalSystemSid, token);
+    return client;
+}
+
+// Who has connected, by the process that did: known before it has sent anything, for its place.
+std::optional<Client> VisitorOf(HANDLE instance) {
+    DWORD processId = 0;
+    if (!GetNamedPipeClientProcessId(instance, &processId)) return std::nullopt;
+    const UniqueHandle process(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, processId));
+    UniqueHandle own;
+    UniqueHandle token;
+    if (!process || !OpenProcessToken(process.get(), TOKEN_QUERY | TOKEN_DUPLICATE, own.put()) ||
+        !DuplicateToken(own.get(), SecurityIdentification, token.put())) {
         return std::nullopt;
     }
-    client.account = AccountOfThread();
-    if (client.account.empty()) return std::nullopt;
-    client.isAdministrator =
-        IsMemberOf(WinBuiltinAdministratorsSid) || IsMemberOf(WinLocalSystemSid);
-    return client;
+    return ClientWith(token.get(), processId);
+}
+
+// Who has sent the request that was read. The token only identifies the client: nobody but the
+// process itself may open it.
+std::optional<Client> ClientOf(HANDLE instance) {
+    DWORD processId = 0;
+    UniqueHandle token;
+    {
+        const ActAsClient asClient(instance);
+        if (!asClient || !GetNamedPipeClientProcessId(instance, &processId) ||
+            !OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, token.put())) {
+            return std::nullopt;
+        }
+    }
+    return ClientWith(token.get(), processId);
 }
 
 // --- The pipe -----------------------------------------------------------------------------------
@@ -123,7 +142,7 @@ UniqueHandle Server::NewInstance(DWORD flags) {
     std::_Exit(kExitFailed);
 }
 
-// Answers one request. What is too long or no message gets no answer.
+// Answers one request. What is too long or no message, and who is nobody, gets no answer.
 void Server::Serve(const Connection& connection) try {
     const HANDLE instance = connection.instance.get();
     SecureBytes message(kLargestMessage);
@@ -132,7 +151,9 @@ void Server::Serve(const Connection& connection) try {
                        kRequestLimitMilliseconds) != ERROR_SUCCESS) {
         return;
     }
-    const SecureBytes reply = Answer({message.data(), size}, connection.visit.Guest());
+    const std::optional<Client> client = ClientOf(instance);
+    if (!client) return;
+    const SecureBytes reply = Answer({message.data(), size}, *client);
     if (!reply.empty() && SendMessageTo(instance, reply.data(), static_cast<DWORD>(reply.size()),
                                         kReplyLimitMilliseconds) == ERROR_SUCCESS) {
         // A reply that was not read yet goes with the connection: the client hangs up first.
@@ -145,9 +166,9 @@ void Server::Serve(const Connection& connection) try {
 // Hands an instance's client to the workers, with the instance, in whose stead a new one comes.
 // False when the client is not to be served.
 bool Server::Admit(UniqueHandle& instance) try {
-    std::optional<Client> client = ClientOf(instance.get());
-    if (!client || !places_.Take(*client)) return false;
-    Visit visit(places_, std::move(*client));
+    std::optional<Client> visitor = VisitorOf(instance.get());
+    if (!visitor || !places_.Take(*visitor)) return false;
+    Visit visit(places_, std::move(*visitor));
     UniqueHandle next = NewInstance(0);
     if (!next) return false;
     workers_.Take({std::move(visit), std::exchange(instance, std::move(next))});

@@ -41,8 +41,6 @@ class Visit {
         if (places_ != nullptr) places_->Return(client_);
     }
 
-    const Client& Guest() const { return client_; }
-
   private:
     Places* places_;
     Client client_;

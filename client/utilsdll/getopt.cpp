@@ -17,13 +17,13 @@ namespace {
 
 constexpr char kOther = '\xFF';
 
-char Narrow(WCHAR unit) {
+char NarrowUnit(WCHAR unit) {
     return unit < 0x80 ? static_cast<char>(unit) : kOther;
 }
 
 std::string Narrow(WStringView text) {
     std::string narrow;
-    for (const WCHAR unit : text) narrow += Narrow(unit);
+    for (const WCHAR unit : text) narrow += NarrowUnit(unit);
     return narrow;
 }
 
@@ -37,15 +37,21 @@ class Shadow {
         for (WCHAR* word : wide_) {
             pointers_.push_back(text_.data() + text_.size());
             words_.push_back({pointers_.back(), word});
-            for (const WCHAR unit : WStringView(word)) text_.push_back(Narrow(unit));
+            for (const WCHAR unit : WStringView(word)) text_.push_back(NarrowUnit(unit));
             text_.push_back('\0');
         }
         pointers_.push_back(nullptr);
     }
 
-    // Whether this is the shadow of the vector in the order in which it was left.
+    // Whether this is the shadow of the vector in the order in which it was left, and of its text.
     bool IsOf(int argc, WCHAR* const* argv) const {
-        return argv == vector_ && std::equal(wide_.begin(), wide_.end(), argv, argv + argc);
+        if (argv != vector_ || !std::equal(wide_.begin(), wide_.end(), argv, argv + argc)) {
+            return false;
+        }
+        return std::ranges::all_of(words_, [](const Word& word) {
+            const WStringView text = word.wide;
+            return std::ranges::equal(text, std::string_view(word.shadow), {}, NarrowUnit);
+        });
     }
 
     char** Pointers() { return pointers_.data(); }
@@ -87,21 +93,16 @@ class Shadow {
     std::vector<char*> pointers_;
 };
 
-// What lasts from one call to the next.
-struct Scan {
-    std::optional<Shadow> shadow;  // none before the first call
-    int leftAt = 1;                // optind as the last call left it
-};
-Scan scan;
+// What lasts from one call to the next; none before the first call and after the last one of a scan.
+std::optional<Shadow> lastShadow;
 
 int NextSwitch(int argc, WCHAR* const* argv, const WCHAR* shortOptions,
                const utils::option* longOptions, int* longIndex) {
-    const bool restart = utils::optind == 0 || (utils::optind == 1 && scan.leftAt != 1);
-    if (restart || !scan.shadow || !scan.shadow->IsOf(argc, argv)) {
-        scan.shadow.emplace(argc, argv);
-        utils::optind = 0;  // the C library's sign to start over
+    if (!lastShadow || !lastShadow->IsOf(argc, argv)) {
+        lastShadow.emplace(argc, argv);
+        ::optind = 0;  // the C library's sign to start over
     }
-    Shadow& shadow = *scan.shadow;
+    Shadow& shadow = *lastShadow;
 
     const std::string letters = Narrow(shortOptions);
     std::vector<std::string> names;
@@ -116,12 +117,11 @@ int NextSwitch(int argc, WCHAR* const* argv, const WCHAR* shortOptions,
     table.push_back({});
 
     ::opterr = 0;
-    ::optind = utils::optind;
     const int result =
         ::getopt_long(argc, shadow.Pointers(), letters.c_str(), table.data(), longIndex);
     shadow.FollowPermutation();
     utils::optarg = shadow.WidePlace(::optarg);
-    utils::optind = scan.leftAt = ::optind;
+    if (result == -1) lastShadow.reset();
     return result;
 }
 
@@ -130,7 +130,6 @@ int NextSwitch(int argc, WCHAR* const* argv, const WCHAR* shortOptions,
 namespace utils {
 
 WCHAR* optarg = nullptr;
-int optind = 1;
 
 int getopt_long(int argc, WCHAR* const* argv, const WCHAR* shortOptions, const option* longOptions,
                 int* longIndex) {

@@ -57,11 +57,13 @@ void cfg_get_sentrelmanager_info(void* buffer) {
 bool service_is_running(const WCHAR* service) {
     if (service == nullptr) return false;
     const UniqueServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
-    if (!manager) return false;
+    if (!manager) return GetLastError() == ERROR_ACCESS_DENIED;
     const UniqueServiceHandle opened(OpenServiceW(manager.get(), service, SERVICE_QUERY_STATUS));
     SERVICE_STATUS status = {};
-    return opened && QueryServiceStatus(opened.get(), &status) &&
-           status.dwCurrentState == SERVICE_RUNNING;
+    if (!opened || !QueryServiceStatus(opened.get(), &status)) {
+        return GetLastError() == ERROR_ACCESS_DENIED;
+    }
+    return status.dwCurrentState == SERVICE_RUNNING;
 }
 
 int cfg_is_scheduler_running() {

@@ -89,6 +89,7 @@ TEST_F(CryptoServiceTest, AChangeIsBegunCommittedAndVerified) {
     EXPECT_EQ(Ask(8), 0);
     EXPECT_EQ(Ask(8), -1);
     EXPECT_EQ(Ask(6), 0);
+    ASSERT_TRUE(cfg_sentrelmanager_set_pwd(TEXT("secret")));
     Client("lock");
     EXPECT_EQ(Ask(6), 0);  // the client's state is no setting
     Client("unlock");

@@ -205,12 +205,12 @@ TEST_F(Pipe, WithoutAThreadAnOverlappedOperationFailsAndNothingElseDoes) {
     RunRole("client", As(kStranger));
 }
 
-BOOL IsMember(WELL_KNOWN_SID_TYPE group) {
+BOOL IsMember(WELL_KNOWN_SID_TYPE group, HANDLE token = nullptr) {
     BYTE sid[SECURITY_MAX_SID_SIZE];
     DWORD size = sizeof sid;
     BOOL isMember = FALSE;
     EXPECT_TRUE(CreateWellKnownSid(group, nullptr, sid, &size));
-    EXPECT_TRUE(CheckTokenMembership(nullptr, sid, &isMember));
+    EXPECT_TRUE(CheckTokenMembership(token, sid, &isMember));
     return isMember;
 }
 
@@ -245,10 +245,15 @@ TEST_F(Pipe, AServerIsOpenToWhomItSaysAndLearnsWhoTheyAreWithoutBecomingThem) {
         EXPECT_TRUE(GetNamedPipeClientProcessId(server.get(), &process));
         EXPECT_EQ(process, client.Id());
         ASSERT_TRUE(ImpersonateNamedPipeClient(server.get()));
-        EXPECT_EQ(IsMember(WinBuiltinAdministratorsSid) != FALSE, isAdministrator) << role;
-        EXPECT_EQ(IsMember(WinLocalSystemSid) != FALSE, isAdministrator) << role;
-        EXPECT_EQ(IsMember(WinAuthenticatedUserSid) != FALSE, isUser) << role;
+        UniqueHandle token;
+        EXPECT_EQ(ErrorOf(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, FALSE, token.put())),
+                  ERROR_BAD_IMPERSONATION_LEVEL);
+        EXPECT_TRUE(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, token.put()));
         EXPECT_TRUE(RevertToSelf());
+        const HANDLE asked = token.get();
+        EXPECT_EQ(IsMember(WinBuiltinAdministratorsSid, asked) != FALSE, isAdministrator) << role;
+        EXPECT_EQ(IsMember(WinLocalSystemSid, asked) != FALSE, isAdministrator) << role;
+        EXPECT_EQ(IsMember(WinAuthenticatedUserSid, asked) != FALSE, isUser) << role;
         EXPECT_TRUE(IsMember(WinLocalSystemSid));
         Send(server.get(), "ok");
         EXPECT_EQ(client.Wait().exitCode, 0);

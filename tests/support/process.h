@@ -16,12 +16,14 @@ struct ProcessOptions {
     std::filesystem::path workingFolder;
     // Another account to run as, by its number (only an administrator's test may).
     std::optional<unsigned> account;
+    // The file that is its standard input; empty: it gets nothing.
+    std::filesystem::path input = {};
 };
 
 // A process of another account; this one is a guest's.
 inline constexpr unsigned kStranger = 65534;
 inline ProcessOptions As(unsigned account) {
-    return {{}, {}, account};
+    return {{}, {}, account, {}};
 }
 
 struct ProcessResult {
@@ -30,7 +32,7 @@ struct ProcessResult {
     bool timedOut = false;
     std::size_t peakMemory = 0;  // the most that it held at once, in bytes
     std::string output;          // bytes of standard output...
-    std::string errors;          // ... and of standard error
+    std::string errors;          // ... and of standard error, their lines ended as on Linux
 };
 
 // The folder with everything that the build made to run, and the running test program.
@@ -43,7 +45,7 @@ std::filesystem::path FileOfBuild(const std::string& name);
 // Time that this process's threads spent on a processor up to now.
 std::chrono::milliseconds ProcessorTimeOfThisProcess();
 
-// A running program, which one thread looks after. Its standard input is empty. It is killed when
+// A running program, which one thread looks after. It is killed when
 // it runs for more than ten minutes; slow machines do not take as long.
 class BackgroundProcess {
   public:

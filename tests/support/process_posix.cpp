@@ -109,7 +109,8 @@ class PosixProcess : public ChildProcess {
         // 2. Its files and its folder.
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+        const fs::path input = options.input.empty() ? "/dev/null" : options.input;
+        posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, input.c_str(), O_RDONLY, 0);
         posix_spawn_file_actions_adddup2(&actions, output_.get(), STDOUT_FILENO);
         posix_spawn_file_actions_adddup2(&actions, errors_.get(), STDERR_FILENO);
         if (!options.workingFolder.empty()) {

@@ -71,6 +71,12 @@ struct Pipe {
     }
 };
 
+void EndLinesAsOnLinux(std::string& text) {
+    for (auto at = text.find("\r\n"); at != text.npos; at = text.find("\r\n", at)) {
+        text.erase(at, 1);
+    }
+}
+
 class WindowsProcess : public ChildProcess {
   public:
     WindowsProcess(fs::path program, const std::vector<std::string>& arguments,
@@ -82,8 +88,9 @@ class WindowsProcess : public ChildProcess {
         for (const std::string& argument : arguments) line += TEXT(" ") + Quoted(argument);
         WString environment = EnvironmentWith(options);
         SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
-        const UniqueHandle input(CreateFileW(TEXT("NUL"), GENERIC_READ, FILE_SHARE_READ, &inherited,
-                                             OPEN_EXISTING, 0, nullptr));
+        const fs::path source = options.input.empty() ? "NUL" : options.input;
+        const UniqueHandle input(CreateFileW(source.c_str(), GENERIC_READ, FILE_SHARE_READ,
+                                             &inherited, OPEN_EXISTING, 0, nullptr));
         STARTUPINFOW start{};
         start.cb = sizeof start;
         start.dwFlags = STARTF_USESTDHANDLES;
@@ -123,6 +130,7 @@ class WindowsProcess : public ChildProcess {
     void TakeOutput(ProcessResult& result) override {
         output_.TakeInto(result.output);
         errors_.TakeInto(result.errors);
+        for (std::string* text : {&result.output, &result.errors}) EndLinesAsOnLinux(*text);
     }
     // Windows knows no signals, but every one of them ends a program that does not expect it.
     void Signal(int signal) override {

@@ -22,6 +22,13 @@ WINAPI_EXPORT BOOL WINAPI GetConsoleMode(HANDLE hConsoleHandle, LPDWORD lpMode);
 // called first; when none returns TRUE, the signal ends the process as it does without any. Signals
 // that the process was started to ignore stay ignored. A null function is not supported.
 WINAPI_EXPORT BOOL WINAPI SetConsoleCtrlHandler(PHANDLER_ROUTINE HandlerRoutine, BOOL Add);
+// Of a console's input, whether what is typed is shown (ENABLE_ECHO_INPUT); the rest stays as it
+// is.
+WINAPI_EXPORT BOOL WINAPI SetConsoleMode(HANDLE hConsoleHandle, DWORD dwMode);
+// Reads a line that is typed, with its end, as far as it fits.
+WINAPI_EXPORT BOOL WINAPI ReadConsoleW(HANDLE hConsoleInput, LPVOID lpBuffer,
+                                       DWORD nNumberOfCharsToRead, LPDWORD lpNumberOfCharsRead,
+                                       LPVOID pInputControl);
 // Writes text to a console; fails with ERROR_INVALID_HANDLE for a file or a pipe.
 WINAPI_EXPORT BOOL WINAPI WriteConsoleW(HANDLE hConsoleOutput, const void* lpBuffer,
                                         DWORD nNumberOfCharsToWrite, LPDWORD lpNumberOfCharsWritten,

@@ -20,6 +20,8 @@ WINAPI_EXPORT HANDLE WINAPI OpenProcess(DWORD dwDesiredAccess, BOOL bInheritHand
 WINAPI_EXPORT BOOL WINAPI OpenProcessToken(HANDLE ProcessHandle, DWORD DesiredAccess,
                                            PHANDLE TokenHandle);
 // The token that the calling thread has beside its process's own; ERROR_NO_TOKEN when it has none.
+// One by which it only identifies a client has to be opened as the process itself (else
+// ERROR_BAD_IMPERSONATION_LEVEL).
 // The thread is GetCurrentThread(). After ImpersonateNamedPipeClient the token is the client's.
 WINAPI_EXPORT BOOL WINAPI OpenThreadToken(HANDLE ThreadHandle, DWORD DesiredAccess, BOOL OpenAsSelf,
                                           PHANDLE TokenHandle);

@@ -39,6 +39,12 @@ WINAPI_EXPORT BOOL WINAPI ImpersonateLoggedOnUser(HANDLE hToken);
 // when it was that already, too.
 WINAPI_EXPORT BOOL WINAPI RevertToSelf();
 
+// A token of the same account that belongs to no process, for questions: with TOKEN_QUERY. The
+// level is SecurityIdentification; the token needs TOKEN_DUPLICATE.
+WINAPI_EXPORT BOOL WINAPI DuplicateToken(HANDLE ExistingTokenHandle,
+                                         SECURITY_IMPERSONATION_LEVEL ImpersonationLevel,
+                                         PHANDLE DuplicateTokenHandle);
+
 // Writes the identifier of the system's account, of the administrators, of the guests or of the
 // authenticated users; others are not supported. No domain is taken. *cbSid is the buffer's size on
 // entry and the identifier's on return, also when the buffer is too small
@@ -47,10 +53,12 @@ WINAPI_EXPORT BOOL WINAPI CreateWellKnownSid(WELL_KNOWN_SID_TYPE WellKnownSidTyp
                                              PSID pSid, DWORD* cbSid);
 // The size of an identifier in bytes.
 WINAPI_EXPORT DWORD WINAPI GetLengthSid(PSID pSid);
-// Whether the calling thread's account is, or belongs to, one of those four; the token is null.
+// Whether a token's account is, or belongs to, one of those four. The token belongs to no process
+// (else ERROR_NO_IMPERSONATION_TOKEN) and needs TOKEN_QUERY; null stands for the calling thread's.
 // Root is the system's account. An administrator is who may write the machine's registry. The
-// guests are the accounts "guest" and "nobody"; all others are authenticated users. After
-// ImpersonateNamedPipeClient it tells of the client; whether another account is an administrator
-// only a process of root can tell (else FALSE with ERROR_PRIVILEGE_NOT_HELD).
+// guests are the accounts "guest" and "nobody"; all others are authenticated users. Whether
+// another account is an administrator only a process of root can tell (else FALSE with
+// ERROR_PRIVILEGE_NOT_HELD). A thread that only identifies a client cannot use that token without
+// opening it: null fails with ERROR_BAD_IMPERSONATION_LEVEL.
 WINAPI_EXPORT BOOL WINAPI CheckTokenMembership(HANDLE TokenHandle, PSID SidToCheck, BOOL* IsMember);
 }

@@ -14,6 +14,7 @@
 #include "hive.h"
 #include "last_error.h"
 #include "thread_identity.h"
+#include "token.h"
 
 namespace platform {
 namespace {
@@ -108,7 +109,16 @@ extern "C" DWORD WINAPI GetLengthSid(PSID pSid) {
 
 extern "C" BOOL WINAPI CheckTokenMembership(HANDLE TokenHandle, PSID SidToCheck, BOOL* IsMember) {
     if (SidToCheck == nullptr || IsMember == nullptr) return Fail(ERROR_INVALID_PARAMETER);
-    if (TokenHandle != nullptr) return Fail(ERROR_NOT_SUPPORTED);
+    std::optional<platform::IdentifyFor> account;
+    if (TokenHandle != nullptr) {
+        const auto token = platform::ObjectOf<platform::Token>(TokenHandle);
+        if (!token) return FALSE;
+        if (!token->Allows(TOKEN_QUERY)) return Fail(ERROR_ACCESS_DENIED);
+        if (token->ProcessId() != 0) return Fail(ERROR_NO_IMPERSONATION_TOKEN);
+        account.emplace(token->Account());
+    } else if (platform::IsIdentifying()) {
+        return Fail(ERROR_BAD_IMPERSONATION_LEVEL);
+    }
     for (const auto& sid : platform::WellKnownSids()) {
         if (!platform::IsSid(platform::BytesOfSid(sid), SidToCheck)) continue;
         const auto isMember = sid.isMember();

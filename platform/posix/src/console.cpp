@@ -1,9 +1,12 @@
 #include <consoleapi.h>
 #include <fcntl.h>
 #include <processenv.h>
+#include <termios.h>
 #include <unistd.h>
+#include <winbase.h>
 
 #include <array>
+#include <cerrno>
 #include <string>
 #include <string_view>
 
@@ -60,9 +63,42 @@ extern "C" HANDLE WINAPI GetStdHandle(DWORD nStdHandle) {
 extern "C" BOOL WINAPI GetConsoleMode(HANDLE hConsoleHandle, LPDWORD lpMode) {
     const auto terminal = TerminalOf(hConsoleHandle);
     if (!terminal) return FALSE;
+    termios settings{};
+    if (tcgetattr(terminal->Descriptor(), &settings) != 0) return platform::FailWithErrno(errno);
+    const DWORD echo = (settings.c_lflag & ECHO) != 0 ? ENABLE_ECHO_INPUT : 0;
     *lpMode = terminal->Descriptor() == STDIN_FILENO
-                  ? ENABLE_PROCESSED_INPUT | ENABLE_LINE_INPUT | ENABLE_ECHO_INPUT
+                  ? ENABLE_PROCESSED_INPUT | ENABLE_LINE_INPUT | echo
                   : ENABLE_PROCESSED_OUTPUT | ENABLE_WRAP_AT_EOL_OUTPUT;
+    return TRUE;
+}
+
+extern "C" BOOL WINAPI SetConsoleMode(HANDLE hConsoleHandle, DWORD dwMode) {
+    const auto terminal = TerminalOf(hConsoleHandle);
+    if (!terminal) return FALSE;
+    termios settings{};
+    if (tcgetattr(terminal->Descriptor(), &settings) != 0) return platform::FailWithErrno(errno);
+    settings.c_lflag &= ~tcflag_t{ECHO};
+    if ((dwMode & ENABLE_ECHO_INPUT) != 0) settings.c_lflag |= ECHO;
+    return tcsetattr(terminal->Descriptor(), TCSAFLUSH, &settings) == 0
+               ? TRUE
+               : platform::FailWithErrno(errno);
+}
+
+extern "C" BOOL WINAPI ReadConsoleW(HANDLE hConsoleInput, LPVOID lpBuffer,
+                                    DWORD nNumberOfCharsToRead, LPDWORD lpNumberOfCharsRead,
+                                    LPVOID /*pInputControl*/) {
+    const auto terminal = TerminalOf(hConsoleInput);
+    if (!terminal) return FALSE;
+    // UTF-8 has no fewer bytes than UTF-16 units.
+    std::string bytes(nNumberOfCharsToRead, '\0');
+    const ssize_t got = read(terminal->Descriptor(), bytes.data(), bytes.size());
+    if (got < 0) return platform::FailWithErrno(errno);
+    std::u16string text = platform::WideOf({bytes.data(), static_cast<std::size_t>(got)});
+    text.copy(static_cast<WCHAR*>(lpBuffer), text.size());
+    *lpNumberOfCharsRead = static_cast<DWORD>(text.size());
+    // It may be a password.
+    SecureZeroMemory(text.data(), text.size() * sizeof(WCHAR));
+    SecureZeroMemory(bytes.data(), bytes.size());
     return TRUE;
 }
 

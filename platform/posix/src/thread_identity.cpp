@@ -119,6 +119,10 @@ void Identify(Identity identity) {
     identified = std::move(identity);
 }
 
+bool IsIdentifying() {
+    return identified.has_value();
+}
+
 uid_t AccountInQuestion() {
     return identified ? identified->user : ThreadAccount();
 }
@@ -144,6 +148,12 @@ ActAsProcess::ActAsProcess() : wasImpersonating_(ownIdentity.has_value()) {
 
 ActAsProcess::~ActAsProcess() {
     if (wasImpersonating_ && !Impersonate(impersonated_)) std::abort();
+}
+
+IdentifyFor::IdentifyFor(const Identity& identity) : before_(std::exchange(identified, identity)) {}
+
+IdentifyFor::~IdentifyFor() {
+    identified = std::move(before_);
 }
 
 ActAsAccountInQuestion::ActAsAccountInQuestion() {

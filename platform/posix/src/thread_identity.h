@@ -38,6 +38,8 @@ bool Impersonate(const Identity& identity);
 
 // Lets the thread know an account without acting as it, in place of what it knew before.
 void Identify(Identity identity);
+// Whether there is such an account.
+bool IsIdentifying();
 // The account that questions about the thread's rights are about: the identified one, or its own.
 uid_t AccountInQuestion();
 
@@ -59,6 +61,18 @@ class ActAsProcess {
   private:
     bool wasImpersonating_;
     Identity impersonated_;
+};
+
+// While it lives questions about the thread's rights are about that account.
+class IdentifyFor {
+  public:
+    explicit IdentifyFor(const Identity& identity);
+    IdentifyFor(const IdentifyFor&) = delete;
+    IdentifyFor& operator=(const IdentifyFor&) = delete;
+    ~IdentifyFor();
+
+  private:
+    std::optional<Identity> before_;
 };
 
 // While it lives the thread acts as the account in question, to see what that account may do. False

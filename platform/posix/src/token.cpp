@@ -85,14 +85,28 @@ BOOL WINAPI OpenProcessToken(HANDLE ProcessHandle, DWORD DesiredAccess, PHANDLE 
     return platform::OpenTokenOf(ProcessHandle, DesiredAccess, TokenHandle);
 }
 
-BOOL WINAPI OpenThreadToken(HANDLE ThreadHandle, DWORD DesiredAccess, BOOL /*OpenAsSelf*/,
+BOOL WINAPI OpenThreadToken(HANDLE ThreadHandle, DWORD DesiredAccess, BOOL OpenAsSelf,
                             PHANDLE TokenHandle) {
     if (TokenHandle == nullptr) return Fail(ERROR_INVALID_PARAMETER);
     if (ThreadHandle != GetCurrentThread()) return Fail(ERROR_NOT_SUPPORTED);
+    if (!OpenAsSelf && platform::IsIdentifying()) return Fail(ERROR_BAD_IMPERSONATION_LEVEL);
     auto account = platform::ForeignIdentity();
     if (!account) return Fail(ERROR_NO_TOKEN);
     *TokenHandle = platform::OpenHandle(
         std::make_shared<platform::Token>(std::move(*account), 0, DesiredAccess));
+    return TRUE;
+}
+
+BOOL WINAPI DuplicateToken(HANDLE ExistingTokenHandle,
+                           SECURITY_IMPERSONATION_LEVEL ImpersonationLevel,
+                           PHANDLE DuplicateTokenHandle) {
+    const auto token = platform::ObjectOf<platform::Token>(ExistingTokenHandle);
+    if (!token) return FALSE;
+    if (DuplicateTokenHandle == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+    if (ImpersonationLevel != SecurityIdentification) return Fail(ERROR_NOT_SUPPORTED);
+    if (!token->Allows(TOKEN_DUPLICATE)) return Fail(ERROR_ACCESS_DENIED);
+    *DuplicateTokenHandle = platform::OpenHandle(
+        std::make_shared<platform::Token>(token->Account(), 0, DWORD{TOKEN_QUERY}));
     return TRUE;
 }
 
