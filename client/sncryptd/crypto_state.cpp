@@ -46,13 +46,13 @@ bool ClearFipsError() {
     return kValues.Remove(kFipsError);
 }
 
-std::vector<DWORD> OpenChanges() {
-    return Read<DWORD>(kOpenChanges, REG_BINARY).value_or(std::vector<DWORD>());
+std::vector<OpenChange> OpenChanges() {
+    return Read<OpenChange>(kOpenChanges, REG_BINARY).value_or(std::vector<OpenChange>());
 }
 
-bool SetOpenChanges(const std::vector<DWORD>& processes) {
-    return kValues.Write(kOpenChanges, REG_BINARY, processes.data(),
-                         processes.size() * sizeof(DWORD));
+bool SetOpenChanges(const std::vector<OpenChange>& changes) {
+    return kValues.Write(kOpenChanges, REG_BINARY, changes.data(),
+                         changes.size() * sizeof(OpenChange));
 }
 
 std::vector<BYTE> CommittedConfiguration() {

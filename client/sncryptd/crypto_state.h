@@ -17,10 +17,19 @@ bool SetFipsError(WStringView message);
 // Leaves it; true also when the client was not in it.
 bool ClearFipsError();
 
-// The processes that have begun a configuration change and not committed it; one that has begun
-// several stands there several times. Ended processes may be among them.
-std::vector<DWORD> OpenChanges();
-bool SetOpenChanges(const std::vector<DWORD>& processes);
+// A configuration change that a process has begun and not committed. Process and start name it: the
+// number alone may be another process's by now.
+struct OpenChange {
+    DWORD process = 0;
+    DWORD reserved = 0;
+    ULONGLONG start = 0;  // of the process, in the system's file time
+
+    bool operator==(const OpenChange&) const = default;
+};
+
+// One that has begun several changes stands there several times. Ended processes may be among them.
+std::vector<OpenChange> OpenChanges();
+bool SetOpenChanges(const std::vector<OpenChange>& changes);
 
 // The digest of the configuration as the last commit left it; empty when there was none.
 std::vector<BYTE> CommittedConfiguration();

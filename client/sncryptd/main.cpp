@@ -77,17 +77,19 @@ std::optional<Client> ClientWith(HANDLE token, DWORD process) {
 }
 
 // Who has connected, by the process that did: known before it has sent anything, for its place.
+// Those that may not be looked at share the places of one account.
 std::optional<Client> VisitorOf(HANDLE instance) {
-    DWORD processId = 0;
-    if (!GetNamedPipeClientProcessId(instance, &processId)) return std::nullopt;
-    const UniqueHandle process(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, processId));
+    Client unknown;
+    if (!GetNamedPipeClientProcessId(instance, &unknown.process)) return std::nullopt;
+    const UniqueHandle process(
+        OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, unknown.process));
     UniqueHandle own;
     UniqueHandle token;
     if (!process || !OpenProcessToken(process.get(), TOKEN_QUERY | TOKEN_DUPLICATE, own.put()) ||
         !DuplicateToken(own.get(), SecurityIdentification, token.put())) {
-        return std::nullopt;
+        return unknown;
     }
-    return ClientWith(token.get(), processId);
+    return ClientWith(token.get(), unknown.process);
 }
 
 // Who has sent the request that was read. The token only identifies the client: nobody but the

@@ -5,12 +5,17 @@
 
 #include <algorithm>
 #include <mutex>
+#include <optional>
+#include <utility>
 
 #include "client/sncryptd/configuration_digest.h"
 #include "client/sncryptd/crypto_state.h"
+#include "client/utilsdll/crypto_context.h"
 #include "common/format.h"
 #include "common/handles.h"
 #include "cryptd/SNCryptdAPI.h"
+
+using utilsdll::CryptoContext;
 
 namespace {
 
@@ -49,13 +54,17 @@ SecureBytes GiveRandomBytes(const Request& request) {
         kind > kCryptdEntropyBytes) {
         return Refuse(ERROR_INVALID_PARAMETER);
     }
+    const auto context = CryptoContext();
+    if (!context || !FipsError().empty()) return ReplyTo(request, 0);
     SecureBytes reply = ReplyTo(request, count, static_cast<std::size_t>(count));
     BYTE* const bytes = reply.data() + sizeof(MessageHeader);
+    const auto size = static_cast<std::size_t>(count);
+    constexpr unsigned kStrength = 256;
     // Entropy, from which others seed their generators, comes from a generator of its own.
-    const int result =
-        kind == kCryptdEntropyBytes ? RAND_priv_bytes(bytes, count) : RAND_bytes(bytes, count);
-    if (result != 1) return ReplyTo(request, 0);
-    return reply;
+    const int result = kind == kCryptdEntropyBytes
+                           ? RAND_priv_bytes_ex(*context, bytes, size, kStrength)
+                           : RAND_bytes_ex(*context, bytes, size, kStrength);
+    return result == 1 ? std::move(reply) : ReplyTo(request, 0);
 }
 
 // --- Text ---------------------------------------------------------------------------------------
@@ -106,17 +115,41 @@ bool MayChange(const Request& request) {
 
 std::mutex changesMutex;
 
-bool HasEnded(DWORD processId) {
-    const UniqueHandle process(OpenProcess(SYNCHRONIZE, FALSE, processId));
+// When a process started; nothing when it cannot be learnt.
+std::optional<ULONGLONG> StartOf(HANDLE process) {
+    FILETIME start = {};
+    FILETIME others[3] = {};
+    if (!GetProcessTimes(process, &start, &others[0], &others[1], &others[2])) return std::nullopt;
+    return ULONGLONG{start.dwHighDateTime} << 32 | start.dwLowDateTime;
+}
+
+UniqueHandle OpenForItsTimes(DWORD processId) {
+    return UniqueHandle(
+        OpenProcess(SYNCHRONIZE | PROCESS_QUERY_LIMITED_INFORMATION, FALSE, processId));
+}
+
+// In doubt the process goes on.
+bool HasEnded(const OpenChange& change) {
+    const UniqueHandle process = OpenForItsTimes(change.process);
     if (!process) return GetLastError() == ERROR_INVALID_PARAMETER;
-    return WaitForSingleObject(process.get(), 0) == WAIT_OBJECT_0;
+    const auto start = StartOf(process.get());
+    return (start && *start != change.start) ||
+           WaitForSingleObject(process.get(), 0) == WAIT_OBJECT_0;
 }
 
 // A process that ended without a commit has given its changes up.
-std::vector<DWORD> ChangesOfLivingProcesses() {
-    std::vector<DWORD> changes = OpenChanges();
+std::vector<OpenChange> ChangesOfLivingProcesses() {
+    std::vector<OpenChange> changes = OpenChanges();
     std::erase_if(changes, HasEnded);
     return changes;
+}
+
+// The change of a client, which waits for the answer; nothing when its start cannot be learnt.
+std::optional<OpenChange> ChangeOf(const Client& client) {
+    const UniqueHandle process = OpenForItsTimes(client.process);
+    const auto start = process ? StartOf(process.get()) : std::nullopt;
+    if (!start) return std::nullopt;
+    return OpenChange{.process = client.process, .start = *start};
 }
 
 SecureBytes BeginChange(const Request& request) {
@@ -124,17 +157,21 @@ SecureBytes BeginChange(const Request& request) {
         return ReplyTo(request, kUnknownOperation);
     }
     if (!MayChange(request)) return ReplyTo(request, kDone);
+    const auto change = ChangeOf(request.client);
+    if (!change) return Refuse(ERROR_ACCESS_DENIED);
     const std::lock_guard lock(changesMutex);
-    std::vector<DWORD> changes = ChangesOfLivingProcesses();
+    std::vector<OpenChange> changes = ChangesOfLivingProcesses();
     if (changes.size() >= kMostOpenChanges) return Refuse(ERROR_NO_SYSTEM_RESOURCES);
-    changes.push_back(request.client.process);
+    changes.push_back(*change);
     return SetOpenChanges(changes) ? ReplyTo(request, kDone) : Refuse(ERROR_WRITE_FAULT);
 }
 
-int Commit(DWORD process) {
+int Commit(const Client& client) {
+    const auto change = ChangeOf(client);
+    if (!change) return kNoOpenChange;
     const std::lock_guard lock(changesMutex);
-    std::vector<DWORD> changes = ChangesOfLivingProcesses();
-    const auto own = std::find(changes.begin(), changes.end(), process);
+    std::vector<OpenChange> changes = ChangesOfLivingProcesses();
+    const auto own = std::ranges::find(changes, *change);
     if (own == changes.end()) return kNoOpenChange;
     changes.erase(own);
     const std::vector<BYTE> digest = ConfigurationDigest();
@@ -147,7 +184,7 @@ SecureBytes CommitChange(const Request& request) {
     if (static_cast<DWORD>(request.header.param1) != kCryptdCommitChange) {
         return ReplyTo(request, kUnknownOperation);
     }
-    return ReplyTo(request, MayChange(request) ? Commit(request.client.process) : kDone);
+    return ReplyTo(request, MayChange(request) ? Commit(request.client) : kDone);
 }
 
 int VerifyConfiguration() {

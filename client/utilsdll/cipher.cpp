@@ -10,6 +10,7 @@
 
 #include "client/include/utilsdll.h"
 #include "client/utilsdll/boundary.h"
+#include "client/utilsdll/crypto_context.h"
 #include "client/utilsdll/kdf.h"
 #include "client/utilsdll/key_ring.h"
 
@@ -26,8 +27,10 @@ constexpr std::string_view kMarker = "Enc ";
 constexpr int kFailed = 1;
 
 struct FreeCipher {
+    void operator()(EVP_CIPHER* algorithm) const { EVP_CIPHER_free(algorithm); }
     void operator()(EVP_CIPHER_CTX* context) const { EVP_CIPHER_CTX_free(context); }
 };
+using Algorithm = std::unique_ptr<EVP_CIPHER, FreeCipher>;
 using CipherContext = std::unique_ptr<EVP_CIPHER_CTX, FreeCipher>;
 
 // Wiped when the library is unloaded.
@@ -45,9 +48,13 @@ CipherContext MessageCipher(const SecureBytes& stretched, std::uint32_t counter,
               derived)) {
         return nullptr;
     }
+    const auto library = CryptoContext();
+    if (!library) return nullptr;
+    const Algorithm aes(EVP_CIPHER_fetch(*library, "AES-256-GCM", nullptr));
     CipherContext cipher(EVP_CIPHER_CTX_new());
-    if (!cipher || EVP_CipherInit_ex2(cipher.get(), EVP_aes_256_gcm(), derived.data(),
-                                      derived.data() + kKeySize, encrypt ? 1 : 0, nullptr) != 1) {
+    if (!aes || !cipher ||
+        EVP_CipherInit_ex2(cipher.get(), aes.get(), derived.data(), derived.data() + kKeySize,
+                           encrypt ? 1 : 0, nullptr) != 1) {
         return nullptr;
     }
     return cipher;

@@ -4,6 +4,7 @@
 #include "client/utilsdll/boundary.h"
 #include "client/utilsdll/data_folder.h"
 #include "client/utilsdll/temp_file.h"
+#include "client/utilsdll/own_folder.h"
 #include "common/handles.h"
 #include "common/path.h"
 
@@ -28,22 +29,9 @@ WString InstallFolderValue() {
     return folder;
 }
 
-// The folder that this library was loaded from.
-WString LibraryFolder() {
-    HMODULE library = nullptr;
-    WCHAR path[MAX_PATH] = {};
-    if (!GetModuleHandleExW(
-            GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-            reinterpret_cast<const WCHAR*>(&InstallFolderValue), &library)) {
-        return {};
-    }
-    const DWORD length = GetModuleFileNameW(library, path, MAX_PATH);
-    return length == 0 || length == MAX_PATH ? WString() : FolderOfPath(path);
-}
-
 WString InstallFolder() {
     WString folder = InstallFolderValue();
-    if (folder.empty()) folder = LibraryFolder();
+    if (folder.empty()) folder = OwnFolder();
     while (folder.size() > 1 && (folder.back() == '\\' || folder.back() == kPathSeparator)) {
         folder.pop_back();
     }

@@ -1,12 +1,12 @@
 #include "client/utilsdll/kdf.h"
 
 #include <openssl/core_names.h>
-#include <openssl/evp.h>
 #include <openssl/kdf.h>
 #include <openssl/params.h>
 
-#include <climits>
 #include <memory>
+
+#include "client/utilsdll/crypto_context.h"
 
 namespace utilsdll {
 namespace {
@@ -23,12 +23,23 @@ OSSL_PARAM ByteParameter(const char* name, Bytes bytes) {
     return OSSL_PARAM_construct_octet_string(name, data, bytes.size());
 }
 
+bool Derive(const char* name, const OSSL_PARAM* parameters, std::size_t size,
+            SecureBytes& derived) {
+    const auto library = CryptoContext();
+    if (!library) return false;
+    const std::unique_ptr<EVP_KDF, FreeKdf> kdf(EVP_KDF_fetch(*library, name, nullptr));
+    const std::unique_ptr<EVP_KDF_CTX, FreeKdf> context(EVP_KDF_CTX_new(kdf.get()));
+    SecureBytes bytes(size);
+    if (!context || EVP_KDF_derive(context.get(), bytes.data(), size, parameters) != 1) {
+        return false;
+    }
+    derived.swap(bytes);
+    return true;
+}
+
 }  // namespace
 
 bool Hkdf(Bytes key, Bytes salt, Bytes info, std::size_t size, SecureBytes& derived) {
-    const std::unique_ptr<EVP_KDF, FreeKdf> kdf(EVP_KDF_fetch(nullptr, "HKDF", nullptr));
-    const std::unique_ptr<EVP_KDF_CTX, FreeKdf> context(EVP_KDF_CTX_new(kdf.get()));
-    if (!context) return false;
     char digest[] = "SHA512";
     const OSSL_PARAM parameters[] = {
         OSSL_PARAM_construct_utf8_string(OSSL_KDF_PARAM_DIGEST, digest, 0),
@@ -37,23 +48,19 @@ bool Hkdf(Bytes key, Bytes salt, Bytes info, std::size_t size, SecureBytes& deri
         ByteParameter(OSSL_KDF_PARAM_INFO, info),
         OSSL_PARAM_construct_end(),
     };
-    SecureBytes bytes(size);
-    if (EVP_KDF_derive(context.get(), bytes.data(), size, parameters) != 1) return false;
-    derived.swap(bytes);
-    return true;
+    return Derive("HKDF", parameters, size, derived);
 }
 
 bool Pbkdf2(Bytes passPhrase, Bytes salt, int rounds, std::size_t size, SecureBytes& derived) {
-    if (passPhrase.size() > INT_MAX || salt.size() > INT_MAX || size > INT_MAX) return false;
-    SecureBytes bytes(size);
-    const char* text = passPhrase.empty() ? "" : reinterpret_cast<const char*>(passPhrase.data());
-    if (PKCS5_PBKDF2_HMAC(text, static_cast<int>(passPhrase.size()), salt.data(),
-                          static_cast<int>(salt.size()), rounds, EVP_sha512(),
-                          static_cast<int>(size), bytes.data()) != 1) {
-        return false;
-    }
-    derived.swap(bytes);
-    return true;
+    char digest[] = "SHA512";
+    const OSSL_PARAM parameters[] = {
+        OSSL_PARAM_construct_utf8_string(OSSL_KDF_PARAM_DIGEST, digest, 0),
+        ByteParameter(OSSL_KDF_PARAM_PASSWORD, passPhrase),
+        ByteParameter(OSSL_KDF_PARAM_SALT, salt),
+        OSSL_PARAM_construct_int(OSSL_KDF_PARAM_ITER, &rounds),
+        OSSL_PARAM_construct_end(),
+    };
+    return Derive("PBKDF2", parameters, size, derived);
 }
 
 std::vector<BYTE> Labelled(std::string_view label, Bytes data) {

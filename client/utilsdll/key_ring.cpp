@@ -8,6 +8,7 @@
 #include <limits>
 
 #include "client/utilsdll/cipher.h"
+#include "client/utilsdll/crypto_context.h"
 #include "client/utilsdll/kdf.h"
 #include "client/utilsdll/machine_secret.h"
 
@@ -37,8 +38,9 @@ bool DigestOf(const WCHAR* passPhrase, SecureBytes& digest) {
         named.insert(named.end(), bytes.begin(), bytes.end());
     }
     digest.resize(kDigestSize);
-    return EVP_Digest(named.data(), named.size(), digest.data(), nullptr, EVP_sha512(), nullptr) ==
-           1;
+    const auto context = CryptoContext();
+    return context && EVP_Q_digest(*context, "SHA512", nullptr, named.data(), named.size(),
+                                   digest.data(), nullptr) == 1;
 }
 
 bool Stretch(const WCHAR* passPhrase, const Salt& salt, SecureBytes& key) {

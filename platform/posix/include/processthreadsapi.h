@@ -16,6 +16,12 @@ WINAPI_EXPORT HANDLE WINAPI GetCurrentThread();
 // caller's to look at.
 WINAPI_EXPORT HANDLE WINAPI OpenProcess(DWORD dwDesiredAccess, BOOL bInheritHandle,
                                         DWORD dwProcessId);
+// When a process started - counted from the system's own start - and the time that it has spent in
+// the kernel and outside. The time of its end stays 0. The handle needs one of the two rights to
+// query.
+WINAPI_EXPORT BOOL WINAPI GetProcessTimes(HANDLE hProcess, LPFILETIME lpCreationTime,
+                                          LPFILETIME lpExitTime, LPFILETIME lpKernelTime,
+                                          LPFILETIME lpUserTime);
 // The token of a process, whose handle needs one of the two rights to query.
 WINAPI_EXPORT BOOL WINAPI OpenProcessToken(HANDLE ProcessHandle, DWORD DesiredAccess,
                                            PHANDLE TokenHandle);

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <utility>
 
 #include "deadline.h"
@@ -76,6 +77,15 @@ std::shared_ptr<Process> ProcessOf(HANDLE handle, DWORD anyOf) {
     return nullptr;
 }
 
+namespace {
+
+FILETIME TimeOfTicks(ULONGLONG ticks) {
+    constexpr ULONGLONG kUnitsInSecond = 10'000'000;
+    const ULONGLONG units = ticks * kUnitsInSecond / static_cast<ULONGLONG>(sysconf(_SC_CLK_TCK));
+    return {static_cast<DWORD>(units), static_cast<DWORD>(units >> 32)};
+}
+
+}  // namespace
 }  // namespace platform
 
 extern "C" HANDLE WINAPI OpenProcess(DWORD dwDesiredAccess, BOOL bInheritHandle,
@@ -87,4 +97,31 @@ extern "C" HANDLE WINAPI OpenProcess(DWORD dwDesiredAccess, BOOL bInheritHandle,
     }
     auto process = platform::Process::Open(static_cast<pid_t>(dwProcessId), dwDesiredAccess);
     return process ? platform::OpenHandle(std::move(process)) : nullptr;
+}
+
+extern "C" BOOL WINAPI GetProcessTimes(HANDLE hProcess, LPFILETIME lpCreationTime,
+                                       LPFILETIME lpExitTime, LPFILETIME lpKernelTime,
+                                       LPFILETIME lpUserTime) {
+    using platform::TimeOfTicks;
+    const auto process = platform::ProcessOf(
+        hProcess, PROCESS_QUERY_INFORMATION | PROCESS_QUERY_LIMITED_INFORMATION);
+    if (!process) return FALSE;
+    // Behind the name, which may hold anything: the state, and numbers from the fourth field on.
+    const std::string stat = process->Folder().Read("stat");
+    const auto name = stat.rfind(')');
+    unsigned long long user = 0;
+    unsigned long long kernel = 0;
+    unsigned long long start = 0;
+    if (name == std::string::npos ||
+        std::sscanf(stat.c_str() + name,
+                    ") %*c %*d %*d %*d %*d %*d %*u %*u %*u %*u %*u %llu %llu %*d %*d %*d %*d %*d "
+                    "%*d %llu",
+                    &user, &kernel, &start) != 3) {
+        return platform::Fail(ERROR_ACCESS_DENIED);  // it has ended
+    }
+    *lpCreationTime = TimeOfTicks(start);
+    *lpExitTime = {};
+    *lpKernelTime = TimeOfTicks(kernel);
+    *lpUserTime = TimeOfTicks(user);
+    return TRUE;
 }
