@@ -1,14 +1,18 @@
 // What is prepared before the program's entry point runs.
+#include "common/crash_report.h"
 #include "cryptd/crypto_log.h"
+#include "cryptd/providers.h"
 #include "protect/built_in_secrets.h"
 #include "protect/data_protect.h"
 
 namespace {
 
-// In this order: the built-in secrets, the crypto logs, then the file mask, OpenSSL and the key
-// material.
+// In this order: what a crash may tell and what OpenSSL may read, then the built-in secrets, the
+// crypto logs, the file mask, OpenSSL and the key material.
 struct Startup {
     Startup() {
+        KeepMemoryOutOfCrashReports();
+        CryptdShutOutConfiguration();
         DecodeBuiltInSecrets();
         CryptdLogInit();
         DataProtectInit();

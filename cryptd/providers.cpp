@@ -4,6 +4,7 @@
 #include <openssl/crypto.h>
 #include <openssl/err.h>
 #include <sncryptdll.h>
+#include <utilsdll.h>
 #include <windows.h>
 
 #include <cstdlib>
@@ -110,6 +111,11 @@ int LoadForLegacy(const WString& folder) {
 }
 
 }  // namespace
+
+void CryptdShutOutConfiguration() {
+    if (cfg_is_fips_mode_enabled() != 0 && SncFipsIsFipsModeEnabled() != 0) return;
+    OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG, nullptr);
+}
 
 int CryptdLoadProviders() {
     const WString folder = CurrentFolder();

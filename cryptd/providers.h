@@ -2,6 +2,11 @@
 // folder.
 #pragma once
 
+// Keeps OpenSSL from reading a configuration that the environment names, or that lies where others
+// may write. In FIPS mode the configuration is that of the current folder, and this does nothing.
+// Comes before anything else that OpenSSL does for the process.
+void CryptdShutOutConfiguration();
+
 // Prepares OpenSSL for the crypto library's mode. In FIPS mode the module "fips" is loaded into a
 // library context of its own, with the configuration "fipsmodule.cnf", and the random engine serves
 // the whole process from then on; without FIPS mode the module "legacy" is loaded into the default

@@ -82,7 +82,8 @@ UTILSDLL_API bool sec_set_sa_registry_lock(bool lock);
 UTILSDLL_API bool sec_may_write_registry();
 // Each returns a handle that stands for this process's bypass of one of the client's
 // file-protection components while it is open (closed with CloseHandle); INVALID_HANDLE_VALUE when
-// none was obtained. From outside, a bypass is seen as a named event that exists while it is held.
+// none was obtained, as by an account that is no administrator. From outside, a bypass is seen as a
+// named event that exists while it is held.
 UTILSDLL_API HANDLE bBypassFsfilter();
 UTILSDLL_API HANDLE bBypassGuardlet();
 
@@ -246,9 +247,9 @@ struct option {
 extern CLIENT_EXPORT_RENAMED WCHAR* optarg;
 
 // `longOptions` ends with a row whose name is null. Returns the switch, '?' or, at the end, -1.
-// The next call, and one with another vector or other words, starts over. Reorders argv so that words
-// that are no switches come last; with the environment variable POSIXLY_CORRECT the first such word
-// ends the switches instead. Not safe for concurrent use.
+// The next call, and one with another vector or other words, starts over. Reorders argv so that
+// words that are no switches come last; with the environment variable POSIXLY_CORRECT the first
+// such word ends the switches instead. Not safe for concurrent use.
 CLIENT_EXPORT_RENAMED int getopt_long(int argc, WCHAR* const* argv, const WCHAR* shortOptions,
                                       const option* longOptions, int* longIndex);
 

@@ -2,6 +2,8 @@
 // tool.
 #include "client/snclient/commands.h"
 #include "common/console_text.h"
+#include "common/crash_report.h"
+#include "cryptd/providers.h"
 
 namespace {
 
@@ -79,6 +81,8 @@ bool AsksForHelp(WStringView word) {
 }  // namespace
 
 extern "C" int wmain(int argc, WCHAR** argv) {
+    KeepMemoryOutOfCrashReports();
+    CryptdShutOutConfiguration();
     const Arguments words(argv, static_cast<std::size_t>(argc));
     if (words.size() < 2) return Usage(HelpOnAll());
     if (AsksForHelp(words[1])) {

@@ -1,5 +1,7 @@
 // sncryptd: the reference crypto service of the client. It serves one pipe, and answers one request
 // on each connection.
+#include <openssl/crypto.h>
+
 #include <array>
 #include <cstdlib>
 #include <optional>
@@ -11,6 +13,7 @@
 #include "client/sncryptd/requests.h"
 #include "client/sncryptd/workers.h"
 #include "common/console_text.h"
+#include "common/crash_report.h"
 #include "common/format.h"
 #include "common/handles.h"
 #include "common/pipe_call.h"
@@ -221,5 +224,8 @@ extern "C" int wmain(int argc, WCHAR** argv) {
         WriteErrorText(kHelp);
         return kExitUsage;
     }
+    KeepMemoryOutOfCrashReports();
+    // The FIPS module's configuration is read into a context of its own; there is no other.
+    OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG, nullptr);
     Server().Run();
 }

@@ -1,5 +1,6 @@
 // The bypasses of the client's file-protection components. A component knows that it is to stand
-// back while the event of its name exists, which is as long as a process holds it.
+// back while the event of its name exists, which is as long as a process holds it. The events are
+// for administrators and the system alone, to make and to look at.
 #include "client/utilsdll/bypass.h"
 
 #include <atomic>
@@ -10,14 +11,19 @@
 namespace utilsdll {
 namespace {
 
+bool IsAdministrator() {
+    return IsMemberOf(WinBuiltinAdministratorsSid) || IsMemberOf(WinLocalSystemSid);
+}
+
 class Bypass {
   public:
     explicit constexpr Bypass(const WCHAR* name) : name_(name) {}
 
     HANDLE Hold() {
-        // The component looks for the event from whatever account it runs as.
-        EveryoneAccess everyone;
-        const HANDLE event = CreateEventW(everyone.get(), TRUE, FALSE, name_);
+        OwnerAccess ownerAlone;
+        const HANDLE event = IsAdministrator() && ownerAlone.get() != nullptr
+                                 ? CreateEventW(ownerAlone.get(), TRUE, FALSE, name_)
+                                 : nullptr;
         if (event == nullptr) return INVALID_HANDLE_VALUE;
         held_ = event;
         return event;

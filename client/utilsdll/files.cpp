@@ -3,8 +3,8 @@
 #include "client/include/utilsdll.h"
 #include "client/utilsdll/boundary.h"
 #include "client/utilsdll/data_folder.h"
-#include "client/utilsdll/temp_file.h"
 #include "client/utilsdll/own_folder.h"
+#include "client/utilsdll/temp_file.h"
 #include "common/handles.h"
 #include "common/path.h"
 

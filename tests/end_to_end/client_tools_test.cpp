@@ -127,6 +127,20 @@ TEST_F(ClientToolTest, ReadsAPasswordInUtf8FromItsInputOrRefusesIt) {
     }
 }
 
+TEST_F(ClientToolTest, OpenSslReadsNoConfigurationOfTheCallers) {
+    // With this one no algorithm is found.
+    const fs::path configuration = ScratchFolder() / "openssl.cnf";
+    WriteWholeFile(configuration,
+                   "openssl_conf = all\n[all]\nalg_section = algorithms\n"
+                   "[algorithms]\ndefault_properties = fips=yes\n");
+    ProcessOptions options;
+    options.environment = {{"OPENSSL_CONF", configuration.string()}};
+    Expect(0, {"set-lock-password", "geheim"}, options);
+    const std::string backup = (ScratchFolder() / "backup.xml").string();
+    RunProgram("SNConfig", {"-f", backup, "-p", "pass phrase", "-m", "av"}, options);
+    EXPECT_NE(ReadWholeFile(backup).find("authentication=\""), std::string::npos);
+}
+
 TEST_F(ClientToolTest, EncryptsAFileWithOrWithoutTheMarker) {
     const fs::path plain = ScratchFolder() / "file.conf";
     WriteWholeFile(plain, "<sentrel_configuration/>");

@@ -4,6 +4,7 @@
 #include <set>
 
 #include "common/text.h"
+#include "cryptd/SNCryptdAPI.h"
 #include "tests/support/fake_crypto_service.h"
 #include "tests/support/machine.h"
 #include "tests/support/registry.h"
@@ -100,6 +101,13 @@ TEST_F(CryptoServiceTest, AChangeIsBegunCommittedAndVerified) {
     EXPECT_EQ(Ask(6), 0);
     // A tool that ends without a commit leaves nothing open, and others need not wait for it.
     RunRole("crashes");
+    EXPECT_EQ(Ask(9), 0);
+    EXPECT_EQ(Ask(8), -1);
+    // A change of an ended process does not become that of another with its number.
+    std::vector<BYTE> change(16);
+    const DWORD own = GetCurrentProcessId();
+    std::copy_n(reinterpret_cast<const BYTE*>(&own), sizeof own, change.begin());
+    SetRaw(HKEY_LOCAL_MACHINE, kCryptdStateKey, TEXT("open_changes"), REG_BINARY, change);
     EXPECT_EQ(Ask(9), 0);
     EXPECT_EQ(Ask(8), -1);
     EXPECT_EQ(Ask(3), -5);
