@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "common/handles.h"
+#include "common/security.h"
 
 namespace {
 
@@ -47,7 +48,7 @@ DWORD RunInTime(HANDLE pipe, DWORD milliseconds, DWORD& transferred, Start start
 DWORD OpenInTime(const WCHAR* name, const Deadline& deadline, UniqueHandle& pipe) {
     for (;;) {
         pipe.reset(CreateFileW(
-            name, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+            name, kPipeCallerRights, 0, nullptr, OPEN_EXISTING,
             FILE_FLAG_OVERLAPPED | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION, nullptr));
         if (pipe) return ERROR_SUCCESS;
         const DWORD error = GetLastError();
@@ -61,11 +62,16 @@ DWORD OpenInTime(const WCHAR* name, const Deadline& deadline, UniqueHandle& pipe
 }  // namespace
 
 DWORD CallPipe(const WCHAR* pipe, const void* request, DWORD requestSize, void* reply,
-               DWORD& replySize, DWORD milliseconds) {
+               DWORD& replySize, DWORD milliseconds, PipeServer server) {
     const Deadline deadline(milliseconds);
     UniqueHandle client;
     const DWORD opened = OpenInTime(pipe, deadline, client);
     if (opened != ERROR_SUCCESS) return opened;
+    // The owner is asked of the connection itself: the name may be another server's by now.
+    if (server == PipeServer::kTrusted &&
+        !IsOwnedByAdministrators(client.get(), SE_KERNEL_OBJECT)) {
+        return ERROR_FILE_NOT_FOUND;
+    }
     DWORD mode = PIPE_READMODE_MESSAGE;
     if (!SetNamedPipeHandleState(client.get(), &mode, nullptr, nullptr)) return GetLastError();
     // The call only reads the request, although its type says otherwise.

@@ -4,13 +4,12 @@
 
 #include <array>
 
-OwnerAccess::OwnerAccess() {
+AccessList::AccessList(const WCHAR* list) {
     ConvertStringSecurityDescriptorToSecurityDescriptorW(
-        TEXT("D:P(A;;GA;;;OW)(A;;GA;;;SY)(A;;GA;;;BA)"), SDDL_REVISION_1,
-        &attributes_.lpSecurityDescriptor, nullptr);
+        list, SDDL_REVISION_1, &attributes_.lpSecurityDescriptor, nullptr);
 }
 
-OwnerAccess::~OwnerAccess() {
+AccessList::~AccessList() {
     LocalFree(attributes_.lpSecurityDescriptor);
 }
 
@@ -20,4 +19,17 @@ bool IsMemberOf(WELL_KNOWN_SID_TYPE group, HANDLE token) {
     BOOL isMember = FALSE;
     return CreateWellKnownSid(group, nullptr, sid.data(), &size) &&
            CheckTokenMembership(token, sid.data(), &isMember) && isMember;
+}
+
+bool IsOwnedByAdministrators(HANDLE object, SE_OBJECT_TYPE type) {
+    PSID owner = nullptr;
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    if (GetSecurityInfo(object, type, OWNER_SECURITY_INFORMATION, &owner, nullptr, nullptr, nullptr,
+                        &descriptor) != ERROR_SUCCESS) {
+        return false;
+    }
+    const bool isTheirs = owner != nullptr && (IsWellKnownSid(owner, WinLocalSystemSid) ||
+                                               IsWellKnownSid(owner, WinBuiltinAdministratorsSid));
+    LocalFree(descriptor);
+    return isTheirs;
 }

@@ -1,8 +1,9 @@
-// What accounts may do: objects that every account or none but the owner may use, and the groups of
-// an account.
+// What accounts may do: access lists of new objects, owners of existing ones, groups of an account.
 #pragma once
 
 #include <windows.h>
+// (after the types)
+#include <aclapi.h>
 
 // Security attributes with a null access-control list, valid while the object lives.
 class EveryoneAccess {
@@ -21,14 +22,14 @@ class EveryoneAccess {
     SECURITY_ATTRIBUTES attributes_ = {sizeof(SECURITY_ATTRIBUTES), &descriptor_, FALSE};
 };
 
-// Security attributes that leave out everybody but the owner, the system and administrators, valid
-// while the object lives. get() is null where memory ran out: nothing may be made then.
-class OwnerAccess {
+// Security attributes with one of the lists below, valid while the object lives. get() is null
+// where memory ran out: nothing may be made then.
+class AccessList {
   public:
-    OwnerAccess();
-    OwnerAccess(const OwnerAccess&) = delete;
-    OwnerAccess& operator=(const OwnerAccess&) = delete;
-    ~OwnerAccess();
+    explicit AccessList(const WCHAR* list);
+    AccessList(const AccessList&) = delete;
+    AccessList& operator=(const AccessList&) = delete;
+    ~AccessList();
 
     SECURITY_ATTRIBUTES* get() {
         return attributes_.lpSecurityDescriptor == nullptr ? nullptr : &attributes_;
@@ -38,6 +39,28 @@ class OwnerAccess {
     SECURITY_ATTRIBUTES attributes_ = {sizeof(SECURITY_ATTRIBUTES), nullptr, FALSE};
 };
 
+// The owner, the system and administrators may do everything; nobody else anything...
+inline constexpr const WCHAR* kOwnerAlone = TEXT("D:P(A;;GA;;;OW)(A;;GA;;;SY)(A;;GA;;;BA)");
+// ... but call the pipe. To make an instance of it takes a right that callers lack.
+inline constexpr const WCHAR* kEveryoneCalls =
+    TEXT("D:P(A;;GA;;;OW)(A;;GA;;;SY)(A;;GA;;;BA)(A;;0x12018b;;;AU)");
+// The same, of a pipe that belongs to the administrators, whoever of them serves it. Other accounts
+// cannot make an object with this owner.
+inline constexpr const WCHAR* kServedByAdministrators =
+    TEXT("O:BAD:P(A;;GA;;;OW)(A;;GA;;;SY)(A;;GA;;;BA)(A;;0x12018b;;;AU)");
+class OwnerAccess : public AccessList {
+  public:
+    OwnerAccess() : AccessList(kOwnerAlone) {}
+};
+
+// The rights that callers of a pipe ask for: GENERIC_WRITE would contain that to make an instance.
+inline constexpr DWORD kPipeCallerRights = GENERIC_READ | FILE_WRITE_DATA | FILE_WRITE_ATTRIBUTES;
+
 // True when a token's account belongs to the group; null stands for the account that the thread
 // acts as. A token that is given is an impersonation token with the right TOKEN_QUERY.
 bool IsMemberOf(WELL_KNOWN_SID_TYPE group, HANDLE token = nullptr);
+
+// Whether an opened object belongs to the system or to the administrators: a file or folder
+// (SE_FILE_OBJECT), or the pipe at a client's end (SE_KERNEL_OBJECT), whose owner serves it. Other
+// accounts cannot make such an object. The handle has the right READ_CONTROL.
+bool IsOwnedByAdministrators(HANDLE object, SE_OBJECT_TYPE type);

@@ -172,7 +172,8 @@ TEST_F(GuiTest, HostileClientsDoNotDisturb) {
         std::copy_n(reinterpret_cast<const BYTE*>(&first), sizeof first, message.begin());
         GuiReply reply = {0};
         DWORD replySize = sizeof reply;
-        CallPipe(kGuiOfSession3, message.data(), size, &reply, replySize, 5000);
+        CallPipe(kGuiOfSession3, message.data(), size, &reply, replySize, 5000,
+                 PipeServer::kAnyone);
         EXPECT_EQ(reply.taken, 0U) << size;
     }
     EXPECT_NE(PostMessageGui(kGuiOfSession3, 1, 0, 0, 0, 0), 0);

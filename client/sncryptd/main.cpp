@@ -135,11 +135,12 @@ class Server {
 
 UniqueHandle Server::NewInstance(DWORD flags) {
     // Every account may ask; what it asks for decides whether it may have it.
-    EveryoneAccess everyone;
+    AccessList callers(kServedByAdministrators);
+    if (callers.get() == nullptr) return {};
     return UniqueHandle(CreateNamedPipeW(
         kCryptdPipe, PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED | flags,
         PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_WAIT | PIPE_REJECT_REMOTE_CLIENTS,
-        kPlaces + kFreeInstances, kLargestMessage, kLargestMessage, 0, everyone.get()));
+        kPlaces + kFreeInstances, kLargestMessage, kLargestMessage, 0, callers.get()));
 }
 
 [[noreturn]] void GiveUp(DWORD error) {

@@ -116,11 +116,12 @@ class Server {
 
 UniqueHandle Server::NewInstance(DWORD flags) const {
     // The tool posts from whatever account it runs in.
-    EveryoneAccess everyone;
+    AccessList callers(kEveryoneCalls);
+    if (callers.get() == nullptr) return {};
     return UniqueHandle(CreateNamedPipeW(
         pipe_.c_str(), PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED | flags,
         PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_WAIT | PIPE_REJECT_REMOTE_CLIENTS,
-        kClientsAtOnce, sizeof(GuiReply), sizeof(Message), 0, everyone.get()));
+        kClientsAtOnce, sizeof(GuiReply), sizeof(Message), 0, callers.get()));
 }
 
 // Takes one message. One that is too long or not understood is not shown.

@@ -39,8 +39,11 @@ LastReached& LastReachedGui() {
 bool Deliver(const WCHAR* pipe, const void* message, DWORD size) {
     GuiReply reply = {};
     DWORD replySize = sizeof reply;
-    return CallPipe(pipe, message, size, &reply, replySize, kTimeLimitMilliseconds) ==
-               ERROR_SUCCESS &&
+    // The user interface runs as the session's user, so any account may be behind its name. It is
+    // told codes and the tray's fixed texts alone, and its answer decides about no more than
+    // whether there is a tray text.
+    return CallPipe(pipe, message, size, &reply, replySize, kTimeLimitMilliseconds,
+                    PipeServer::kAnyone) == ERROR_SUCCESS &&
            replySize == sizeof reply && reply.taken != 0;
 }
 

@@ -2,7 +2,6 @@
 
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
-#include <openssl/rand.h>
 
 #include <algorithm>
 #include <limits>
@@ -11,6 +10,7 @@
 #include "client/utilsdll/crypto_context.h"
 #include "client/utilsdll/kdf.h"
 #include "client/utilsdll/machine_secret.h"
+#include "client/utilsdll/random.h"
 
 namespace utilsdll {
 namespace {
@@ -92,7 +92,7 @@ bool KeyRing::NewMessage(const WCHAR* passPhrase, MessageId& id, SecureBytes& ke
     Entry* entry = Find(digest, key, nullptr);
     if (entry == nullptr) {
         BYTE drawn[sizeof(Salt) + sizeof(std::uint32_t)];
-        if (RAND_bytes(drawn, sizeof drawn) != 1) return false;
+        if (!DrawRandom(drawn)) return false;
         Salt salt;
         std::copy_n(drawn, salt.size(), salt.begin());
         entry = Add(passPhrase, digest, salt, key);

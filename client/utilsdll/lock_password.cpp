@@ -7,7 +7,6 @@
 #include "client/utilsdll/lock_password.h"
 
 #include <openssl/crypto.h>
-#include <openssl/rand.h>
 
 #include <mutex>
 #include <utility>
@@ -16,6 +15,7 @@
 #include "client/utilsdll/boundary.h"
 #include "client/utilsdll/client_state.h"
 #include "client/utilsdll/kdf.h"
+#include "client/utilsdll/random.h"
 #include "client/utilsdll/registry_lock.h"
 #include "common/text.h"
 
@@ -77,7 +77,7 @@ bool SetLockPassword(WStringView password) {
     std::vector<BYTE> record(1 + kSaltSize);
     record[0] = kVersion;
     SecureBytes hash;
-    if (RAND_bytes(record.data() + 1, kSaltSize) != 1 ||
+    if (!DrawRandom(std::span(record).subspan(1)) ||
         !Hash(password, Bytes(record).subspan(1), hash)) {
         return false;
     }

@@ -1,8 +1,7 @@
 #include "client/utilsdll/machine_secret.h"
 
-#include <openssl/rand.h>
-
 #include "client/utilsdll/data_folder.h"
+#include "client/utilsdll/random.h"
 #include "common/format.h"
 #include "common/handles.h"
 #include "common/path.h"
@@ -33,7 +32,7 @@ bool ReadSecret(HANDLE file, SecureBytes& secret) {
 bool WriteNewSecret(const WString& path) {
     SecureBytes secret(kSecretSize);
     OwnerAccess ownerAlone;
-    if (ownerAlone.get() == nullptr || RAND_bytes(secret.data(), kSecretSize) != 1) return false;
+    if (ownerAlone.get() == nullptr || !DrawRandom(secret)) return false;
     const UniqueHandle file(CreateFileW(path.c_str(), GENERIC_WRITE, 0, ownerAlone.get(),
                                         CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
     DWORD written = 0;

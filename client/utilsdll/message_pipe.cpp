@@ -78,7 +78,7 @@ extern "C" int MsgPipe_SendRecv(const WCHAR* pipe, DWORD cmdId, int param1, int 
                             std::min<DWORD>(capacity, MSGPIPE_MOST_PAYLOAD));
         auto size = static_cast<DWORD>(message.size());
         const DWORD error = CallPipe(pipe, request.data(), static_cast<DWORD>(request.size()),
-                                     message.data(), size, milliseconds);
+                                     message.data(), size, milliseconds, PipeServer::kTrusted);
         if (error != ERROR_SUCCESS) return ResultOf(error);
         return TakeReply(message, size, reply, replyBuffer, replySize);
     });

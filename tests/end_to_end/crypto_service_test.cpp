@@ -163,7 +163,7 @@ TEST_F(CryptoServiceTest, HostileClientsHoldUpNobody) {
     const auto send = [&](Bytes message) {
         DWORD replySize = 32;
         return CallPipe(kCryptdPipe, message.data(), static_cast<DWORD>(message.size()), bytes,
-                        replySize, 5'000);
+                        replySize, 5'000, PipeServer::kTrusted);
     };
     const Bytes good = Message(CRYPTD_CTRL_CMD_ID_RANDOM_BYTES_REQ, 8);
     EXPECT_EQ(send(good), DWORD{ERROR_SUCCESS});

@@ -12,6 +12,7 @@
 
 #include "common/handles.h"
 #include "common/pipe_call.h"
+#include "common/security.h"
 #include "cryptd/SNCryptdAPI.h"
 
 using Bytes = std::vector<BYTE>;
@@ -41,7 +42,7 @@ class FakeService {
     FakeService(int clients, Answer answer)
         : instance_(CreateNamedPipeW(kCryptdPipe, PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED,
                                      PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_WAIT, 1, 0, 0,
-                                     0, nullptr)),
+                                     0, AccessList(kServedByAdministrators).get())),
           thread_([this, clients, answer = std::move(answer)] {
               for (int i = 0; i < clients; ++i) Serve(answer);
           }) {}

@@ -25,7 +25,3 @@ struct FaultyRun {
 // processes; where there are fewer, nothing happens.
 FaultyRun RunWithFault(Fault fault, std::size_t at, const std::string& program,
                        const std::vector<std::string>& arguments);
-
-// From now on the process can start no thread and no other process. Of no effect on an
-// administrator's.
-void RunOutOfThreads();

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <seccomp.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -130,9 +129,4 @@ FaultyRun RunWithFault(Fault fault, std::size_t at, const std::string& program,
         seccomp_notify_respond(listener.fd, &response);
     }
     return {result.get(), std::move(calls)};
-}
-
-void RunOutOfThreads() {
-    const rlimit none{0, 0};
-    if (setrlimit(RLIMIT_NPROC, &none) != 0) Throw("setrlimit");
 }

@@ -5,5 +5,3 @@
 FaultyRun RunWithFault(Fault, std::size_t, const std::string&, const std::vector<std::string>&) {
     throw std::logic_error("no faults at system calls");
 }
-
-void RunOutOfThreads() {}

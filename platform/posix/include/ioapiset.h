@@ -1,8 +1,9 @@
 // Overlapped operations. They are supported by pipes that were opened with FILE_FLAG_OVERLAPPED: a
-// call that gets an OVERLAPPED and cannot finish at once fails with ERROR_IO_PENDING and goes on by
-// itself. Its end sets the event of the OVERLAPPED, if it has one, and ends a wait for the handle.
-// A handle has one such operation at a time (ERROR_NOT_SUPPORTED); it must have ended before its
-// buffers and its OVERLAPPED go. Closing the handle cancels it.
+// call that gets an OVERLAPPED and cannot finish at once fails with ERROR_IO_PENDING. It goes on
+// while its caller waits for the event of the OVERLAPPED, for the handle or for the result; its end
+// sets the event. A handle is used by one thread at a time and has one such operation
+// (ERROR_NOT_SUPPORTED), which must have ended before its buffers and its OVERLAPPED go. Closing
+// the handle cancels it.
 #pragma once
 
 #include <minwinbase.h>

@@ -3,6 +3,11 @@
 //
 // A message has at most about 200,000 bytes (the system's limit of a socket's buffer); a larger one
 // fails with ERROR_NO_SYSTEM_RESOURCES. A message stays readable after its writer has gone.
+//
+// Clients wait in the server's queue until an instance takes them: opening the pipe succeeds as
+// long as it is served, and fails with ERROR_PIPE_BUSY only when some thousand wait. A client that
+// has hung up in the queue is not taken. The owner of a client's handle (GetSecurityInfo) is the
+// account that serves the pipe.
 #pragma once
 
 #include <minwinbase.h>
@@ -17,8 +22,6 @@
 #define PIPE_TYPE_MESSAGE 0x00000004
 #define PIPE_REJECT_REMOTE_CLIENTS 0x00000008
 #define PIPE_UNLIMITED_INSTANCES 255
-#define NMPWAIT_USE_DEFAULT_WAIT 0x00000000
-#define NMPWAIT_WAIT_FOREVER 0xffffffff
 
 extern "C" {
 
@@ -55,9 +58,9 @@ WINAPI_EXPORT BOOL WINAPI SetNamedPipeHandleState(HANDLE hNamedPipe, LPDWORD lpM
                                                   LPDWORD lpMaxCollectionCount,
                                                   LPDWORD lpCollectDataTimeout);
 
-// Waits until an instance is free, without taking it: milliseconds, NMPWAIT_WAIT_FOREVER, or
-// NMPWAIT_USE_DEFAULT_WAIT (50 milliseconds). ERROR_FILE_NOT_FOUND when nobody serves the pipe,
-// ERROR_SEM_TIMEOUT when all stay busy.
+// Tells whether the pipe is served (else ERROR_FILE_NOT_FOUND), after a moment in which a full
+// queue may have moved. A client need not wait for a free instance: CreateFileW lets it into the
+// queue.
 WINAPI_EXPORT BOOL WINAPI WaitNamedPipeW(LPCWSTR lpNamedPipeName, DWORD nTimeOut);
 
 // Writes one message and reads the next one. ERROR_BAD_PIPE when this end does not read messages,

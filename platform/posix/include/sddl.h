@@ -12,7 +12,8 @@ extern "C" {
 // administrators and nothing for others, where each "A;;" may be "A;OICI;" for all that is made in
 // a folder; and behind it at most one "(A;;0x<rights>;;;<account>)". Of such rights those to read
 // and write data and to enter a folder count. They go to the account's own group, so members of
-// that group have them, too.
+// that group have them, too; those of the account "AU", every authenticated user, go to all. The
+// owner of a new object is the account that makes it, also where "O:BA" names the administrators.
 WINAPI_EXPORT BOOL WINAPI ConvertStringSecurityDescriptorToSecurityDescriptorW(
     LPCWSTR StringSecurityDescriptor, DWORD StringSDRevision,
     PSECURITY_DESCRIPTOR* SecurityDescriptor, PULONG SecurityDescriptorSize);

@@ -51,6 +51,8 @@ WINAPI_EXPORT BOOL WINAPI DuplicateToken(HANDLE ExistingTokenHandle,
 // (ERROR_INSUFFICIENT_BUFFER).
 WINAPI_EXPORT BOOL WINAPI CreateWellKnownSid(WELL_KNOWN_SID_TYPE WellKnownSidType, PSID DomainSid,
                                              PSID pSid, DWORD* cbSid);
+WINAPI_EXPORT BOOL WINAPI IsWellKnownSid(PSID pSid, WELL_KNOWN_SID_TYPE WellKnownSidType);
+WINAPI_EXPORT BOOL WINAPI EqualSid(PSID pSid1, PSID pSid2);
 // The size of an identifier in bytes.
 WINAPI_EXPORT DWORD WINAPI GetLengthSid(PSID pSid);
 // Whether a token's account is, or belongs to, one of those four. The token belongs to no process

@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#include "accounts.h"
 #include "hive.h"
 #include "last_error.h"
 #include "thread_identity.h"
@@ -66,14 +67,20 @@ const std::vector<WellKnownSid>& WellKnownSids() {
 }
 
 constexpr std::size_t kSidHeaderSize = offsetof(SID, SubAuthority);
+constexpr BYTE kWindows = 5;      // the authority of Windows' own accounts
+constexpr BYTE kPosixUsers = 22;  // ... and of users of POSIX, as others name them, too
+
+std::vector<BYTE> BytesOfSid(BYTE authority, const std::vector<DWORD>& below) {
+    const std::size_t size = below.size() * sizeof(DWORD);
+    std::vector<BYTE> bytes = {SID_REVISION, static_cast<BYTE>(below.size()), 0, 0, 0, 0, 0,
+                               authority};
+    bytes.resize(kSidHeaderSize + size);
+    std::memcpy(bytes.data() + kSidHeaderSize, below.data(), size);
+    return bytes;
+}
 
 std::vector<BYTE> BytesOfSid(const WellKnownSid& sid) {
-    const std::size_t size = sid.authorities.size() * sizeof(DWORD);
-    std::vector<BYTE> bytes = {
-        SID_REVISION, static_cast<BYTE>(sid.authorities.size()), 0, 0, 0, 0, 0, 5};
-    bytes.resize(kSidHeaderSize + size);
-    std::memcpy(bytes.data() + kSidHeaderSize, sid.authorities.data(), size);
-    return bytes;
+    return BytesOfSid(kWindows, sid.authorities);
 }
 
 bool IsSid(const std::vector<BYTE>& bytes, const void* sid) {
@@ -82,6 +89,15 @@ bool IsSid(const std::vector<BYTE>& bytes, const void* sid) {
 }
 
 }  // namespace
+
+std::vector<BYTE> SidOfAccount(uid_t account) {
+    return account == 0 ? BytesOfSid(kWindows, {18}) : BytesOfSid(kPosixUsers, {1, account});
+}
+
+std::vector<BYTE> SidOfAdministrators() {
+    return BytesOfSid(kWindows, {32, 544});
+}
+
 }  // namespace platform
 
 using platform::Fail;
@@ -100,6 +116,17 @@ extern "C" BOOL WINAPI CreateWellKnownSid(WELL_KNOWN_SID_TYPE WellKnownSidType, 
         return TRUE;
     }
     return Fail(ERROR_NOT_SUPPORTED);
+}
+
+extern "C" BOOL WINAPI IsWellKnownSid(PSID pSid, WELL_KNOWN_SID_TYPE WellKnownSidType) {
+    return std::ranges::any_of(platform::WellKnownSids(), [=](const auto& sid) {
+        return sid.type == WellKnownSidType && platform::IsSid(platform::BytesOfSid(sid), pSid);
+    });
+}
+
+extern "C" BOOL WINAPI EqualSid(PSID pSid1, PSID pSid2) {
+    const DWORD size = GetLengthSid(pSid1);
+    return size == GetLengthSid(pSid2) && std::memcmp(pSid1, pSid2, size) == 0;
 }
 
 extern "C" DWORD WINAPI GetLengthSid(PSID pSid) {

@@ -6,7 +6,9 @@
 
 #include <algorithm>
 #include <chrono>
+#include <condition_variable>
 #include <limits>
+#include <mutex>
 
 namespace platform {
 
@@ -17,6 +19,7 @@ class Deadline {
         : isInfinite_(milliseconds == INFINITE),
           end_(Clock::now() + std::chrono::milliseconds(milliseconds)) {}
 
+    bool IsInfinite() const { return isInfinite_; }
     bool HasPassed() const { return !isInfinite_ && Clock::now() >= end_; }
 
     // The rest as poll() takes it. A rest longer than poll() can wait is cut: check HasPassed().
@@ -25,6 +28,15 @@ class Deadline {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(end_ - Clock::now()).count();
         constexpr std::int64_t kLongest = std::numeric_limits<int>::max();
         return static_cast<int>(std::clamp<std::int64_t>(left, 0, kLongest));
+    }
+
+    // Waits for the condition, which is notified of changes; false when it did not hold in time.
+    template <typename Condition>
+    bool WaitFor(std::condition_variable& changed, std::unique_lock<std::mutex>& lock,
+                 Condition condition) const {
+        if (!isInfinite_) return changed.wait_until(lock, end_, condition);
+        changed.wait(lock, condition);
+        return true;
     }
 
   private:

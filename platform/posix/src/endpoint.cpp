@@ -6,8 +6,10 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <sstream>
 
 #include "last_error.h"
+#include "thread_identity.h"
 
 namespace platform {
 namespace {
@@ -46,6 +48,18 @@ bool MakeParents(const std::string& path) {
     return true;
 }
 
+// Makes a folder of the machine when it is missing. Only its owners do: what another account made
+// would be in their way.
+bool MakeMachineFolder(const std::string& path, mode_t mode) {
+    struct stat info {};
+    if (lstat(path.c_str(), &info) != 0) {
+        if (errno != ENOENT) return FailWithErrno(errno);
+        if (!OwnsMachine(ThreadAccount())) return Fail(ERROR_ACCESS_DENIED);
+        if (!MakeFolder(path, mode) || lstat(path.c_str(), &info) != 0) return FailWithErrno(errno);
+    }
+    return (S_ISDIR(info.st_mode) && OwnsMachine(info.st_uid)) || Fail(ERROR_ACCESS_DENIED);
+}
+
 }  // namespace
 
 const std::string& EndpointFolder() {
@@ -53,12 +67,24 @@ const std::string& EndpointFolder() {
     return folder;
 }
 
+bool OwnsMachine(uid_t account) {
+    struct stat info {};
+    return account == 0 || (stat(EndpointFolder().c_str(), &info) == 0 && info.st_uid == account);
+}
+
 std::string EndpointSubfolder(const char* name, FolderUse use) {
-    std::string path = EndpointFolder() + "/" + name;
+    std::string path = EndpointFolder();
+    if (!MakeParents(path + "/")) {
+        FailWithErrno(errno);
+        return {};
+    }
     const mode_t mode = use == FolderUse::kEveryoneWrites ? 01777 : 0755;
-    if (MakeFolder(path, mode) || (MakeParents(path) && MakeFolder(path, mode))) return path;
-    FailWithErrno(errno);
-    return {};
+    std::istringstream parts(name);
+    for (std::string part; std::getline(parts, part, '/');) {
+        path += "/" + part;
+        if (!MakeMachineFolder(path, mode)) return {};
+    }
+    return path;
 }
 
 std::string EndpointUserFolder(uid_t user) {

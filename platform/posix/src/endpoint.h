@@ -11,12 +11,16 @@ namespace platform {
 // state folder. Decided once per process. Absolute, without a trailing slash.
 const std::string& EndpointFolder();
 
+// Whether the machine is the account's: root, and the owner of the machine's folder.
+bool OwnsMachine(uid_t account);
+
 // Who may make files in a folder of the machine: its owner alone (others may read), or every
 // account, each keeping what it made (a sticky folder, as the temporary folder is).
 enum class FolderUse { kOwnerWrites, kEveryoneWrites };
 
 // The path of a folder below the machine's folder, made with its parents when it is missing; empty,
-// with the last error set, when it cannot be made.
+// with the last error set, when it cannot be made, and with ERROR_ACCESS_DENIED when it or one
+// above it is not the machine's: a link, or made by an account that does not own the machine.
 std::string EndpointSubfolder(const char* name, FolderUse use);
 
 // The private folder of an account below the machine's folder ("users/<uid>", mode 0700), made

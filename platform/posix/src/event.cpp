@@ -1,92 +1,165 @@
-#include <synchapi.h>
+#include "event.h"
 
+#include <poll.h>
+#include <synchapi.h>
+#include <sys/inotify.h>
+
+#include <array>
 #include <cerrno>
+#include <optional>
+#include <string>
 
 #include "last_error.h"
 #include "named_object.h"
+#include "thread_identity.h"
 
+namespace platform {
 namespace {
 
-using platform::ObjectKind;
-using platform::ObjectMemory;
-using platform::ObjectState;
-
-// The lowest bit of the state's word says whether the event is set; the others count how often it
-// was, so that a waiter learns of a setting that was undone before it woke up.
-constexpr std::uint32_t kSet = 1;
-constexpr std::uint32_t kOneSetting = 2;
-
-class Event : public platform::NamedObject {
+// Tells when the file of an object was written, also before the wait began.
+class Watch {
   public:
-    using NamedObject::NamedObject;
-
-    BOOL Set() const {
-        if (!Allows(EVENT_MODIFY_STATE)) return platform::Fail(ERROR_ACCESS_DENIED);
-        auto& word = State().word;
-        std::uint32_t old = word;
-        while (!word.compare_exchange_weak(old, (old | kSet) + kOneSetting)) continue;
-        // All of them: one that was chosen alone might be killed before it takes its turn.
-        platform::FutexWakeAll(word);
-        return TRUE;
+    explicit Watch(const ObjectFile& file) : watch_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
+        const ActAsProcess asProcess;  // which may read the file, as who opened it might
+        const std::string path = "/proc/self/fd/" + std::to_string(file.Descriptor());
+        isSet_ = watch_ && inotify_add_watch(watch_.get(), path.c_str(), IN_MODIFY) >= 0;
+        if (!isSet_) FailWithErrno(errno);
     }
-    BOOL Reset() const {
-        if (!Allows(EVENT_MODIFY_STATE)) return platform::Fail(ERROR_ACCESS_DENIED);
-        State().word &= ~kSet;
-        return TRUE;
+    // False, with the last error set, when no watch is to be had.
+    explicit operator bool() const { return isSet_; }
+
+    void WaitForChange(const Deadline& deadline) const {
+        pollfd polled{watch_.get(), POLLIN, 0};
+        poll(&polled, 1, deadline.PollTimeout());
+        std::array<char, 1024> changes{};
+        while (read(watch_.get(), changes.data(), changes.size()) > 0) continue;
     }
 
-  protected:
-    DWORD WaitForState(DWORD milliseconds) override {
-        const auto deadline = platform::DeadlineOf(milliseconds);
-        auto& word = State().word;
-        const bool manual = State().manualReset != 0;
-        const std::uint32_t first = word;
-        for (std::uint32_t seen = first;; seen = word) {
-            if (manual && ((seen & kSet) != 0 || seen / kOneSetting != first / kOneSetting)) {
-                return WAIT_OBJECT_0;
-            }
-            while (!manual && (seen & kSet) != 0) {
-                if (word.compare_exchange_weak(seen, seen & ~kSet)) return WAIT_OBJECT_0;
-            }
-            const int error = platform::FutexWait(word, seen, deadline);
-            if (error == ETIMEDOUT) return WAIT_TIMEOUT;
-            if (error != 0 && error != EAGAIN && error != EINTR) {
-                platform::FailWithErrno(error);
-                return WAIT_FAILED;
-            }
+  private:
+    UniqueDescriptor watch_;
+    bool isSet_ = false;
+};
+
+class Event final : public SyncObject {
+  public:
+    using SyncObject::SyncObject;
+
+    BOOL Change(bool isSet);
+    void SetSource(std::weak_ptr<KernelObject> source) {
+        const std::lock_guard lock(mutex_);
+        source_ = std::move(source);
+    }
+
+    DWORD Wait(const Deadline& deadline) override;
+
+  private:
+    DWORD Take(std::optional<std::uint32_t>& first);
+    DWORD WaitForThreads(const Deadline& deadline);
+    DWORD WaitForProcesses(const Deadline& deadline);
+
+    std::weak_ptr<KernelObject> source_;
+};
+
+BOOL Event::Change(bool isSet) {
+    const std::lock_guard lock(mutex_);
+    const Gate gate(File());
+    ObjectState state;
+    if (!gate || !Load(state)) return FALSE;
+    if (isSet) ++state.settings;
+    state.isSet = isSet ? 1 : 0;
+    if (!Store(state)) return FALSE;
+    if (isSet) source_.reset();
+    changed_.notify_all();
+    return TRUE;
+}
+
+// One look: WAIT_TIMEOUT while the event is not set. An event without automatic reset that was set
+// since the first look counts as set, also when it is not any more.
+DWORD Event::Take(std::optional<std::uint32_t>& first) {
+    const Gate gate(File());
+    ObjectState state;
+    if (!gate || !Load(state)) return WAIT_FAILED;
+    if (!first) first = state.settings;
+    const bool wasSet = state.isManual != 0 && state.settings != *first;
+    if (state.isSet == 0 && !wasSet) return WAIT_TIMEOUT;
+    if (state.isManual != 0) return WAIT_OBJECT_0;
+    state.isSet = 0;
+    return Store(state) ? WAIT_OBJECT_0 : WAIT_FAILED;
+}
+
+DWORD Event::Wait(const Deadline& deadline) {
+    std::unique_lock lock(mutex_);
+    const auto source = source_.lock();
+    lock.unlock();
+    if (source) source->Wait(deadline);
+    return File() ? WaitForProcesses(deadline) : WaitForThreads(deadline);
+}
+
+DWORD Event::WaitForThreads(const Deadline& deadline) {
+    std::unique_lock lock(mutex_);
+    std::optional<std::uint32_t> first;
+    DWORD result = WAIT_TIMEOUT;
+    deadline.WaitFor(changed_, lock, [&] {
+        result = Take(first);
+        return result != WAIT_TIMEOUT;
+    });
+    return result;
+}
+
+DWORD Event::WaitForProcesses(const Deadline& deadline) {
+    std::optional<std::uint32_t> first;
+    std::optional<Watch> watch;  // stands before a look, so that nothing is missed after it
+    for (;;) {
+        std::unique_lock lock(mutex_);
+        const DWORD result = Take(first);
+        lock.unlock();
+        if (result != WAIT_TIMEOUT || deadline.HasPassed()) return result;
+        if (watch) {
+            watch->WaitForChange(deadline);
+        } else if (!watch.emplace(File())) {
+            return WAIT_FAILED;
         }
     }
-};
+}
+
+std::shared_ptr<SyncObject> MakeEvent(ObjectFile file, const ObjectState& state) {
+    return std::make_shared<Event>(std::move(file), state);
+}
+
+ObjectRequest RequestFor(LPCWSTR name, BOOL isManual, BOOL isSet) {
+    const ObjectState state{
+        .kind = ObjectKind::kEvent, .isManual = isManual ? 1U : 0U, .isSet = isSet ? 1U : 0U};
+    return {name, state, MakeEvent, false};
+}
 
 }  // namespace
 
+void SetSourceOfEvent(HANDLE event, std::weak_ptr<KernelObject> source) {
+    if (const auto known = SyncObjectOf<Event>(event, 0)) known->SetSource(std::move(source));
+}
+
+}  // namespace platform
+
+using platform::Event;
+using platform::SyncObjectOf;
+
 extern "C" HANDLE WINAPI CreateEventW(LPSECURITY_ATTRIBUTES lpEventAttributes, BOOL bManualReset,
                                       BOOL bInitialState, LPCWSTR lpName) {
-    const auto initialize = [=](ObjectState& state) {
-        state.manualReset = bManualReset ? 1 : 0;
-        state.word = bInitialState ? kSet : 0;
-    };
-    bool existed = false;
-    auto memory =
-        ObjectMemory::Create(lpName, lpEventAttributes, ObjectKind::kEvent, initialize, existed);
-    if (!memory) return nullptr;
-    SetLastError(existed ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
-    return platform::OpenHandle(std::make_shared<Event>(std::move(memory), EVENT_ALL_ACCESS));
+    return platform::CreateObject(platform::RequestFor(lpName, bManualReset, bInitialState),
+                                  lpEventAttributes, EVENT_ALL_ACCESS);
 }
 
 extern "C" HANDLE WINAPI OpenEventW(DWORD dwDesiredAccess, BOOL /*bInheritHandle*/,
                                     LPCWSTR lpName) {
-    auto memory = ObjectMemory::Open(lpName, ObjectKind::kEvent);
-    if (!memory) return nullptr;
-    return platform::OpenHandle(std::make_shared<Event>(std::move(memory), dwDesiredAccess));
+    return platform::OpenObject(platform::RequestFor(lpName, FALSE, FALSE), dwDesiredAccess);
 }
 
 extern "C" BOOL WINAPI SetEvent(HANDLE hEvent) {
-    const auto event = platform::ObjectOf<Event>(hEvent);
-    return event ? event->Set() : FALSE;
+    const auto event = SyncObjectOf<Event>(hEvent, EVENT_MODIFY_STATE);
+    return event ? event->Change(true) : FALSE;
 }
 
 extern "C" BOOL WINAPI ResetEvent(HANDLE hEvent) {
-    const auto event = platform::ObjectOf<Event>(hEvent);
-    return event ? event->Reset() : FALSE;
+    const auto event = SyncObjectOf<Event>(hEvent, EVENT_MODIFY_STATE);
+    return event ? event->Change(false) : FALSE;
 }

@@ -1,5 +1,6 @@
 #include "file_object.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -47,6 +48,13 @@ BOOL DescriptorObject::Flush() {
     // A stream without storage has nothing to flush.
     if (fsync(descriptor_) == 0 || errno == EINVAL || errno == EROFS) return TRUE;
     return FailWithErrno(errno);
+}
+
+std::optional<uid_t> DescriptorObject::Owner() {
+    struct stat info {};
+    if (fstat(descriptor_, &info) == 0) return info.st_uid;
+    FailWithErrno(errno);
+    return std::nullopt;
 }
 
 }  // namespace platform

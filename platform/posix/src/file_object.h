@@ -28,6 +28,7 @@ class DescriptorObject : public FileObject {
     BOOL Read(void* buffer, DWORD size, DWORD& read) override;
     BOOL Write(const void* data, DWORD size, DWORD& written) override;
     BOOL Flush() override;
+    std::optional<uid_t> Owner() override;
 
   protected:
     int descriptor_;

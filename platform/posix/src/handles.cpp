@@ -54,9 +54,14 @@ HandleTable& Table() {
 
 KernelObject::~KernelObject() = default;
 
-DWORD KernelObject::Wait(DWORD /*milliseconds*/) {
+DWORD KernelObject::Wait(const Deadline& /*deadline*/) {
     SetLastError(ERROR_INVALID_HANDLE);
     return WAIT_FAILED;
+}
+
+std::optional<uid_t> KernelObject::Owner() {
+    SetLastError(ERROR_NOT_SUPPORTED);
+    return std::nullopt;
 }
 
 HANDLE OpenHandle(std::shared_ptr<KernelObject> object) {

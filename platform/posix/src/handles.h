@@ -3,11 +3,15 @@
 
 #include <errhandlingapi.h>
 #include <handleapi.h>
+#include <sys/types.h>
 #include <winerror.h>
 
 #include <memory>
+#include <optional>
 
 namespace platform {
+
+class Deadline;
 
 // What a handle names. Objects are shared: each open handle holds one reference, and the last one
 // to go destroys the object.
@@ -18,10 +22,12 @@ class KernelObject {
     KernelObject& operator=(const KernelObject&) = delete;
     virtual ~KernelObject();
 
-    // Waits until the object is signalled, for `milliseconds` at most (INFINITE: without limit).
-    // Returns one of the WAIT_ codes; an object that cannot be waited for gives WAIT_FAILED with
-    // ERROR_INVALID_HANDLE.
-    virtual DWORD Wait(DWORD milliseconds);
+    // Waits until the object is signalled. Returns one of the WAIT_ codes; an object that cannot be
+    // waited for gives WAIT_FAILED with ERROR_INVALID_HANDLE.
+    virtual DWORD Wait(const Deadline& deadline);
+    // The account that owns the object; none, with ERROR_NOT_SUPPORTED or another code as last
+    // error, when it cannot be told.
+    virtual std::optional<uid_t> Owner();
 };
 
 // Puts the object into the table. The handle is never null and never INVALID_HANDLE_VALUE.

@@ -1,15 +1,16 @@
 #include "named_object.h"
 
 #include <fcntl.h>
-#include <synchapi.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <new>
+#include <optional>
 #include <string_view>
+#include <vector>
 
 #include "endpoint.h"
+#include "file_lock.h"
 #include "last_error.h"
 #include "security.h"
 #include "text.h"
@@ -18,49 +19,10 @@
 namespace platform {
 namespace {
 
-// Bytes of an object's file that locks are held on: each holder of the object has a shared lock on
-// the first; whoever opens or gives up the object has an exclusive one on the second meanwhile.
+// Bytes of an object's file that locks are held on, beside the mutex owner's: each process that has
+// the object open has a shared lock on the first; the gate is an exclusive one on the second.
 constexpr off_t kExistence = 0;
 constexpr off_t kGate = 1;
-
-struct flock LockOf(short type, off_t byte) {
-    struct flock lock {};
-    lock.l_type = type;
-    lock.l_whence = SEEK_SET;
-    lock.l_start = byte;
-    lock.l_len = 1;
-    return lock;
-}
-
-bool SetLock(int file, short type, off_t byte) {
-    struct flock lock = LockOf(type, byte);
-    int failed = 0;
-    do {
-        failed = fcntl(file, F_OFD_SETLKW, &lock);
-    } while (failed != 0 && errno == EINTR);
-    return failed == 0 || FailWithErrno(errno);
-}
-
-bool Exists(int file) {
-    struct flock lock = LockOf(F_WRLCK, kExistence);
-    return fcntl(file, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
-}
-
-// Keeps others from opening or giving up the object.
-class Gate {
-  public:
-    explicit Gate(int file) : file_(file), passed_(SetLock(file, F_WRLCK, kGate)) {}
-    Gate(const Gate&) = delete;
-    Gate& operator=(const Gate&) = delete;
-    ~Gate() {
-        if (passed_) SetLock(file_, F_UNLCK, kGate);
-    }
-    explicit operator bool() const { return passed_; }
-
-  private:
-    int file_;
-    bool passed_;
-};
 
 // A file name for an object name: its letters and digits, and every other byte as %XX. Names of the
 // session ("Local\") are the plain names. Empty, with the last error set, for an impossible name.
@@ -89,9 +51,13 @@ std::string FileNameOf(std::u16string_view name) {
 }
 
 // The object's file; empty, with the last error set, on failure.
-std::string PathOfObject(LPCWSTR name) {
+std::string PathOfObject(LPCWSTR name, bool create) {
     const std::string file = FileNameOf(name);
     if (file.empty()) return {};
+    if (!create && access((EndpointFolder() + "/run").c_str(), F_OK) != 0) {
+        Fail(ERROR_FILE_NOT_FOUND);
+        return {};
+    }
     const ActAsProcess asProcess;  // the folder is the machine's, also when a user's object is made
     const std::string folder = EndpointSubfolder("run", FolderUse::kEveryoneWrites);
     return folder.empty() ? std::string() : folder + "/" + file;
@@ -100,168 +66,224 @@ std::string PathOfObject(LPCWSTR name) {
 // Opens the file, or makes it when asked to. Not with O_CREAT alone: systems forbid that for
 // another account's file in a folder that everyone writes.
 UniqueDescriptor OpenObjectFile(const std::string& path, bool create) {
-    constexpr int kFlags = O_RDWR | O_CLOEXEC | O_NOFOLLOW;
-    UniqueDescriptor file(open(path.c_str(), kFlags));
-    if (!file && errno == ENOENT && create) {
+    constexpr int kFlags = O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+    for (;;) {
+        UniqueDescriptor file(open(path.c_str(), kFlags));
+        if (file || errno != ENOENT || !create) return file;
         file = UniqueDescriptor(open(path.c_str(), kFlags | O_CREAT | O_EXCL, 0600));
-        if (!file && errno == EEXIST) return OpenObjectFile(path, create);
+        if (file || errno != EEXIST) return file;
     }
-    return file;
 }
 
-bool IsStillNamed(int file, const std::string& path) {
-    struct stat opened {};
-    struct stat named {};
-    return fstat(file, &opened) == 0 && lstat(path.c_str(), &named) == 0 &&
-           opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+bool IsSameFile(const struct stat& one, const struct stat& other) {
+    return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
 }
 
-ObjectState* MapState(int file) {
-    struct stat info {};
-    if (fstat(file, &info) != 0 || info.st_size < static_cast<off_t>(sizeof(ObjectState))) {
-        Fail(ERROR_INVALID_HANDLE);
-        return nullptr;
-    }
-    void* const memory =
-        mmap(nullptr, sizeof(ObjectState), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
-    if (memory == MAP_FAILED) {
-        FailWithErrno(errno);
-        return nullptr;
-    }
-    return static_cast<ObjectState*>(memory);
+enum class Outcome { kDone, kAgain, kFailed };
+
+Outcome FailedWith(DWORD error) {
+    Fail(error);
+    return Outcome::kFailed;
 }
 
-}  // namespace
-
-// How an object is to be opened.
-struct ObjectMemory::Opening {
-    std::string path;
-    ObjectKind kind;
-    const Initialize* initialize;  // of a new object; null: only an existing one is wanted
-    mode_t mode;                   // of a new object
-    bool existed = false;          // the result
-};
-
-std::unique_ptr<ObjectMemory> ObjectMemory::Create(LPCWSTR name,
-                                                   const SECURITY_ATTRIBUTES* attributes,
-                                                   ObjectKind kind, const Initialize& initialize,
-                                                   bool& existed) {
-    if (name == nullptr || *name == 0) {
-        std::unique_ptr<ObjectMemory> memory(new ObjectMemory);
-        memory->state_ = new ObjectState{};
-        initialize(*memory->state_);
-        existed = false;
-        return memory;
-    }
-    Opening opening{PathOfObject(name), kind, &initialize, ModeOfNewFile(attributes)};
-    auto memory = Attach(opening);
-    existed = opening.existed;
-    return memory;
-}
-
-std::unique_ptr<ObjectMemory> ObjectMemory::Open(LPCWSTR name, ObjectKind kind) {
-    if (name == nullptr) {
-        Fail(ERROR_INVALID_PARAMETER);
-        return nullptr;
-    }
-    Opening opening{PathOfObject(name), kind, nullptr, 0};
-    return Attach(opening);
-}
-
-std::unique_ptr<ObjectMemory> ObjectMemory::Attach(Opening& opening) {
-    if (opening.path.empty()) return nullptr;
-    Outcome outcome = Outcome::kAgain;
-    while (outcome == Outcome::kAgain) {
-        std::unique_ptr<ObjectMemory> memory(new ObjectMemory);
-        memory->path_ = opening.path;
-        memory->file_ = OpenObjectFile(opening.path, opening.initialize != nullptr);
-        if (!memory->file_) {
-            FailWithErrno(errno);
-            return nullptr;
-        }
-        outcome = memory->TryAttach(opening);
-        if (outcome == Outcome::kDone) return memory;
-    }
-    return nullptr;
-}
-
-ObjectMemory::Outcome ObjectMemory::TryAttach(Opening& opening) {
-    // 1. Nobody else opens or leaves the object now.
-    const int file = file_.get();
-    const Gate gate(file);
-    if (!gate) return Outcome::kFailed;
-    if (!IsStillNamed(file, path_)) return Outcome::kAgain;
-    // 2. What the file stands for: an object, or nothing but the remains of one.
-    opening.existed = Exists(file);
-    if (!opening.existed && opening.initialize == nullptr) {
-        Fail(ERROR_FILE_NOT_FOUND);
-        return Outcome::kFailed;
-    }
-    if (!opening.existed) {
-        const Outcome outcome = Recycle(opening.mode);
-        if (outcome != Outcome::kDone) return outcome;
-    }
-    // 3. Its state.
-    state_ = MapState(file);
-    if (state_ == nullptr) return Outcome::kFailed;
-    if (!opening.existed) {
-        state_->kind = opening.kind;
-        (*opening.initialize)(*state_);
-    }
-    if (state_->kind != opening.kind) {
-        Fail(ERROR_INVALID_HANDLE);
-        return Outcome::kFailed;
-    }
-    // 4. One holder more.
-    return SetLock(file, F_RDLCK, kExistence) ? Outcome::kDone : Outcome::kFailed;
+Outcome FailedWithErrno(int error) {
+    return FailedWith(ErrorOfErrno(error));
 }
 
 // Makes the file ready for a new object. It may be left over from a killed process, perhaps of
 // another account, which must not get at a new private object by it.
-ObjectMemory::Outcome ObjectMemory::Recycle(mode_t mode) const {
-    const auto fail = [](int error) {
-        FailWithErrno(error);
-        return Outcome::kFailed;
-    };
+Outcome Recycle(const ObjectFile& file, const std::string& path, mode_t mode,
+                const ObjectState& state) {
     struct stat info {};
-    if (fstat(file_.get(), &info) != 0) return fail(errno);
-    if (!S_ISREG(info.st_mode)) return fail(EACCES);
-    if (info.st_uid != ThreadAccount()) {
-        if (unlink(path_.c_str()) == 0) return Outcome::kAgain;
-        if (mode != (info.st_mode & 0777)) return fail(EACCES);
-    } else if (fchmod(file_.get(), mode) != 0) {
-        return fail(errno);
+    if (fstat(file.Descriptor(), &info) != 0) return FailedWithErrno(errno);
+    if (info.st_uid != ThreadAccount() || info.st_nlink != 1) {
+        if (unlink(path.c_str()) == 0) return Outcome::kAgain;
+        if (mode != (info.st_mode & 0777) || info.st_nlink != 1) return FailedWithErrno(EACCES);
+    } else if (fchmod(file.Descriptor(), mode) != 0) {
+        return FailedWithErrno(errno);
     }
-    const bool cleared = ftruncate(file_.get(), 0) == 0 &&  //
-                         ftruncate(file_.get(), sizeof(ObjectState)) == 0;
-    return cleared ? Outcome::kDone : fail(errno);
+    if (ftruncate(file.Descriptor(), 0) != 0) return FailedWithErrno(errno);
+    if (file.Write(state)) return Outcome::kDone;
+    unlink(path.c_str());
+    return Outcome::kFailed;
 }
 
-ObjectMemory::~ObjectMemory() {
-    if (!file_) {
-        delete state_;
-        return;
+// The named objects that this process has open.
+class OpenObjects {
+  public:
+    // Held while an object is opened, so that there is one for each file.
+    std::mutex mutex;
+
+    std::shared_ptr<SyncObject> Find(const ObjectFile& file) {
+        std::erase_if(objects_, [](const auto& object) { return object.expired(); });
+        for (const auto& known : objects_) {
+            auto object = known.lock();
+            if (object && object->File().IsSameAs(file)) return object;
+        }
+        return nullptr;
     }
-    if (state_ == nullptr) return;
-    const Gate gate(file_.get());
-    SetLock(file_.get(), F_UNLCK, kExistence);
-    munmap(state_, sizeof *state_);
+    void Add(const std::shared_ptr<SyncObject>& object) { objects_.push_back(object); }
+
+  private:
+    std::vector<std::weak_ptr<SyncObject>> objects_;
+};
+
+// Never destroyed: handles are opened by destructors that may run after this library's own.
+OpenObjects& AllOpenObjects() {
+    static auto* const objects = new OpenObjects;
+    return *objects;
+}
+
+// How an object is opened: what is asked for, and the result.
+struct Opening {
+    const ObjectRequest& request;
+    std::string path;
+    std::optional<mode_t> mode;  // of a new object; none: only an existing one is wanted
+    bool existed = false;
+    std::shared_ptr<SyncObject> object = nullptr;
+};
+
+Outcome TryOpen(Opening& opening) {
+    auto& all = AllOpenObjects();
+    const std::lock_guard lock(all.mutex);
+    // 1. The file, which nobody else opens or leaves now.
+    UniqueDescriptor descriptor = OpenObjectFile(opening.path, opening.mode.has_value());
+    struct stat info {};
+    if (!descriptor || fstat(descriptor.get(), &info) != 0) return FailedWithErrno(errno);
+    if (!S_ISREG(info.st_mode)) return FailedWithErrno(EACCES);
+    ObjectFile file(opening.path, std::move(descriptor));
+    const Gate gate(file);
+    if (!gate) return Outcome::kFailed;
+    if (!file.IsNamed()) return Outcome::kAgain;
+    // 2. What it stands for: an object, or nothing but the remains of one.
+    opening.existed = file.IsHeldByAnother();
+    if (!opening.existed) {
+        if (!opening.mode) return FailedWithErrno(ENOENT);
+        const Outcome outcome = Recycle(file, opening.path, *opening.mode, opening.request.state);
+        if (outcome != Outcome::kDone) return outcome;
+    }
+    ObjectState state;
+    if (!file.Read(state)) return Outcome::kFailed;
+    // 3. The object, which other handles of this process may have.
+    if (opening.existed) opening.object = all.Find(file);
+    const ObjectKind kind = opening.object ? opening.object->Kind() : state.kind;
+    if (kind != opening.request.state.kind) return FailedWith(ERROR_INVALID_HANDLE);
+    if (opening.object) return Outcome::kDone;
+    if (!file.Hold()) return Outcome::kFailed;
+    opening.object = opening.request.make(std::move(file), state);
+    all.Add(opening.object);
+    const bool isOwned = !opening.existed && opening.request.isOwned;
+    if (isOwned && opening.object->Wait(Deadline(0)) != WAIT_OBJECT_0) return Outcome::kFailed;
+    return Outcome::kDone;
+}
+
+HANDLE Open(Opening opening, DWORD access) {
+    if (opening.path.empty()) return nullptr;
+    Outcome outcome = Outcome::kAgain;
+    while (outcome == Outcome::kAgain) outcome = TryOpen(opening);
+    if (outcome == Outcome::kFailed) return nullptr;
+    SetLastError(opening.existed && opening.mode ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
+    return OpenHandle(std::make_shared<ObjectHandle>(std::move(opening.object), access));
+}
+
+}  // namespace
+
+ObjectFile::~ObjectFile() {
+    if (!file_ || !isHeld_) return;
+    const Gate gate(*this);
+    UnlockByte(file_.get(), kExistence);
     // In a folder that everyone writes only its owner may remove the file; one that stays behind
     // is no object.
-    if (!Exists(file_.get()) && IsStillNamed(file_.get(), path_)) unlink(path_.c_str());
+    if (!IsHeldByAnother() && IsNamed()) unlink(path_.c_str());
 }
 
-NamedObject::NamedObject(std::unique_ptr<ObjectMemory> memory, DWORD access)
-    : memory_(std::move(memory)), access_(access) {
+bool ObjectFile::Hold() {
+    isHeld_ = TryLockByte(file_.get(), LockMode::kShared, kExistence);
+    return isHeld_ || FailWithErrno(errno);
+}
+
+bool ObjectFile::IsHeldByAnother() const {
+    return IsByteLockedByAnother(file_.get(), kExistence);
+}
+
+bool ObjectFile::IsNamed() const {
+    struct stat opened {};
+    struct stat named {};
+    return fstat(file_.get(), &opened) == 0 && lstat(path_.c_str(), &named) == 0 &&
+           IsSameFile(opened, named);
+}
+
+bool ObjectFile::IsSameAs(const ObjectFile& other) const {
+    struct stat own {};
+    struct stat others {};
+    return fstat(file_.get(), &own) == 0 && fstat(other.file_.get(), &others) == 0 &&
+           IsSameFile(own, others);
+}
+
+bool ObjectFile::Read(ObjectState& state) const {
+    const ssize_t size = pread(file_.get(), &state, sizeof state, 0);
+    if (size < 0) return FailWithErrno(errno);
+    return size == static_cast<ssize_t>(sizeof state) || Fail(ERROR_FILE_INVALID);
+}
+
+bool ObjectFile::Write(const ObjectState& state) const {
+    const ssize_t size = pwrite(file_.get(), &state, sizeof state, 0);
+    if (size < 0) return FailWithErrno(errno);
+    return size == static_cast<ssize_t>(sizeof state) || Fail(ERROR_DISK_FULL);
+}
+
+Gate::Gate(const ObjectFile& file) : file_(file.Descriptor()) {
+    if (file && !LockByte(file_, LockMode::kExclusive, kGate)) isHeld_ = FailWithErrno(errno);
+}
+
+Gate::~Gate() {
+    if (file_ >= 0 && isHeld_) UnlockByte(file_, kGate);
+}
+
+SyncObject::~SyncObject() = default;
+
+bool SyncObject::Load(ObjectState& state) const {
+    if (file_) return file_.Read(state);
+    state = state_;
+    return true;
+}
+
+bool SyncObject::Store(const ObjectState& state) {
+    if (file_) return file_.Write(state);
+    state_ = state;
+    return true;
+}
+
+ObjectHandle::ObjectHandle(std::shared_ptr<SyncObject> object, DWORD access)
+    : object_(std::move(object)), access_(access) {
     constexpr DWORD kEverything = GENERIC_ALL | MAXIMUM_ALLOWED;
     // All rights to an event are more than all rights to a mutex.
     if ((access & kEverything) != 0) access_ |= EVENT_ALL_ACCESS;
 }
 
-DWORD NamedObject::Wait(DWORD milliseconds) {
-    if (Allows(SYNCHRONIZE)) return WaitForState(milliseconds);
+DWORD ObjectHandle::Wait(const Deadline& deadline) {
+    if (Allows(SYNCHRONIZE)) return object_->Wait(deadline);
     Fail(ERROR_ACCESS_DENIED);
     return WAIT_FAILED;
+}
+
+HANDLE CreateObject(const ObjectRequest& request, const SECURITY_ATTRIBUTES* attributes,
+                    DWORD access) {
+    if (request.name != nullptr && *request.name != 0) {
+        return Open({request, PathOfObject(request.name, true), ModeOfNewFile(attributes)}, access);
+    }
+    auto object = request.make({}, request.state);
+    if (request.isOwned) object->Wait(Deadline(0));
+    SetLastError(ERROR_SUCCESS);
+    return OpenHandle(std::make_shared<ObjectHandle>(std::move(object), access));
+}
+
+HANDLE OpenObject(const ObjectRequest& request, DWORD access) {
+    if (request.name != nullptr) {
+        return Open({request, PathOfObject(request.name, false), std::nullopt}, access);
+    }
+    Fail(ERROR_INVALID_PARAMETER);
+    return nullptr;
 }
 
 }  // namespace platform

@@ -1,82 +1,151 @@
-// What mutexes and events have in common: a little state in memory, which for a named object is
-// shared by all processes that have it open.
+// What mutexes and events have in common: a name that every process sees, and a little state.
+//
+// A named object is a file of the folder "run" below the machine's folder. It exists exactly while
+// some process holds a lock on that file, which the kernel takes from a killed one. The file is
+// read and written, never mapped: another account that may write it can disturb the object's users,
+// but not end them.
 #pragma once
 
 #include <minwinbase.h>
 #include <sys/types.h>
 
-#include <functional>
-#include <memory>
+#include <condition_variable>
+#include <mutex>
 #include <string>
 
+#include "deadline.h"
 #include "descriptor.h"
-#include "futex.h"
 #include "handles.h"
 
 namespace platform {
 
 enum class ObjectKind : std::uint32_t { kMutex = 1, kEvent = 2 };
 
-// Other accounts may write this memory when the object is everyone's, so nothing in it is trusted
-// further than that the object may misbehave.
+// The state of an object: what its file holds.
 struct ObjectState {
-    ObjectKind kind;
-    FutexWord word;                         // see mutex.cpp and event.cpp
-    std::uint32_t manualReset;              // of an event
-    std::uint32_t depth;                    // waits that a mutex's owner won after the first
-    std::atomic<std::uint64_t> ownerBirth;  // tells a mutex's owner from a later thread of its id
+    ObjectKind kind = ObjectKind::kMutex;
+    std::uint32_t isManual = 0;  // an event without automatic reset
+    std::uint32_t isSet = 0;     // an event is set; a mutex has an owner, who may have died
+    std::uint32_t settings = 0;  // how often an event was set
 };
 
-// The state of one opened object. A named object is a file of the endpoint's run folder, and exists
-// exactly while somebody holds a lock on that file - which the kernel takes from a killed process.
-class ObjectMemory {
+// The file of an object that this process has open.
+class ObjectFile {
   public:
-    using Initialize = std::function<void(ObjectState&)>;
+    ObjectFile() = default;
+    ObjectFile(std::string path, UniqueDescriptor file)
+        : path_(std::move(path)), file_(std::move(file)) {}
+    ObjectFile(ObjectFile&&) = default;
+    ObjectFile& operator=(ObjectFile&&) = delete;
+    // Gives the object up if it was held; the last process to do so removes the file.
+    ~ObjectFile();
 
-    // Creates the object in this initial state or opens the existing one, and tells which. A null
-    // name makes an object of this process. Null, with the last error set, on failure.
-    static std::unique_ptr<ObjectMemory> Create(LPCWSTR name, const SECURITY_ATTRIBUTES* attributes,
-                                                ObjectKind kind, const Initialize& initialize,
-                                                bool& existed);
-    // Opens an existing object; null with ERROR_FILE_NOT_FOUND when there is none.
-    static std::unique_ptr<ObjectMemory> Open(LPCWSTR name, ObjectKind kind);
+    // Lets the object exist. False, with the last error set, on failure.
+    bool Hold();
+    bool IsHeldByAnother() const;
 
-    ObjectMemory(const ObjectMemory&) = delete;
-    ObjectMemory& operator=(const ObjectMemory&) = delete;
-    // Gives the object up; the last one to do so removes it.
-    ~ObjectMemory();
+    // False for an object without a name.
+    explicit operator bool() const { return static_cast<bool>(file_); }
+    int Descriptor() const { return file_.get(); }
+    // Whether the path still names this file.
+    bool IsNamed() const;
+    bool IsSameAs(const ObjectFile& other) const;
 
-    ObjectState& State() const { return *state_; }
+    // Each fails with the last error set: ERROR_FILE_INVALID when the file was cut by somebody.
+    bool Read(ObjectState& state) const;
+    bool Write(const ObjectState& state) const;
 
   private:
-    struct Opening;
-    enum class Outcome { kDone, kAgain, kFailed };
-
-    ObjectMemory() = default;
-    static std::unique_ptr<ObjectMemory> Attach(Opening& opening);
-    Outcome TryAttach(Opening& opening);
-    Outcome Recycle(mode_t mode) const;
-
-    UniqueDescriptor file_;  // none for an object of this process
     std::string path_;
-    ObjectState* state_ = nullptr;
+    UniqueDescriptor file_;
+    bool isHeld_ = false;
 };
 
-// A handle's view of an object: the object and what the handle may do with it.
-class NamedObject : public KernelObject {
+// An object as this process has it: all its handles share it.
+class SyncObject {
   public:
-    NamedObject(std::unique_ptr<ObjectMemory> memory, DWORD access);
+    SyncObject(ObjectFile file, const ObjectState& state) : file_(std::move(file)), state_(state) {}
+    SyncObject(const SyncObject&) = delete;
+    SyncObject& operator=(const SyncObject&) = delete;
+    virtual ~SyncObject();
 
-    bool Allows(DWORD access) const { return (access_ & access) == access; }
-    DWORD Wait(DWORD milliseconds) final;
+    virtual DWORD Wait(const Deadline& deadline) = 0;
+    ObjectKind Kind() const { return state_.kind; }
+    const ObjectFile& File() const { return file_; }
 
   protected:
-    ObjectState& State() const { return memory_->State(); }
-    virtual DWORD WaitForState(DWORD milliseconds) = 0;
+    // The state, in the file when the object has a name. False, with the last error set, on
+    // failure.
+    bool Load(ObjectState& state) const;
+    bool Store(const ObjectState& state);
+
+    std::mutex mutex_;                 // among the threads of this process
+    std::condition_variable changed_;  // tells them of changes by each other
 
   private:
-    std::unique_ptr<ObjectMemory> memory_;
+    ObjectFile file_;
+    ObjectState state_;  // of an object without a name
+};
+
+// A handle of an object, and what it may do with it.
+class ObjectHandle final : public KernelObject {
+  public:
+    ObjectHandle(std::shared_ptr<SyncObject> object, DWORD access);
+
+    bool Allows(DWORD access) const { return (access_ & access) == access; }
+    const std::shared_ptr<SyncObject>& Object() const { return object_; }
+    DWORD Wait(const Deadline& deadline) override;
+
+  private:
+    const std::shared_ptr<SyncObject> object_;
     DWORD access_;
 };
+
+// Keeps other processes from the state of a named object, and from opening or leaving it.
+class Gate {
+  public:
+    explicit Gate(const ObjectFile& file);
+    Gate(const Gate&) = delete;
+    Gate& operator=(const Gate&) = delete;
+    ~Gate();
+    // False, with the last error set, when the lock cannot be had.
+    explicit operator bool() const { return isHeld_; }
+
+  private:
+    const int file_;
+    bool isHeld_ = true;
+};
+
+// The byte of an object's file that a mutex's owner has locked.
+inline constexpr off_t kOwnerByte = 2;
+
+struct ObjectRequest {
+    LPCWSTR name;
+    ObjectState state;  // of a new object
+    std::shared_ptr<SyncObject> (*make)(ObjectFile file, const ObjectState& state);
+    bool isOwned;  // a new object is waited for before anybody else sees it
+};
+
+// Creates the object, or opens the existing one with ERROR_ALREADY_EXISTS as last error. A null
+// name makes an object of this process. Null, with the last error set, on failure.
+HANDLE CreateObject(const ObjectRequest& request, const SECURITY_ATTRIBUTES* attributes,
+                    DWORD access);
+// Opens an existing object; null with ERROR_FILE_NOT_FOUND when there is none.
+HANDLE OpenObject(const ObjectRequest& request, DWORD access);
+
+// The object behind a handle; null, with ERROR_INVALID_HANDLE, when the handle is not of this kind,
+// and with ERROR_ACCESS_DENIED when it lacks the right.
+template <typename Kind>
+std::shared_ptr<Kind> SyncObjectOf(HANDLE handle, DWORD right) {
+    const auto opened = ObjectOf<ObjectHandle>(handle);
+    auto object = opened ? std::dynamic_pointer_cast<Kind>(opened->Object()) : nullptr;
+    if (!object) {
+        SetLastError(ERROR_INVALID_HANDLE);
+    } else if (!opened->Allows(right)) {
+        SetLastError(ERROR_ACCESS_DENIED);
+        object.reset();
+    }
+    return object;
+}
 
 }  // namespace platform

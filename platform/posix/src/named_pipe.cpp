@@ -1,6 +1,9 @@
 #include <ioapiset.h>
 #include <namedpipeapi.h>
+#include <synchapi.h>
 #include <winbase.h>
+
+#include <algorithm>
 
 #include "last_error.h"
 #include "pipe.h"
@@ -9,7 +12,8 @@
 namespace platform {
 namespace {
 
-constexpr DWORD kDefaultWait = 50;
+// Between two tries of a client to get into a full queue.
+constexpr DWORD kPauseMilliseconds = 5;
 
 // Fails with ERROR_INVALID_NAME for a path that names no pipe.
 bool TakeName(LPCWSTR path, std::string& name) {
@@ -98,9 +102,9 @@ BOOL WINAPI SetNamedPipeHandleState(HANDLE hNamedPipe, LPDWORD lpMode, LPDWORD l
 
 BOOL WINAPI WaitNamedPipeW(LPCWSTR lpNamedPipeName, DWORD nTimeOut) {
     std::string name;
-    if (!platform::TakeName(lpNamedPipeName, name)) return FALSE;
-    const DWORD limit = nTimeOut == NMPWAIT_USE_DEFAULT_WAIT ? platform::kDefaultWait : nTimeOut;
-    return platform::WaitForPipe(name, platform::Deadline(limit)) ? TRUE : FALSE;
+    if (!platform::TakeName(lpNamedPipeName, name) || !platform::IsPipeServed(name)) return FALSE;
+    Sleep(std::min(nTimeOut, platform::kPauseMilliseconds));
+    return TRUE;
 }
 
 BOOL WINAPI TransactNamedPipe(HANDLE hNamedPipe, LPVOID lpInBuffer, DWORD nInBufferSize,

@@ -1,19 +1,19 @@
 #include "pipe.h"
 
+#include <fileapi.h>
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <winbase.h>
 
-#include <array>
 #include <cerrno>
-#include <chrono>
-#include <exception>
 
+#include "event.h"
 #include "last_error.h"
 
 namespace platform {
 
-PipeEnd::~PipeEnd() = default;
+PipeEnd::~PipeEnd() {
+    if (pending_) Complete(ERROR_OPERATION_ABORTED);
+}
 
 BOOL PipeEnd::Read(void* buffer, DWORD size, DWORD& read) {
     return Perform({.reads = true, .input = buffer, .inputSize = size}, read, nullptr);
@@ -40,11 +40,13 @@ bool PipeEnd::MayTransact() {
 }
 
 BOOL PipeEnd::Perform(PipeOperation operation, DWORD& transferred, OVERLAPPED* overlapped) {
-    if (isOverlapped_ && overlapped == nullptr) return Fail(ERROR_INVALID_PARAMETER);
-    if (isOverlapped_) return Start(operation, *overlapped);
+    if (isOverlapped_) {
+        return overlapped != nullptr ? Start(operation, *overlapped)
+                                     : Fail(ERROR_INVALID_PARAMETER);
+    }
+    if (overlapped != nullptr) return Fail(ERROR_NOT_SUPPORTED);
     const DWORD error = Run(operation, Deadline(INFINITE));
     transferred = operation.transferred;
-    if (overlapped != nullptr) Complete(*overlapped, error, transferred);
     return error == ERROR_SUCCESS || Fail(error);
 }
 
@@ -73,89 +75,48 @@ DWORD PipeEnd::Step(PipeOperation& operation, int& descriptor, short& events) {
                               operation.transferred);
 }
 
-DWORD PipeEnd::Run(PipeOperation& operation, const Deadline& deadline, int cancel) {
+// Runs an operation; ERROR_IO_PENDING when the time is up before its end.
+DWORD PipeEnd::Run(PipeOperation& operation, const Deadline& deadline) {
     for (;;) {
-        std::array<pollfd, 2> polled{{{-1, 0, 0}, {cancel, POLLIN, 0}}};
-        const DWORD error = Step(operation, polled[0].fd, polled[0].events);
-        if (error != ERROR_IO_PENDING) return error;
-        if (deadline.HasPassed()) return ERROR_SEM_TIMEOUT;
-        if (poll(polled.data(), polled.size(), deadline.PollTimeout()) < 0 && errno != EINTR) {
+        pollfd polled{-1, 0, 0};
+        const DWORD error = Step(operation, polled.fd, polled.events);
+        if (error != ERROR_IO_PENDING || deadline.HasPassed()) return error;
+        if (poll(&polled, 1, deadline.PollTimeout()) < 0 && errno != EINTR) {
             return ErrorOfErrno(errno);
         }
-        if (polled[1].revents != 0) return ERROR_OPERATION_ABORTED;
     }
 }
 
-BOOL PipeEnd::Start(PipeOperation operation, OVERLAPPED& overlapped) {
-    {
-        const std::lock_guard lock(mutex_);
-        if (isRunning_) return Fail(ERROR_NOT_SUPPORTED);
-    }
-    StopOverlapped();  // the thread of the last one has ended: it is only taken down
+BOOL PipeEnd::Start(const PipeOperation& operation, OVERLAPPED& overlapped) {
+    if (pending_) return Fail(ERROR_NOT_SUPPORTED);
     if (overlapped.hEvent != nullptr && !ResetEvent(overlapped.hEvent)) return FALSE;
-    UniqueDescriptor cancel(eventfd(0, EFD_CLOEXEC));
-    if (!cancel) return FailWithErrno(errno);
-
-    int descriptor = -1;
-    short events = 0;
-    const DWORD error = Step(operation, descriptor, events);
-    if (error != ERROR_IO_PENDING) {
-        Complete(overlapped, error, operation.transferred);
-        return error == ERROR_SUCCESS || Fail(error);
-    }
-    const std::lock_guard lock(mutex_);
     overlapped.Internal = ERROR_IO_PENDING;
-    isRunning_ = true;
-    pending_.emplace(Pending{operation, &overlapped, std::move(cancel), {}});
-    try {
-        pending_->thread = std::thread([this] {
-            const DWORD result =
-                Run(pending_->operation, Deadline(INFINITE), pending_->cancel.get());
-            Complete(*pending_->overlapped, result, pending_->operation.transferred);
-        });
-    } catch (const std::exception&) {  // no thread is to be had
-        pending_.reset();
-        isRunning_ = false;
-        overlapped.Internal = ERROR_NO_SYSTEM_RESOURCES;
-        return Fail(ERROR_NO_SYSTEM_RESOURCES);
-    }
-    return Fail(ERROR_IO_PENDING);
+    pending_.emplace(Pending{operation, overlapped});
+    if (overlapped.hEvent != nullptr) SetSourceOfEvent(overlapped.hEvent, weak_from_this());
+    Wait(Deadline(0));
+    const auto error = static_cast<DWORD>(overlapped.Internal);
+    return error == ERROR_SUCCESS || Fail(error);
 }
 
-void PipeEnd::Complete(OVERLAPPED& overlapped, DWORD error, DWORD transferred) {
+void PipeEnd::Complete(DWORD error) {
+    OVERLAPPED& overlapped = pending_->overlapped;
     const HANDLE event = overlapped.hEvent;
-    {
-        const std::lock_guard lock(mutex_);
-        overlapped.InternalHigh = transferred;
-        overlapped.Internal = error;
-        isRunning_ = false;
-        ended_.notify_all();
-    }
-    // The caller may take the OVERLAPPED away from now on.
+    overlapped.InternalHigh = pending_->operation.transferred;
+    overlapped.Internal = error;
+    pending_.reset();
     if (event != nullptr) SetEvent(event);
 }
 
-void PipeEnd::StopOverlapped() {
-    if (!pending_) return;
-    eventfd_write(pending_->cancel.get(), 1);
-    pending_->thread.join();
-    pending_.reset();
+DWORD PipeEnd::Wait(const Deadline& deadline) {
+    if (!pending_) return WAIT_OBJECT_0;
+    const DWORD error = Run(pending_->operation, deadline);
+    if (error == ERROR_IO_PENDING) return WAIT_TIMEOUT;
+    Complete(error);
+    return WAIT_OBJECT_0;
 }
 
-DWORD PipeEnd::Wait(DWORD milliseconds) {
-    std::unique_lock lock(mutex_);
-    const auto hasEnded = [this] { return !isRunning_; };
-    if (milliseconds == INFINITE) {
-        ended_.wait(lock, hasEnded);
-        return WAIT_OBJECT_0;
-    }
-    const bool isInTime = ended_.wait_for(lock, std::chrono::milliseconds(milliseconds), hasEnded);
-    return isInTime ? WAIT_OBJECT_0 : WAIT_TIMEOUT;
-}
-
-BOOL PipeEnd::ResultOf(OVERLAPPED& overlapped, DWORD& transferred, bool wait) {
-    if (wait) Wait(INFINITE);
-    const std::lock_guard lock(mutex_);
+BOOL PipeEnd::ResultOf(const OVERLAPPED& overlapped, DWORD& transferred, bool wait) {
+    Wait(Deadline(wait ? INFINITE : 0));
     if (overlapped.Internal == ERROR_IO_PENDING) return Fail(ERROR_IO_INCOMPLETE);
     transferred = static_cast<DWORD>(overlapped.InternalHigh);
     const auto error = static_cast<DWORD>(overlapped.Internal);
@@ -163,11 +124,10 @@ BOOL PipeEnd::ResultOf(OVERLAPPED& overlapped, DWORD& transferred, bool wait) {
 }
 
 BOOL PipeEnd::Cancel(const OVERLAPPED* overlapped) {
-    const std::lock_guard lock(mutex_);
-    const bool isIt =
-        isRunning_ && pending_ && (overlapped == nullptr || overlapped == pending_->overlapped);
+    const bool isIt = pending_ && (overlapped == nullptr || overlapped == &pending_->overlapped);
     if (!isIt) return Fail(ERROR_NOT_FOUND);
-    return eventfd_write(pending_->cancel.get(), 1) == 0 || FailWithErrno(errno);
+    Complete(ERROR_OPERATION_ABORTED);
+    return TRUE;
 }
 
 DWORD PipeEnd::TryAccept() {
@@ -178,22 +138,15 @@ MessageSocket* PipeClient::Connection(DWORD& /*error*/) {
     return &socket_;
 }
 
-PipeInstance::PipeInstance(std::shared_ptr<PipeListener> listener, bool isOverlapped,
-                           bool readsMessages)
-    : PipeEnd(isOverlapped, readsMessages), listener_(std::move(listener)) {
-    listener_->Offer();
-}
-
-PipeInstance::~PipeInstance() {
-    StopOverlapped();
-    if (isOffered_) listener_->Withdraw();
-    listener_->Leave();
+std::optional<uid_t> PipeClient::Owner() {
+    pid_t process = 0;
+    Identity account;
+    return socket_.ReadPeer(process, account) ? std::optional(account.user) : std::nullopt;
 }
 
 BOOL PipeInstance::Connect(OVERLAPPED* overlapped) {
     if (client_) return Fail(ERROR_PIPE_CONNECTED);
-    if (!isOffered_) listener_->Offer();
-    isOffered_ = true;
+    isListening_ = true;
     // A client that is there already is told by an error of its own.
     if (TryAccept() == ERROR_SUCCESS) return Fail(ERROR_PIPE_CONNECTED);
     DWORD transferred = 0;
@@ -201,7 +154,7 @@ BOOL PipeInstance::Connect(OVERLAPPED* overlapped) {
 }
 
 BOOL PipeInstance::Disconnect() {
-    if (!client_) return Fail(isOffered_ ? ERROR_PIPE_LISTENING : ERROR_PIPE_NOT_CONNECTED);
+    if (!client_) return Fail(isListening_ ? ERROR_PIPE_LISTENING : ERROR_PIPE_NOT_CONNECTED);
     client_.reset();
     return TRUE;
 }
@@ -214,7 +167,7 @@ bool PipeInstance::ReadClient(pid_t& process, Identity& account) {
 
 MessageSocket* PipeInstance::Connection(DWORD& error) {
     if (client_) return &*client_;
-    error = isOffered_ ? ERROR_PIPE_LISTENING : ERROR_PIPE_NOT_CONNECTED;
+    error = isListening_ ? ERROR_PIPE_LISTENING : ERROR_PIPE_NOT_CONNECTED;
     return nullptr;
 }
 
@@ -224,18 +177,22 @@ DWORD PipeInstance::TryAccept() {
         const bool isNone = errno == EAGAIN || errno == EINTR || errno == ECONNABORTED;
         return isNone ? ERROR_IO_PENDING : ErrorOfErrno(errno);
     }
-    isOffered_ = false;
+    isListening_ = false;
     client_.emplace(std::move(client));
     return ERROR_SUCCESS;
 }
 
 HANDLE OpenPipe(const std::string& name, DWORD access, DWORD flags) {
-    constexpr DWORD kAccess = GENERIC_READ | GENERIC_WRITE;
+    constexpr DWORD kRights = READ_CONTROL | SYNCHRONIZE | FILE_READ_DATA | FILE_WRITE_DATA |
+                              FILE_READ_ATTRIBUTES | FILE_WRITE_ATTRIBUTES;
     // A server learns who its client is but cannot act as it: what the client allows needs no
     // keeping.
     constexpr DWORD kFlags = FILE_FLAG_OVERLAPPED | FILE_ATTRIBUTE_NORMAL | SECURITY_SQOS_PRESENT |
                              SECURITY_IDENTIFICATION;
-    if (access != kAccess || (flags & ~kFlags) != 0) {
+    const bool reads = (access & (GENERIC_READ | FILE_READ_DATA)) != 0;
+    const bool writes = (access & (GENERIC_WRITE | FILE_WRITE_DATA)) != 0;
+    if (!reads || !writes || (access & ~(kRights | GENERIC_READ | GENERIC_WRITE)) != 0 ||
+        (flags & ~kFlags) != 0) {
         Fail(ERROR_NOT_SUPPORTED);
         return INVALID_HANDLE_VALUE;
     }

@@ -1,15 +1,13 @@
-// The two ends of a named pipe.
+// The two ends of a named pipe. A handle of an end is used by one thread at a time.
 #pragma once
 
-#include <condition_variable>
-#include <mutex>
+#include <memory>
 #include <optional>
-#include <thread>
 
 #include "deadline.h"
 #include "file_object.h"
 #include "message_socket.h"
-#include "pipe_place.h"
+#include "pipe_listener.h"
 
 namespace platform {
 
@@ -26,7 +24,7 @@ struct PipeOperation {
     DWORD transferred = 0;
 };
 
-class PipeEnd : public FileObject {
+class PipeEnd : public FileObject, public std::enable_shared_from_this<PipeEnd> {
   public:
     // A handle that is not for overlapped operations runs them to their end.
     PipeEnd(bool isOverlapped, bool readsMessages)
@@ -39,8 +37,8 @@ class PipeEnd : public FileObject {
     BOOL Flush() override { return TRUE; }
     BOOL StartRead(void* buffer, DWORD size, DWORD& read, OVERLAPPED& overlapped) override;
     BOOL StartWrite(const void* data, DWORD size, DWORD& written, OVERLAPPED& overlapped) override;
-    // Waits for the end of the overlapped operation.
-    DWORD Wait(DWORD milliseconds) override;
+    // Goes on with the overlapped operation, to its end or that of the time.
+    DWORD Wait(const Deadline& deadline) override;
 
     void ReadMessages(bool whole) { readsMessages_ = whole; }
     // Whether a transaction may begin; false with the last error set.
@@ -48,10 +46,8 @@ class PipeEnd : public FileObject {
 
     // Runs an operation to its end, or starts it when it comes with an OVERLAPPED.
     BOOL Perform(PipeOperation operation, DWORD& transferred, OVERLAPPED* overlapped);
-    // Runs an operation; ERROR_SEM_TIMEOUT when the time is up.
-    DWORD Run(PipeOperation& operation, const Deadline& deadline, int cancel = -1);
 
-    BOOL ResultOf(OVERLAPPED& overlapped, DWORD& transferred, bool wait);
+    BOOL ResultOf(const OVERLAPPED& overlapped, DWORD& transferred, bool wait);
     // Null: whatever goes on.
     BOOL Cancel(const OVERLAPPED* overlapped);
 
@@ -61,28 +57,21 @@ class PipeEnd : public FileObject {
     // Takes a client: ERROR_IO_PENDING until there is one.
     virtual DWORD TryAccept();
     virtual int ListeningDescriptor() const { return -1; }
-    // To be called by a derived class's destructor.
-    void StopOverlapped();
 
   private:
-    // An operation that goes on in a thread of its own.
     struct Pending {
         PipeOperation operation;
-        OVERLAPPED* overlapped;
-        UniqueDescriptor cancel;
-        std::thread thread;
+        OVERLAPPED& overlapped;
     };
 
     DWORD Step(PipeOperation& operation, int& descriptor, short& events);
-    BOOL Start(PipeOperation operation, OVERLAPPED& overlapped);
-    void Complete(OVERLAPPED& overlapped, DWORD error, DWORD transferred);
+    DWORD Run(PipeOperation& operation, const Deadline& deadline);
+    BOOL Start(const PipeOperation& operation, OVERLAPPED& overlapped);
+    void Complete(DWORD error);
 
     const bool isOverlapped_;
     bool readsMessages_;
-    std::mutex mutex_;
-    std::condition_variable ended_;
-    bool isRunning_ = false;
-    std::optional<Pending> pending_;  // also after its end, until the next one
+    std::optional<Pending> pending_;
 };
 
 // A client's end.
@@ -90,7 +79,9 @@ class PipeClient final : public PipeEnd {
   public:
     PipeClient(UniqueDescriptor socket, bool isOverlapped)
         : PipeEnd(isOverlapped, false), socket_(std::move(socket)) {}
-    ~PipeClient() override { StopOverlapped(); }
+
+    // The account that serves the pipe.
+    std::optional<uid_t> Owner() override;
 
   protected:
     MessageSocket* Connection(DWORD& error) override;
@@ -102,8 +93,9 @@ class PipeClient final : public PipeEnd {
 // An instance of the serving end.
 class PipeInstance final : public PipeEnd {
   public:
-    PipeInstance(std::shared_ptr<PipeListener> listener, bool isOverlapped, bool readsMessages);
-    ~PipeInstance() override;
+    PipeInstance(std::shared_ptr<PipeListener> listener, bool isOverlapped, bool readsMessages)
+        : PipeEnd(isOverlapped, readsMessages), listener_(std::move(listener)) {}
+    ~PipeInstance() override { listener_->Leave(); }
 
     BOOL Connect(OVERLAPPED* overlapped);
     BOOL Disconnect();
@@ -117,7 +109,7 @@ class PipeInstance final : public PipeEnd {
 
   private:
     const std::shared_ptr<PipeListener> listener_;
-    bool isOffered_ = true;
+    bool isListening_ = true;
     std::optional<MessageSocket> client_;
 };
 

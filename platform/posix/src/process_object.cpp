@@ -48,12 +48,11 @@ std::shared_ptr<Process> Process::Open(pid_t id, DWORD access) {
     return process;
 }
 
-DWORD Process::Wait(DWORD milliseconds) {
+DWORD Process::Wait(const Deadline& deadline) {
     if (!Allows(SYNCHRONIZE)) {
         SetLastError(ERROR_ACCESS_DENIED);
         return WAIT_FAILED;
     }
-    const Deadline deadline(milliseconds);
     pollfd polled{descriptor_.get(), POLLIN, 0};
     for (;;) {
         const int ready = poll(&polled, 1, deadline.PollTimeout());

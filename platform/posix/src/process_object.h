@@ -20,7 +20,7 @@ class Process final : public KernelObject {
     bool Allows(DWORD access) const { return (access_ & access) == access; }
     const ProcessFolder& Folder() const { return folder_; }
 
-    DWORD Wait(DWORD milliseconds) override;
+    DWORD Wait(const Deadline& deadline) override;
 
   private:
     const pid_t id_;

@@ -1,5 +1,6 @@
 #include "security.h"
 
+#include <aclapi.h>
 #include <sddl.h>
 #include <securitybaseapi.h>
 #include <sys/stat.h>
@@ -12,6 +13,9 @@
 #include <string>
 #include <string_view>
 
+#include "accounts.h"
+#include "endpoint.h"
+#include "handles.h"
 #include "last_error.h"
 #include "text.h"
 #include "thread_identity.h"
@@ -24,29 +28,57 @@ constexpr std::string_view kOwnerAloneWithin =
 constexpr std::string_view kSystemSid = "S-1-5-18";
 constexpr std::string_view kUserSid = "S-1-22-1-";
 
-// A descriptor with a list that is there and holds no entry for others, or one account's.
-struct OwnerDescriptor {
-    SECURITY_DESCRIPTOR descriptor = {};
+constexpr std::string_view kAdministratorsAsOwner = "O:BA";
+constexpr std::string_view kEveryone = ";;;AU)";
+
+// What a list allows besides the owner, the system and administrators.
+struct ListAccess {
+    mode_t mode = 0600;  // with the permissions of every account
     std::optional<platform::GroupAccess> group;
 };
 
-// The account of a text "(A;;0x<rights>;;;<account>)", and what its group may do.
-std::optional<platform::GroupAccess> ReadEntry(const std::string& entry) {
+// A descriptor with a list that is there.
+struct ListDescriptor {
+    SECURITY_DESCRIPTOR descriptor = {};
+    ListAccess access;
+};
+
+// The permissions of others that stand for rights.
+mode_t ModeOfRights(unsigned rights) {
+    return ((rights & FILE_READ_DATA) != 0 ? S_IROTH : 0U) |
+           ((rights & FILE_WRITE_DATA) != 0 ? S_IWOTH : 0U) |
+           ((rights & FILE_TRAVERSE) != 0 ? S_IXOTH : 0U);
+}
+
+// Reads a text "(A;;0x<rights>;;;<account>)", or none.
+bool ReadEntry(const std::string& entry, ListAccess& access) {
+    if (entry.empty()) return true;
     unsigned rights = 0;
     int end = 0;
     if (std::sscanf(entry.c_str(), "(A;;0x%x;;;%n", &rights, &end) != 1 || end == 0 ||
         !entry.ends_with(')')) {
-        return std::nullopt;
+        return false;
+    }
+    const mode_t mode = ModeOfRights(rights);
+    if (entry.ends_with(kEveryone)) {
+        access.mode |= mode | mode << 3;
+        return true;
     }
     const std::string sid = entry.substr(static_cast<std::size_t>(end),
                                          entry.size() - 1 - static_cast<std::size_t>(end));
     const bool isUser = sid.starts_with(kUserSid);
-    if (!isUser && sid != kSystemSid) return std::nullopt;
+    if (!isUser && sid != kSystemSid) return false;
     const auto user = isUser ? static_cast<uid_t>(std::stoul(sid.substr(kUserSid.size()))) : 0;
-    const mode_t mode = ((rights & FILE_READ_DATA) != 0 ? S_IRGRP : 0U) |
-                        ((rights & FILE_WRITE_DATA) != 0 ? S_IWGRP : 0U) |
-                        ((rights & FILE_TRAVERSE) != 0 ? S_IXGRP : 0U);
-    return platform::GroupAccess{platform::IdentityOfUser(user).group, mode};
+    access.group = {platform::IdentityOfUser(user).group, mode << 3};
+    return true;
+}
+
+// What the list of the attributes allows; null when they have none that was made from a text.
+const ListAccess* AccessOf(const SECURITY_ATTRIBUTES* attributes) {
+    const void* const given = attributes == nullptr ? nullptr : attributes->lpSecurityDescriptor;
+    if (given == nullptr) return nullptr;
+    return reinterpret_cast<const ListAccess*>(
+        static_cast<const SECURITY_DESCRIPTOR*>(given)->Dacl);
 }
 
 }  // namespace
@@ -54,19 +86,16 @@ std::optional<platform::GroupAccess> ReadEntry(const std::string& entry) {
 namespace platform {
 
 mode_t ModeOfNewFile(const SECURITY_ATTRIBUTES* attributes) {
+    if (const ListAccess* const access = AccessOf(attributes)) return access->mode;
     const void* const given = attributes == nullptr ? nullptr : attributes->lpSecurityDescriptor;
     if (given == nullptr) return 0600;
-    const auto& descriptor = *static_cast<const SECURITY_DESCRIPTOR*>(given);
-    const bool everyone = (descriptor.Control & SE_DACL_PRESENT) != 0 && descriptor.Dacl == nullptr;
-    return everyone ? 0666 : 0600;
+    const WORD control = static_cast<const SECURITY_DESCRIPTOR*>(given)->Control;
+    return (control & SE_DACL_PRESENT) != 0 ? 0666 : 0600;
 }
 
 std::optional<GroupAccess> GroupAccessOf(const SECURITY_ATTRIBUTES* attributes) {
-    const void* const given = attributes == nullptr ? nullptr : attributes->lpSecurityDescriptor;
-    if (given == nullptr) return std::nullopt;
-    const auto& descriptor = *static_cast<const SECURITY_DESCRIPTOR*>(given);
-    if (descriptor.Dacl == nullptr) return std::nullopt;
-    return *reinterpret_cast<const std::optional<GroupAccess>*>(descriptor.Dacl);
+    const ListAccess* const access = AccessOf(attributes);
+    return access == nullptr ? std::nullopt : access->group;
 }
 
 bool ApplyAccess(int descriptor, mode_t mode, const std::optional<GroupAccess>& group) {
@@ -107,21 +136,22 @@ extern "C" BOOL WINAPI ConvertStringSecurityDescriptorToSecurityDescriptorW(
         return platform::Fail(ERROR_INVALID_PARAMETER);
     }
     std::string entry = platform::BytesOf(StringSecurityDescriptor);
+    if (entry.starts_with(kAdministratorsAsOwner)) entry.erase(0, kAdministratorsAsOwner.size());
     const bool isWithin = entry.starts_with(kOwnerAloneWithin);
     if (StringSDRevision != SDDL_REVISION_1 || SecurityDescriptorSize != nullptr ||
         !(isWithin || entry.starts_with(kOwnerAlone))) {
         return platform::Fail(ERROR_NOT_SUPPORTED);
     }
     entry.erase(0, isWithin ? kOwnerAloneWithin.size() : kOwnerAlone.size());
-    const auto group = ReadEntry(entry);
-    if (!entry.empty() && !group) return platform::Fail(ERROR_NOT_SUPPORTED);
-    void* const memory = LocalAlloc(0, sizeof(OwnerDescriptor));
+    ListAccess access;
+    if (!ReadEntry(entry, access)) return platform::Fail(ERROR_NOT_SUPPORTED);
+    void* const memory = LocalAlloc(0, sizeof(ListDescriptor));
     if (memory == nullptr) return FALSE;
-    auto* const made = new (memory) OwnerDescriptor;
-    made->group = group;
+    auto* const made = new (memory) ListDescriptor;
+    made->access = access;
     made->descriptor.Revision = SECURITY_DESCRIPTOR_REVISION;
     made->descriptor.Control = SE_DACL_PRESENT | SE_DACL_PROTECTED;
-    made->descriptor.Dacl = reinterpret_cast<PACL>(&made->group);
+    made->descriptor.Dacl = reinterpret_cast<PACL>(&made->access);
     *SecurityDescriptor = &made->descriptor;
     return TRUE;
 }
@@ -139,4 +169,30 @@ extern "C" BOOL WINAPI ConvertSidToStringSidW(PSID Sid, LPWSTR* StringSid) {
     *std::ranges::copy(wide, memory).out = 0;
     *StringSid = memory;
     return TRUE;
+}
+
+extern "C" DWORD WINAPI GetSecurityInfo(HANDLE handle, SE_OBJECT_TYPE /*ObjectType*/,
+                                        SECURITY_INFORMATION SecurityInfo, PSID* ppsidOwner,
+                                        PSID* ppsidGroup, PACL* ppDacl, PACL* ppSacl,
+                                        PSECURITY_DESCRIPTOR* ppSecurityDescriptor) {
+    if (SecurityInfo != OWNER_SECURITY_INFORMATION || ppsidGroup != nullptr || ppDacl != nullptr ||
+        ppSacl != nullptr) {
+        return ERROR_NOT_SUPPORTED;
+    }
+    if (ppsidOwner == nullptr || ppSecurityDescriptor == nullptr) return ERROR_INVALID_PARAMETER;
+    const auto object = platform::ObjectOf(handle);
+    const auto owner = object ? object->Owner() : std::nullopt;
+    if (!owner) return GetLastError();
+    const bool isAdministrator = *owner != 0 && platform::OwnsMachine(*owner);
+    const std::vector<BYTE> sid =
+        isAdministrator ? platform::SidOfAdministrators() : platform::SidOfAccount(*owner);
+    auto* const memory =
+        static_cast<BYTE*>(LocalAlloc(LPTR, sizeof(SECURITY_DESCRIPTOR) + sid.size()));
+    if (memory == nullptr) return ERROR_NOT_ENOUGH_MEMORY;
+    *ppsidOwner = std::ranges::copy(sid, memory + sizeof(SECURITY_DESCRIPTOR)).out - sid.size();
+    auto* const descriptor = new (memory) SECURITY_DESCRIPTOR{};
+    descriptor->Revision = SECURITY_DESCRIPTOR_REVISION;
+    descriptor->Owner = *ppsidOwner;
+    *ppSecurityDescriptor = descriptor;
+    return ERROR_SUCCESS;
 }

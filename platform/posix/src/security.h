@@ -9,7 +9,7 @@
 namespace platform {
 
 // Permissions of a new object's file: everyone's when the attributes carry a present null access
-// list, else its owner's alone.
+// list, those of the list that was made from a text, else its owner's alone.
 mode_t ModeOfNewFile(const SECURITY_ATTRIBUTES* attributes);
 
 // What an access list allows an account besides the owner: permissions of the account's group.

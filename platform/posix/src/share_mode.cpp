@@ -1,12 +1,11 @@
 #include "share_mode.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <limits>
 #include <random>
 
+#include "file_lock.h"
 #include "last_error.h"
 
 namespace platform {
@@ -29,36 +28,17 @@ constexpr Kind kKinds[] = {
     {DELETE, FILE_SHARE_DELETE, kBytes + 4, kBytes + 5},
 };
 
-struct flock LockOf(short type, off_t byte) {
-    struct flock lock {};
-    lock.l_type = type;
-    lock.l_whence = SEEK_SET;
-    lock.l_start = byte;
-    lock.l_len = 1;
-    return lock;
-}
-
-// A file system without such locks, or a descriptor that cannot read, just announces nothing.
-void Announce(int descriptor, short type, off_t byte) {
-    struct flock lock = LockOf(type, byte);
-    fcntl(descriptor, F_OFD_SETLK, &lock);
-}
-
-bool IsHeldByAnother(int descriptor, off_t byte) {
-    struct flock lock = LockOf(F_WRLCK, byte);
-    return fcntl(descriptor, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
-}
-
 bool IsDenied(int descriptor, DWORD access) {
     for (const Kind& kind : kKinds) {
-        if ((access & kind.access) != 0 && IsHeldByAnother(descriptor, kind.denial)) return true;
+        if ((access & kind.access) != 0 && IsByteLockedByAnother(descriptor, kind.denial))
+            return true;
     }
     return false;
 }
 
 bool DeniesAnother(int descriptor, DWORD share) {
     for (const Kind& kind : kKinds) {
-        if ((share & kind.share) == 0 && IsHeldByAnother(descriptor, kind.use)) return true;
+        if ((share & kind.share) == 0 && IsByteLockedByAnother(descriptor, kind.use)) return true;
     }
     return false;
 }
@@ -77,13 +57,15 @@ bool TakeShare(int descriptor, DWORD access, DWORD share) {
     for (int i = 0; i < kTries; ++i) {
         if (i != 0) PauseShortly();
         for (const Kind& kind : kKinds) {
-            if ((access & kind.access) != 0) Announce(descriptor, F_RDLCK, kind.use);
-            if ((share & kind.share) == 0) Announce(descriptor, F_RDLCK, kind.denial);
+            // A file system without such locks, or a descriptor that cannot read, just announces
+            // nothing.
+            if ((access & kind.access) != 0) TryLockByte(descriptor, LockMode::kShared, kind.use);
+            if ((share & kind.share) == 0) TryLockByte(descriptor, LockMode::kShared, kind.denial);
         }
         if (!IsDenied(descriptor, access) && !DeniesAnother(descriptor, share)) return true;
         for (const Kind& kind : kKinds) {
-            Announce(descriptor, F_UNLCK, kind.use);
-            Announce(descriptor, F_UNLCK, kind.denial);
+            UnlockByte(descriptor, kind.use);
+            UnlockByte(descriptor, kind.denial);
         }
     }
     return Fail(ERROR_SHARING_VIOLATION);

@@ -6,10 +6,10 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstddef>
 #include <cstring>
 #include <utility>
 
+#include "accounts.h"
 #include "last_error.h"
 #include "process_object.h"
 #include "token_virtualization.h"
@@ -53,19 +53,16 @@ BOOL Return(const Answer& answer, LPVOID buffer, DWORD size, PDWORD needed) {
     return TRUE;
 }
 
-// An account's identifier, as a token tells it: root is the system, others have their numbers below
-// the authority that stands for users of POSIX.
 BOOL ReturnUser(uid_t user, LPVOID buffer, DWORD size, PDWORD needed) {
-    struct {
-        TOKEN_USER user;
-        SID sid;
-        DWORD number;
-    } answer = {{}, {SID_REVISION, 2, {0, 0, 0, 0, 0, 22}, {1}}, user};
-    static_assert(offsetof(decltype(answer), number) ==
-                  offsetof(decltype(answer), sid) + sizeof(SID));
-    if (user == 0) answer.sid = {SID_REVISION, 1, {0, 0, 0, 0, 0, 5}, {18}};
-    answer.user.User.Sid = static_cast<BYTE*>(buffer) + offsetof(decltype(answer), sid);
-    return Return(answer, buffer, size, needed);
+    const std::vector<BYTE> sid = SidOfAccount(user);
+    const std::size_t wanted = sizeof(TOKEN_USER) + sid.size();
+    if (needed != nullptr) *needed = static_cast<DWORD>(wanted);
+    if (buffer == nullptr || size < wanted) return Fail(ERROR_INSUFFICIENT_BUFFER);
+    BYTE* const place = static_cast<BYTE*>(buffer) + sizeof(TOKEN_USER);
+    std::ranges::copy(sid, place);
+    const TOKEN_USER answer{{place, 0}};
+    std::memcpy(buffer, &answer, sizeof answer);
+    return TRUE;
 }
 
 }  // namespace

@@ -1,21 +1,18 @@
 #include <synchapi.h>
-#include <time.h>
 #include <unistd.h>
 
-#include <cerrno>
+#include <chrono>
+#include <thread>
 
-#include "futex.h"
+#include "deadline.h"
 #include "handles.h"
 
 extern "C" DWORD WINAPI WaitForSingleObject(HANDLE hHandle, DWORD dwMilliseconds) {
     const auto object = platform::ObjectOf(hHandle);
-    return object ? object->Wait(dwMilliseconds) : WAIT_FAILED;
+    return object ? object->Wait(platform::Deadline(dwMilliseconds)) : WAIT_FAILED;
 }
 
 extern "C" void WINAPI Sleep(DWORD dwMilliseconds) {
-    if (dwMilliseconds == INFINITE) {
-        for (;;) pause();
-    }
-    const auto end = platform::DeadlineOf(dwMilliseconds);
-    while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &*end, nullptr) == EINTR) continue;
+    while (dwMilliseconds == INFINITE) pause();
+    std::this_thread::sleep_for(std::chrono::milliseconds(dwMilliseconds));
 }

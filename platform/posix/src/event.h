@@ -1,0 +1,14 @@
+// Events that tell of the end of something that goes on only while somebody waits for it.
+#pragma once
+
+#include <memory>
+
+#include "handles.h"
+
+namespace platform {
+
+// Until the event is set, a wait for it is first a wait for the source. Of no effect on a handle
+// that is no event's.
+void SetSourceOfEvent(HANDLE event, std::weak_ptr<KernelObject> source);
+
+}  // namespace platform

@@ -1,0 +1,146 @@
+// Attacks: what an account without rights can do to runs that have them, by being first, by being
+// faster, or by cutting files.
+#include <windows.h>
+
+#include <thread>
+
+#include "common/handles.h"
+#include "common/pipe_call.h"
+#include "common/security.h"
+#include "tests/support/last_error.h"
+#include "tests/support/machine.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// --- The server of a pipe -----------------------------------------------------------------------
+
+class PipeCallTest : public MachineTest {
+  public:
+    static constexpr WCHAR kPipe[] = TEXT("\\\\.\\pipe\\SN_test");
+
+    static UniqueHandle Serve() {
+        AccessList callers(kServedByAdministrators);
+        return UniqueHandle(CreateNamedPipeW(kPipe, PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED,
+                                             PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE, 1, 0, 0, 0,
+                                             callers.get()));
+    }
+    // Answers one client; false when it did not ask for `request`.
+    static bool Answer(HANDLE server, const std::string& request) {
+        char asked[16];
+        DWORD size = 0;
+        const bool isIt =
+            WaitForClient(server, kLimit) == ERROR_SUCCESS &&
+            ReceiveMessage(server, asked, sizeof asked, size, kLimit) == ERROR_SUCCESS &&
+            std::string(asked, size) == request &&
+            SendMessageTo(server, "reply", 5, kLimit) == ERROR_SUCCESS;
+        ReceiveMessage(server, asked, sizeof asked, size, kLimit);
+        DisconnectNamedPipe(server);
+        return isIt;
+    }
+    static DWORD Call(const std::string& request, DWORD limit = kLimit) {
+        char reply[16];
+        DWORD size = sizeof reply;
+        const DWORD error = CallPipe(kPipe, request.data(), static_cast<DWORD>(request.size()),
+                                     reply, size, limit, PipeServer::kTrusted);
+        EXPECT_TRUE(error != ERROR_SUCCESS || std::string(reply, size) == "reply");
+        return error;
+    }
+    static constexpr DWORD kLimit = 10'000;
+};
+
+TEST_F(PipeCallTest, WaitsForAnInstanceWithinItsTime) {
+    const UniqueHandle server = Serve();
+    const UniqueHandle first(
+        CreateFileW(kPipe, kPipeCallerRights, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    ASSERT_TRUE(first);
+    ASSERT_EQ(WaitForClient(server.get(), kLimit), DWORD{ERROR_SUCCESS});
+    EXPECT_EQ(Call("early", 100), DWORD{ERROR_SEM_TIMEOUT});
+    std::thread serving([&] {
+        Sleep(50);
+        EXPECT_TRUE(DisconnectNamedPipe(server.get()));
+        EXPECT_TRUE(Answer(server.get(), "later")) << "who did not wait is not served";
+    });
+    EXPECT_EQ(Call("later"), DWORD{ERROR_SUCCESS});
+    serving.join();
+}
+
+// Whoever may write in the machine's folder can be first to serve a name.
+TEST_F(PipeCallTest, OnlyTheSystemAndAdministratorsAreTakenForTheServer) {
+    if (Role() == "server") {
+        const UniqueHandle server = Serve();
+        Say("serving");
+        for (;;) Answer(server.get(), "request");
+    }
+    SKIP_UNLESS_ADMINISTRATOR();
+    { const UniqueHandle makesTheFolder = Serve(); }
+    {
+        BackgroundProcess stranger = StartRole("server", As(12345));
+        ASSERT_TRUE(stranger.WaitForOutput("serving"));
+        for (int i = 0; i < 50; ++i) EXPECT_EQ(Call("request"), DWORD{ERROR_FILE_NOT_FOUND});
+        EXPECT_FALSE(Serve()) << "another's name";
+    }
+    BackgroundProcess administrator = StartRole("server");
+    ASSERT_TRUE(administrator.WaitForOutput("serving"));
+    EXPECT_EQ(Call("request"), DWORD{ERROR_SUCCESS});
+}
+
+// --- Objects and folders of the machine ---------------------------------------------------------
+
+using ObjectTest = MachineTest;
+
+TEST_F(ObjectTest, AFileThatIsCutOrFilledIsAnErrorOfItsUsers) {
+    const fs::path run = EndpointFolder() / "run";
+    const fs::path files[] = {run / "event", run / "mutex"};
+    if (Role() == "stranger") {
+        for (const fs::path& file : files) fs::resize_file(file, 0);
+        return;
+    }
+    SKIP_UNLESS_ADMINISTRATOR();
+    EveryoneAccess everyone;
+    const UniqueHandle event(CreateEventW(everyone.get(), FALSE, TRUE, TEXT("event")));
+    const UniqueHandle mutex(CreateMutexW(everyone.get(), FALSE, TEXT("mutex")));
+    RunRole("stranger", As(12345));
+    for (const HANDLE object : {event.get(), mutex.get()}) {
+        EXPECT_EQ(WaitForSingleObject(object, 5'000), WAIT_FAILED);
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_INVALID});
+    }
+    EXPECT_EQ(ErrorOf(SetEvent(event.get())), ERROR_FILE_INVALID);
+    EXPECT_EQ(ErrorOf(OpenEventW(SYNCHRONIZE, FALSE, TEXT("event"))), ERROR_FILE_INVALID);
+    // One who waits already learns of it.
+    const UniqueHandle waited(CreateEventW(everyone.get(), TRUE, FALSE, TEXT("waited")));
+    std::thread cutting([&] {
+        Sleep(100);
+        fs::resize_file(run / "waited", 4);
+    });
+    EXPECT_EQ(WaitForSingleObject(waited.get(), 10'000), WAIT_FAILED);
+    cutting.join();
+    // Bytes that no object has are no harm either.
+    WriteWholeFile(files[1], std::string(100, '\xFF'));
+    EXPECT_EQ(WaitForSingleObject(mutex.get(), 0), WAIT_ABANDONED);
+    EXPECT_TRUE(ReleaseMutex(mutex.get()));
+}
+
+TEST_F(ObjectTest, AFolderThatAnotherAccountMadeFirstIsRefused) {
+    if (Role() == "squatter") {
+        fs::create_directory(EndpointFolder() / "run");
+        fs::create_directory(EndpointFolder() / "run" / "pipes");
+        return;
+    }
+    if (Role() == "user") {
+        EXPECT_EQ(ErrorOf(OpenMutexW(SYNCHRONIZE, FALSE, TEXT("mutex"))), ERROR_FILE_NOT_FOUND);
+        EXPECT_EQ(ErrorOf(CreateMutexW(nullptr, FALSE, TEXT("mutex"))), ERROR_ACCESS_DENIED);
+        return;
+    }
+    SKIP_UNLESS_ADMINISTRATOR();
+    fs::permissions(EndpointFolder(), fs::perms(01777));
+    RunRole("user", As(12345));
+    RunRole("squatter", As(12345));
+    EXPECT_EQ(ErrorOf(CreateMutexW(nullptr, FALSE, TEXT("mutex"))), ERROR_ACCESS_DENIED);
+    EXPECT_EQ(ErrorOf(OpenMutexW(SYNCHRONIZE, FALSE, TEXT("mutex"))), ERROR_ACCESS_DENIED);
+    EXPECT_EQ(ErrorOf(PipeCallTest::Serve().release()), ERROR_ACCESS_DENIED);
+    EXPECT_EQ(PipeCallTest::Call("request"), DWORD{ERROR_ACCESS_DENIED});
+}
+
+}  // namespace
