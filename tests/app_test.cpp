@@ -3,9 +3,11 @@
 #include <utilsdll.h>
 
 #include "app/command_line.h"
+#include "app/run_driver.h"
 #include "app/services/run_settings.h"
 #include "app/services/string_ids.h"
 #include "app/ui_language.h"
+#include "common/handles.h"
 #include "common/path.h"
 #include "protect/encrypted_forms.h"
 #include "tests/support/machine.h"
@@ -79,6 +81,25 @@ TEST_F(CommandLine, ExpandsPathsThatFit) {
         Parsed(TEXT("-f|%SN_PLACE%") + WString(length, 'x'));
         EXPECT_EQ(s.strConfigFile.front(), length == 249 ? '/' : '%');
     }
+}
+
+TEST_F(CommandLine, ARunLeavesNothingOfItselfInTheProcess) {
+    WriteWholeFile(EndpointFolder() / "virtualization", "");  // on in every process
+    WString words[] = {TEXT("SNConfig"), TEXT("-qp"), TEXT("pass phrase"), TEXT("-k"),
+                       TEXT("unlock"),   TEXT("-m"),  TEXT("nothing")};
+    std::vector<WCHAR*> argv;
+    for (WString& word : words) argv.push_back(word.data());
+    EXPECT_EQ(RunTool(static_cast<int>(argv.size()), argv.data()), 0);
+    EXPECT_TRUE(g_RunSettings.strPassword.empty() && g_RunSettings.strUnlockPassword.empty() &&
+                !g_RunSettings.bQuiet);
+    SKIP_WITHOUT(kSetSessions);
+    UniqueHandle token;
+    DWORD isVirtualized = 0;
+    DWORD size = 0;
+    ASSERT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.put()));
+    EXPECT_TRUE(GetTokenInformation(token.get(), TokenVirtualizationEnabled, &isVirtualized,
+                                    sizeof isVirtualized, &size));
+    EXPECT_EQ(isVirtualized, 1U) << "switched on again";
 }
 
 TEST_F(CommandLine, SpeaksTheConfiguredLanguage) {

@@ -73,6 +73,12 @@ TEST_F(ClientStateTest, StateInDoubtProtects) {
     EXPECT_FALSE(cfg_sentrelmanager_cmp_pwd(TEXT("secret")));
     EXPECT_FALSE(cfg_sentrelmanager_cmp_pwd(TEXT("")));
 
+    constexpr const WCHAR* kLockKey = TEXT("software\\Verdane\\Sentrel\\SA_LOCK");
+    EXPECT_FALSE(sec_is_registry_locked());
+    for (const DWORD type : {DWORD{REG_BINARY}, DWORD{REG_DWORD}}) {
+        SetRaw(HKEY_LOCAL_MACHINE, kLockKey, TEXT("registry_locked"), type, {0});
+        EXPECT_TRUE(sec_is_registry_locked()) << type;
+    }
     EXPECT_EQ(cfg_is_managed_by_cms(), 0);
     SetRaw(HKEY_LOCAL_MACHINE, kStateKey, TEXT("managed"), REG_DWORD, {0});
     EXPECT_NE(cfg_is_managed_by_cms(), 0);
@@ -102,10 +108,13 @@ TEST_F(ClientStateTest, RightsFollowTheAccount) {
         RunRole("user", As(12345));
         RunRole("guest", As(kStranger));
         EXPECT_NE(cfg_is_managed_by_cms(), 0);
+        fs::permissions(EndpointFolder() / "registry", fs::perms::owner_all);
+        RunRole("blind", As(kStranger));
         return;
     }
+    EXPECT_EQ(sec_is_registry_locked(), Role() == "blind") << "what cannot be read is in doubt";
     EXPECT_EQ(sec_get_account_type(), 1);
-    EXPECT_EQ(sec_get_user_type(), Role() == "guest" ? 0 : 1);
+    EXPECT_EQ(sec_get_user_type(), Role() == "user" ? 1 : 0);
     EXPECT_FALSE(cfg_set_managed_by_cms(false));
     EXPECT_FALSE(cfg_sentrelmanager_set_pwd(TEXT("mine")));
     EXPECT_FALSE(sec_set_sa_registry_lock(true));

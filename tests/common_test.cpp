@@ -5,9 +5,9 @@
 
 #include "common/format.h"
 #include "common/hex.h"
-#include "common/secure_text.h"
 #include "common/xml_file.h"
 #include "tests/support/machine.h"
+#include "tests/support/secrets.h"
 #include "tests/support/wide.h"
 
 namespace {
@@ -18,7 +18,15 @@ TEST(Text, ConvertsUpToTheFirstTerminator) {
     EXPECT_EQ(WideToUtf8(TEXT("Grüße 🔒")), "Grüße 🔒");
     EXPECT_EQ(Utf8ToWide("ab\0cd"s), TEXT("ab"));
     EXPECT_EQ(WideToUtf8(WString{'a', 0, 'b'}), "a");
-    EXPECT_EQ(Utf8ToWide("x\xFFy"), TEXT("x\uFFFDy"));
+    const std::pair<const char*, const WCHAR*> damaged[] = {
+        {"x\xFFy", TEXT("x\uFFFDy")},
+        {"a\xC0\x80z", TEXT("a\uFFFD\uFFFDz")},              // overlong
+        {"a\xE2\x82z", TEXT("a\uFFFDz")},                    // cut short
+        {"a\xED\xA0\x80z", TEXT("a\uFFFD\uFFFDz")},          // a surrogate
+        {"a\xF4\x90\x80\x80", TEXT("a\uFFFD\uFFFD\uFFFD")},  // beyond the last character
+    };
+    for (const auto& [bytes, text] : damaged) EXPECT_EQ(Utf8ToWide(bytes), text) << bytes;
+    EXPECT_EQ(WideToUtf8(WString{0xD800, 'x', 0xDC00}), "\xEF\xBF\xBDx\xEF\xBF\xBD");
     EXPECT_EQ(WideToUtf8({}), "");
 }
 
@@ -80,10 +88,17 @@ TEST(Format, FollowsWindowsConversions) {
     EXPECT_EQ(FormatWide(TEXT("%s"), huge.c_str()).size(), huge.size());
 }
 
-TEST(SecureText, KeepsNothingInsideTheObject) {
-    const SecureText text(TEXT("hidden"));
-    const auto place = reinterpret_cast<std::uintptr_t>(&text);
-    EXPECT_GE(reinterpret_cast<std::uintptr_t>(text.c_str()) - place, sizeof text);
+TEST(SecureText, IsWipedWhereverItWas) {
+    const HiddenPattern pattern = PartOf(MadeSecret(1));
+    SecureText text = MadeSecret(1);
+    EXPECT_TRUE(pattern.StandsInMemory());
+    const SecureText moved = std::move(text);
+    text = moved.c_str();
+    text = TEXT("another");
+    EXPECT_TRUE(pattern.StandsInMemory());
+    text = SecureText();
+    const_cast<SecureText&>(moved) = TEXT("");
+    EXPECT_FALSE(pattern.StandsInMemory());
 }
 
 class XmlFile : public MachineTest {

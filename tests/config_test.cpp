@@ -2,6 +2,8 @@
 #include <product_registry.h>
 #include <utilsdll.h>
 
+#include <set>
+
 #include "app/services/run_settings.h"
 #include "common/hex.h"
 #include "common/xml_file.h"
@@ -14,8 +16,10 @@
 #include "protect/data_protect.h"
 #include "tests/support/cipher.h"
 #include "tests/support/file_facts.h"
+#include "tests/support/installed_product.h"
 #include "tests/support/machine.h"
 #include "tests/support/registry.h"
+#include "tests/support/secrets.h"
 #include "tests/support/wide.h"
 
 namespace {
@@ -57,6 +61,8 @@ TEST_F(Config, HeaderTellsWhereTheFileComesFrom) {
     EXPECT_EQ(version(TEXT("8..0.1.22")), "8..0.1.22 8..0.1");
     EXPECT_EQ(version(TEXT("7.4")), "7.4.3.1790 7.4.3");
     EXPECT_EQ(version(TEXT("1.2.3.4.5")), "7.4.3.1790 7.4.3");
+    InstallProduct(kFirstUpgradeCode, kSomeProduct, TEXT("8.12.0.7"));
+    EXPECT_EQ(version(TEXT("7.4")), "8.12.0.7 8.12.0");
 
     SetRaw(HKEY_LOCAL_MACHINE, kEndpointControlKey, kPolicyNameValue, WString(300, WCHAR{0xFC}));
     TiXmlElement root("sentrel_configuration");
@@ -129,9 +135,30 @@ TEST_F(ModuleRun, CallsWhatTheOperationAsksFor) {
               "cfmsystem AdvancedOp import+CA 7x pw\ncfmav ImportFromXml 7x pw\n");
     EXPECT_EQ(Calls(TEXT("system"), TEXT("import_installer_config")),
               "cfmsystem AdvancedOp import_installer_config+ca 7x pw\n");
+}
+
+// The central management's imports reach most libraries by their own way; where only VPN is asked
+// for, two of them.
+TEST_F(ModuleRun, CallsEveryModuleInItsOrder) {
+    const char* const libraries[] = {
+        "cfmsystem", "cfmvpn",  "cfmav",      "cfmvssoma", "cfmwanopt", "cfmwf",
+        "cfmfw",     "cfmvuln", "cfmsandbox", "cfmae",     "cfmusbmon", "cfmcloudscan",
+        "cfmac",     "cfmrs",   "cfmztna",    "cfmpam",    "cfmesnac"};
+    std::string calls;
+    std::string vpnOnlyCalls;
+    for (const std::string library : libraries) {
+        InstallLibrary("probe_plugin", folder_, library);
+        const bool isPlain =
+            std::set<std::string>{"cfmvssoma", "cfmwanopt", "cfmwf"}.contains(library);
+        const bool isVpn = library == "cfmvpn" || library == "cfmpam";
+        const char* const plain = " ImportFromXml 7x pw\n";
+        const char* const advanced = " AdvancedOp gwy_import 0 pw\n";
+        calls += library + (isPlain ? plain : advanced);
+        vpnOnlyCalls += library + (isVpn ? advanced : plain);
+    }
+    EXPECT_EQ(Calls(TEXT("*"), TEXT("import_push_config")), calls);
     g_RunSettings.bVpnOnly = true;
-    EXPECT_EQ(Calls(TEXT("vpn system"), TEXT("import_push_config")),
-              "cfmvpn AdvancedOp gwy_import 0 pw\ncfmsystem ImportFromXml 7x pw\n");
+    EXPECT_EQ(Calls(TEXT("all"), TEXT("import_push_config")), vpnOnlyCalls);
 }
 
 TEST_F(ModuleRun, OnlyAPluginsOwnErrorCounts) {
@@ -172,14 +199,17 @@ class WorkingCopies : public Config {
         return content;
     }
 
-    std::filesystem::path source_ = ScratchFolder() / "stored";
+    const std::filesystem::path source_ = ScratchFolder() / "stored";
+    const std::string rootOnly_ = "<sentrel_configuration></sentrel_configuration>";
 };
 
 TEST_F(WorkingCopies, OpensEveryStoredFormAndNothingElse) {
-    const std::string rootOnly = "<sentrel_configuration></sentrel_configuration>";
     EXPECT_EQ(Prepare(kDocument), kDocument);
-    EXPECT_EQ(Prepare(rootOnly, TEXT("")), rootOnly);
-    EXPECT_EQ(Prepare(Encrypted(rootOnly + "trailing", kPassword)), rootOnly);
+    EXPECT_EQ(Prepare(rootOnly_, TEXT("")), rootOnly_);
+    EXPECT_EQ(Prepare(Encrypted(rootOnly_ + "trailing", kPassword)), rootOnly_);
+    EXPECT_EQ(
+        Prepare(Encrypted(rootOnly_.substr(0, 23) + std::string(1, 0) + rootOnly_, kPassword)),
+        rootOnly_.substr(0, 23));
     const OpenedPassPhrase a(BuiltInPassPhrase::kA);
     const OpenedPassPhrase b(BuiltInPassPhrase::kB);
     for (const std::string& form :
@@ -203,6 +233,25 @@ TEST_F(WorkingCopies, OpensEveryStoredFormAndNothingElse) {
         EXPECT_EQ(Prepare(form), "");
     }
     EXPECT_EQ(Prepare("", TEXT("")), "");
+}
+
+TEST_F(WorkingCopies, NothingOfAFileStaysInMemory) {
+    const HiddenPattern pattern = PartOf(MadeSecret(1));
+    const SecureText password(kPassword);
+    {
+        const SecureText secret = MadeSecret(1);
+        SecureBytes document(rootOnly_.begin(), rootOnly_.end());
+        document.insert(document.end(), reinterpret_cast<const BYTE*>(secret.c_str()),
+                        reinterpret_cast<const BYTE*>(secret.c_str() + secret.size()));
+        SecureBytes cipher(document.size() + kCipherOverhead);
+        auto size = static_cast<DWORD>(cipher.size());
+        ASSERT_EQ(encrypt_buffer(document.data(), static_cast<DWORD>(document.size()),
+                                 cipher.data(), &size, kPassword),
+                  0);
+        WriteSecret(source_, cipher.data(), cipher.size());
+    }
+    EXPECT_FALSE(WorkingCopy(Wide(source_), 0, password).Path().empty());
+    EXPECT_FALSE(pattern.StandsInMemory());
 }
 
 }  // namespace

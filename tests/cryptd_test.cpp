@@ -40,7 +40,9 @@ class CryptoLogTest : public MachineTest {
     // True in the test itself, once its copy has run; in the copy false, and FIPS mode is on.
     bool RanAsCopy() {
         if (Role().empty()) {
-            output_ = RunRole("copy", {}, CopyOf(PathOfThisProgram())).output;
+            // Where the local time is not Greenwich's.
+            const ProcessOptions there = {{{"TZ", "East-5"}}, {}, {}};
+            output_ = RunRole("copy", there, CopyOf(PathOfThisProgram())).output;
             return true;
         }
         EXPECT_TRUE(cfg_set_fips_mode(true));
@@ -77,7 +79,13 @@ TEST_F(CryptoLogTest, LinesByteForByteButNoneOutsideFipsMode) {
     ASSERT_TRUE(cfg_set_fips_mode(true));
     EXPECT_EQ(fs::path(CryptdGetLogPath()), Folder() / "CryptdLog.txt");
     EXPECT_EQ(fs::path(CryptdGetMsgPath()), Folder() / "CryptdMsg.txt");
+    SYSTEMTIME now;
+    GetLocalTime(&now);
     CryptdLog("ten chars.");
+    EXPECT_TRUE(ReadWholeFile(CryptdGetLogPath())
+                    .starts_with(WideToUtf8(FormatWide(TEXT("%04d-%02d-%02d %02d:"), now.wYear,
+                                                       now.wMonth, now.wDay, now.wHour))))
+        << "or an hour came to its end";
     CryptdLogSeparator(10);
     CryptdLog("");
     CryptdLog("~no prefix\n");

@@ -17,6 +17,7 @@
 #include "cryptd/rng_provider.h"
 #include "tests/support/fake_crypto_service.h"
 #include "tests/support/machine.h"
+#include "tests/support/machine_port.h"
 #include "tests/support/registry.h"
 
 namespace fs = std::filesystem;
@@ -89,6 +90,8 @@ class FipsTest : public MachineTest {
 TEST_F(FipsTest, ModuleHasItsContextAndTheEngineServesTheProcess) {
     ExpectRandomBytes();  // of whoever served before
     EXPECT_EQ(Load(), "");
+    EXPECT_NE(ReadVariable("OPENSSL_MODULES").find("Client's $folder"), std::string::npos);
+    EXPECT_TRUE(ReadVariable("OPENSSL_CONF").ends_with("fipsmodule.cnf"));
     EXPECT_FALSE(Offers(providerHandles.context, "MD5"));
     EXPECT_FALSE(Offers(nullptr, "SHA3-512", "fips=yes"));
     EXPECT_TRUE(Offers(nullptr, "SHA3-512"));

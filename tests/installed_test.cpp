@@ -1,30 +1,12 @@
 // The installed client's version, found through the client's upgrade codes.
 #include "install/installed_version.h"
 
-#include "common/text.h"
+#include "tests/support/installed_product.h"
 #include "tests/support/machine.h"
-#include "tests/support/registry.h"
 
 namespace {
 
 using InstalledVersion = MachineTest;
-
-// Two of the client's upgrade codes and two products, in the installer's packed form.
-const WString kFirstCode = TEXT("47DBBE75A073A8243B9CEE95B39F5178");
-const WString kSecondCode = TEXT("1E705CEB734E5E74284C1E2BF0F86CF4");
-const WString kProduct = TEXT("76543210BA98FEDC1032547698BADCFE");
-const WString kOther = TEXT("00000000BA98FEDC1032547698BADCFE");
-
-void Install(const WString& upgradeCode, const WString& product, const WString& version) {
-    const WString installer = TEXT("SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\Installer\\");
-    const WString properties =
-        installer + TEXT("UserData\\S-1-5-18\\Products\\") + product + TEXT("\\InstallProperties");
-    SetRaw(HKEY_LOCAL_MACHINE, installer + TEXT("UpgradeCodes\\") + upgradeCode, product.c_str(),
-           TEXT(""));
-    SetRaw(HKEY_LOCAL_MACHINE, TEXT("SOFTWARE\\Classes\\Installer\\Products\\") + product,
-           TEXT("ProductName"), TEXT("Sentrel"));
-    SetRaw(HKEY_LOCAL_MACHINE, properties, TEXT("DisplayVersion"), version);
-}
 
 // The four numbers, and whether they count.
 std::string Read() {
@@ -36,7 +18,9 @@ std::string Read() {
 
 TEST_F(InstalledVersion, ComesFromTheFirstCodeThatHasOneWhateverItsText) {
     EXPECT_EQ(Read(), "none -1 -1 -1 -1");
-    Install(kSecondCode, kOther, TEXT("6.1.2.3"));
+    InstallProduct(kThirdUpgradeCode, kSomeProduct, TEXT("5.0"));
+    EXPECT_EQ(Read(), "found 5 0 0 0");
+    InstallProduct(kSecondUpgradeCode, kOtherProduct, TEXT("6.1.2.3"));
     EXPECT_EQ(Read(), "found 6 1 2 3");
     EXPECT_TRUE(ReadInstalledVersion(nullptr, nullptr, nullptr, nullptr));
     for (const auto& [version, expected] : {std::pair(TEXT("7.4.3.1790"), "found 7 4 3 1790"),
@@ -44,7 +28,7 @@ TEST_F(InstalledVersion, ComesFromTheFirstCodeThatHasOneWhateverItsText) {
                                             {TEXT("..7..4x.3.2.1"), "found 7 4 3 2"},
                                             {TEXT("0.9.1.2"), "none 0 9 1 2"},
                                             {TEXT("beta"), "none 0 0 0 0"}}) {
-        Install(kFirstCode, kProduct, version);
+        InstallProduct(kFirstUpgradeCode, kSomeProduct, version);
         EXPECT_EQ(Read(), expected);
     }
 }

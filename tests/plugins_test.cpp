@@ -191,6 +191,46 @@ TEST_F(PluginsTest, ProtectedStringsLeaveUnderThePassword) {
     EXPECT_EQ(Short(Element("av")), "av { value name=Plain type=1 data=p }");
 }
 
+TEST_F(PluginsTest, AnImportMakesTheKeyWhatTheElementSays) {
+    const auto import = [&](const std::string& library, const std::string& element) {
+        WriteWholeFile(file_, "<sentrel_configuration>" + element + "</sentrel_configuration>");
+        return Call<ImportFromXmlFunction>(library, "ImportFromXml", TEXT("1"), kPassword);
+    };
+    const auto exported = [&](const std::string& library, const std::string& element) {
+        EXPECT_EQ(Export(library), 0);
+        return Short(Element(element));
+    };
+    FeatureKey("SA_AV\\old\\deep");
+    reg_setDWORDW(FeatureKey("SA_AV").get(), TEXT("Old"), 1);
+    const std::string before = exported("cfmav", "av");
+    // What cannot be read whole changes nothing.
+    for (const char* bad :
+         {"<value name='a' type='4' data='x' />", "<value name='a' type='4' />",
+          "<value name='a' type='1' data='EncX 00' enc='1' />", "<key name='a\\b' />"}) {
+        EXPECT_NE(import("cfmav",
+                         "<av><value name='New' type='4' data='2' />" + std::string(bad) + "</av>"),
+                  0);
+        EXPECT_EQ(exported("cfmav", "av"), before) << bad;
+    }
+    EXPECT_EQ(import("cfmav", "<vpn />"), 0) << "no element, no change";
+    EXPECT_EQ(exported("cfmav", "av"), before);
+    EXPECT_EQ(import("cfmav", "<av><value name='New' type='4' data='2' /><key name='k' /></av>"),
+              0);
+    const std::string after = "av { key name=k, value name=New type=4 data=2 }";
+    EXPECT_EQ(exported("cfmav", "av"), after);
+    // A locked client's settings stay, whatever their types.
+    ASSERT_TRUE(cfg_sentrelmanager_set_pwd(TEXT("x")) && sec_set_sa_registry_lock(true));
+    EXPECT_NE(import("cfmav", "<av><value name='New' type='4' data='3' /></av>"), 0);
+    EXPECT_EQ(exported("cfmav", "av"), after);
+    ASSERT_TRUE(sec_set_sa_registry_lock(false));
+    // A key with sections is merged.
+    FeatureKey("SA_VPN\\sslvpn\\options");
+    EXPECT_EQ(
+        import("cfmvpn", "<vpn><ipsecvpn><options><key name='k' /></options></ipsecvpn></vpn>"), 0);
+    EXPECT_EQ(exported("cfmvpn", "vpn"),
+              "vpn { ipsecvpn { options { key name=k } }, sslvpn { options } }");
+}
+
 TEST_F(PluginsTest, RefusesWhatItCannotDo) {
     const std::string before = ReadWholeFile(file_);
     EXPECT_NE(Advanced("cfmav", TEXT("importvpn")), 0);

@@ -5,15 +5,15 @@
 #include <product_registry.h>
 #include <utilsdll.h>
 
-#include <optional>
+#include <set>
 
 #include "common/handles.h"
 #include "common/xml_file.h"
 #include "registry/user_configuration.h"
 #include "registry/vpn_only.h"
 #include "tests/support/machine.h"
-#include "tests/support/memory_scan.h"
 #include "tests/support/registry.h"
+#include "tests/support/secrets.h"
 #include "tests/support/wide.h"
 
 namespace {
@@ -48,6 +48,16 @@ TEST_F(RegistryClass, ReadsByItsOwnRulesAndWritesOnlyWhereItMay) {
     EXPECT_FALSE(readList(1)) << "not one character";
     EXPECT_TRUE(readList(2)) << "a list without terminators";
     EXPECT_EQ(texts.back(), TEXT("a"));
+    std::vector<WString> names;
+    EXPECT_TRUE(registry.EnumValueNames(names));
+    EXPECT_EQ(std::set(names.begin(), names.end()), (std::set<WString>{TEXT("m"), TEXT("s")}));
+    EXPECT_TRUE(registry.ValueExists(TEXT("m")) && !registry.ValueExists(TEXT("missing")));
+    std::unique_ptr<BYTE[]> bytes;
+    DWORD size = 0;
+    EXPECT_TRUE(registry.GetBinary(TEXT("m"), bytes, size));
+    EXPECT_EQ(std::string(bytes.get(), bytes.get() + size), std::string("a\0", 2));
+    EXPECT_EQ(registry.LastType(), REG_BINARY);
+    EXPECT_FALSE(registry.GetBinary(TEXT("missing"), bytes, size) || bytes);
 
     // A read-only object refuses every write and records nothing of it.
     CRegistry reader(true, true);
@@ -77,6 +87,8 @@ TEST_F(RegistryClass, CopiesMovesAndEnumerates) {
     std::vector<WString> names;
     EXPECT_TRUE(registry.EnumSubKeys(names));
     EXPECT_EQ(names, (std::vector<WString>{TEXT("Copy"), TEXT("To")}));
+    CRegistry empty(true, false);
+    EXPECT_TRUE(empty.CreateKey(kTestKey + TEXT("\\Empty")) && !empty.EnumValueNames(names));
 
     CRegistry moved(true, true);
     DWORD number = 0;
@@ -125,7 +137,10 @@ class UserConfiguration : public MachineTest {
         std::vector<WString> texts;
         if (!key.OpenKey(Below(path))) return "no key";
         if (key.GetString(name, text)) return WideToUtf8(text);
-        if (key.GetMultiString(name, texts)) return std::to_string(texts.size()) + " texts";
+        if (key.GetMultiString(name, texts)) {
+            for (const WString& one : texts) text += one + TEXT(";");
+            return WideToUtf8(text);
+        }
         return key.GetDWORD(name, number) ? std::to_string(number) : "no value";
     }
 
@@ -162,7 +177,7 @@ TEST_F(UserConfiguration, ComesBackAsItWas) {
     EXPECT_EQ(Stored(example, TEXT("PlainText")), "äbc &#x41; <&>");
     EXPECT_EQ(Stored(example, TEXT("Secret")), WideToUtf8(secret));
     EXPECT_EQ(Stored(example, TEXT("Flags")), "4294967295");
-    EXPECT_EQ(Stored(example, TEXT("List")), "2 texts");
+    EXPECT_EQ(Stored(example, TEXT("List")), "a;b;");
     EXPECT_EQ(Stored(example, TEXT("Blob")), "no value");
     EXPECT_TRUE(reg_is_encrypted_valueW(Created(example).get(), TEXT("Secret")));
 }
@@ -210,14 +225,14 @@ TEST_F(UserConfiguration, ReadsDamagedSectionsAsFarAsTheyGo) {
               <value key="B" name="n" type="4" data="none"/><value key="C" name="n" type="q" data="1"/>
               <value key="D" name="n" type="1" data="EncX 00"/>
               <value key="E" name="n" type="1" data="EncX 00" enc="0"/>
-              <value key="F" name="n" type="7" data="6100000"/>
+              <value key="F" name="n" type="7" data="610062006300640065006600670068006900300031003200FFF"/>
               <value key="G" name="n" type="1" data="Enc" enc="1"/>
               <value key="H\\I\" name="n" type="4" data="-2"/>
               <value key="J" name="" type="4" data="1"/><value key="K" name="n" type="4" data="1"/>)");
     const std::pair<const WCHAR*, const char*> values[] = {
         {TEXT("A"), "12"},       {TEXT("B"), "0"},       {TEXT("H\\I"), "4294967294"},
         {TEXT("C"), "no value"},  // an unknown type: the key alone
-        {TEXT("D"), "EncX 00"},  {TEXT("E"), "EncX 00"}, {TEXT("F"), "1 texts"},
+        {TEXT("D"), "EncX 00"},  {TEXT("E"), "EncX 00"}, {TEXT("F"), "abcdefghi012;"},
         {TEXT("G"), "no key"},   {TEXT("J"), "no key"},  {TEXT("K"), "no key"},
         {TEXT("X"), "no key"},   {TEXT("Y"), "no key"},  {TEXT("Z"), "no key"},
     };
@@ -232,28 +247,20 @@ TEST_F(UserConfiguration, ReadsDamagedSectionsAsFarAsTheyGo) {
 }
 
 TEST_F(UserConfiguration, NoSecretOutlivesItsUse) {
-    // Made at run time, so that the program's own constants do not hold them.
-    const auto make = [](WCHAR first) {
-        WCHAR text[40] = {};
-        for (int i = 0; i < 39; ++i) text[i] = static_cast<WCHAR>(first + (i * 7) % 23);
-        SecureText made(text);
-        WipeMemory(text, sizeof text);
-        return made;
-    };
-    std::optional<SecureText> password = make('A');
-    std::optional<SecureText> value = make('a');
-    const HiddenPattern passwordPattern(password->c_str(), 2 * password->size());
-    const HiddenPattern valuePattern(value->c_str(), 2 * value->size());
-    ASSERT_TRUE(passwordPattern.StandsInMemory() && valuePattern.StandsInMemory());
-
-    ASSERT_TRUE(
-        reg_setstring_enc_cuW(Created(TEXT("SA_UI")).get(), TEXT("Secret"), value->c_str()));
-    Export(password->c_str());
-    ImportFile(password->c_str());
-    password.reset();
-    value.reset();
-    EXPECT_FALSE(passwordPattern.StandsInMemory());
-    EXPECT_FALSE(valuePattern.StandsInMemory());
+    const HiddenPattern password = PartOf(MadeSecret(1));
+    const HiddenPattern value = PartOf(MadeSecret(2));
+    const UniqueRegKey key = Created(TEXT("SA_UI"));
+    ASSERT_TRUE(reg_setstring_enc_cuW(key.get(), TEXT("Secret"), MadeSecret(2).c_str()));
+    const std::string section = Export(MadeSecret(1).c_str());
+    ASSERT_TRUE(reg_removevalueW(key.get(), TEXT("Secret")));
+    ImportFile(MadeSecret(1).c_str());
+    WCHAR* text = nullptr;
+    ASSERT_TRUE(reg_getstringW(key.get(), TEXT("Secret"), &text, nullptr));
+    EXPECT_TRUE(value.StandsInMemory()) << "what is there is found";
+    reg_free(text);
+    EXPECT_FALSE(password.StandsInMemory());
+    SKIP_WITHOUT(kDataProtection);
+    EXPECT_FALSE(value.StandsInMemory());
 }
 
 // --- VPN connections only -----------------------------------------------------------------------

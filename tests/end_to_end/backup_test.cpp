@@ -1,5 +1,6 @@
 // Backups, looked at from outside: exit codes, bytes on standard output, the file, the log.
 #include <regex>
+#include <set>
 #include <utility>
 
 #include "tests/end_to_end/client_machine.h"
@@ -10,6 +11,8 @@ namespace {
 
 constexpr const WCHAR* kSavingFinished =
     TEXT("Global\\_SNCONFIG_EVT_SAVING_FINISH_{F55B18CA-E475-4049-95FC-0D9889C1CD1E}");
+
+constexpr unsigned kUser = 54321;
 
 using BackupTest = ClientMachine;
 
@@ -47,7 +50,7 @@ TEST_F(BackupTest, HoldsHeaderVerifierAndEveryModule) {
 }
 
 TEST_F(BackupTest, RefusesWithTheDocumentedTexts) {
-    ExpectRun(Tool({"-f", file_.string()}), 0, "Backup requires a password");
+    ExpectRun(Tool({"-f", file_.string(), "-O", "plain.xml"}), 0, "Backup requires a password");
     ExpectRun(Tool({"-f", file_.string(), "-p", "short"}), 1, "Password must be >=8 characters.\n");
     SetRaw(HKEY_LOCAL_MACHINE, kUiKey, TEXT("disable_backup"), REG_DWORD, {1, 0, 0, 0});
     ExpectRun(Backup(), 0, "Backup is disabled");
@@ -55,8 +58,24 @@ TEST_F(BackupTest, RefusesWithTheDocumentedTexts) {
     EXPECT_FALSE(std::filesystem::exists(file_));
     EXPECT_NE(Log().find("Backup is disabled"), std::string::npos);
     EXPECT_NE(Log().find("Backup requires a password"), std::string::npos);
+    if (TargetHas(kOtherAccounts)) {
+        ExpectRun(RunProgram("SNConfig", BackupArguments(), As(kUser)), 0, "Backup is disabled");
+    }
     ExpectRun(Backup({"-o", "export-install"}), 0, "");
-    EXPECT_TRUE(std::filesystem::exists(file_));
+    EXPECT_TRUE(BackupContent().ends_with("</sentrel_configuration>\n"));
+    EXPECT_EQ(BackupContent().find("<!--"), std::string::npos);
+}
+
+// At any time one of the two places has another date than Greenwich.
+TEST_F(BackupTest, TellsTheDateOfGreenwich) {
+    std::set<std::string> dates;
+    for (const char* zone : {"East-14", "West+12", "UTC"}) {
+        const ProcessOptions there = {{{"TZ", zone}}, {}, {}};
+        ExpectRun(RunProgram("SNConfig", BackupArguments({"-m", "av"}), there), 0, "");
+        const std::string content = BackupContent();
+        dates.insert(content.substr(content.find("<date>"), 16));
+    }
+    EXPECT_EQ(dates.size(), 1U) << "or midnight came in between";
 }
 
 TEST_F(BackupTest, ShowsItsUsage) {
@@ -108,12 +127,21 @@ TEST_F(BackupTest, TellsOfPluginsOnlyWhatIsDocumented) {
     EXPECT_EQ(Log(), "");
 
     InstallLibrary("probe_plugin", client, "cfmav");
+    InstallLibrary("probe_plugin_without_import", client, "cfmwf");
     WriteWholeFile(client / "fail", "");
     ExpectRun(Backup({"-m", "av", "-u"}), 0, "Access denied.");
     EXPECT_NE(Log().find("Error in exporting module: cfmav"), std::string::npos);
     EXPECT_NE(BackupContent().find("<os_architecture>"), std::string::npos)
         << "the file is written";
     EXPECT_EQ(BackupContent().find("user_configuration"), std::string::npos);
+
+    BackgroundProcess gui("sngui", {"1"});
+    ASSERT_TRUE(gui.WaitForOutput("listening"));
+    ExpectRun(Backup({"-o", "import", "-m", "av webfilter", "-i", "1"}), 0, "");
+    EXPECT_NE(Log().find("Error in importing module: cfmav"), std::string::npos);
+    EXPECT_NE(Log().find("GetProcAddress \"ImportFromXml\" from cfmwf failed (127)"),
+              std::string::npos);
+    EXPECT_TRUE(gui.WaitForOutput("\ncode 1 0"));
 }
 
 TEST_F(BackupTest, WaitsForTheConfigurationMutexAndAnnouncesTheEnd) {
@@ -137,7 +165,9 @@ TEST_F(BackupTest, CarriesTheSessionUsersSettingsAndTellsTheUserInterface) {
     SetRaw(HKEY_LOCAL_MACHINE, kUiKey, TEXT("LCID"), REG_DWORD, {0x07, 0x04, 0, 0});
     BackgroundProcess gui("sngui", {"1"});
     ASSERT_TRUE(gui.WaitForOutput("listening"));
+    const ULONGLONG start = GetTickCount64();
     ExpectRun(Backup({"-u", "-i", "1"}), 0, "");
+    EXPECT_GE(GetTickCount64() - start, 1000U) << "the tray gets a second";
     EXPECT_NE(BackupContent().find(R"(<value key="SA_UI" name="theme" type="4" data="2" />)"),
               std::string::npos);
     EXPECT_TRUE(gui.WaitForOutput("code 1640"));
@@ -151,13 +181,23 @@ TEST_F(BackupTest, CarriesTheSessionUsersSettingsAndTellsTheUserInterface) {
 
 TEST_F(BackupTest, WorksAsTheUserOfTheSession) {
     SKIP_UNLESS_ADMINISTRATOR();
-    constexpr unsigned kUser = 54321;
+    // Where no sessions are kept, the user's shell tells whom one belongs to.
+    const auto explorerOf = [&](const char* name, const char* session, unsigned account) {
+        return StartWaitingProgram(ScratchFolder() / name,
+                                   {{{"XDG_SESSION_ID", session}}, {}, account});
+    };
+    const BackgroundProcess others = explorerOf("explorer.exe", "8", kUser + 1);
+    const BackgroundProcess users = explorerOf("Explorer.EXE", "7", kUser);
+    ExpectRun(Backup({"-m", "av", "-i", "7"}), 0, "");
+    EXPECT_EQ(OwnerOf(file_), kUser);
+    std::filesystem::remove(file_);
+
     LogOn(EndpointFolder(), 7, std::to_string(kUser));
     ExpectRun(Backup({"-u", "-i", "7"}), 0, "");
     EXPECT_EQ(OwnerOf(file_), kUser);
     file_ = ScratchFolder() / "own.xml";
     ExpectRun(Backup({"--NOIMPERSONATEUSER=1", "-i", "7"}), 0, "");
-    EXPECT_NE(OwnerOf(file_), kUser);
+    EXPECT_EQ(OwnerOf(file_), OwnerOf(ScratchFolder()));
 }
 
 TEST_F(BackupTest, TwoAtATimeBothComeOut) {

@@ -1,5 +1,4 @@
 // The crypto service as a program: what it serves, to whom, and what outlives it.
-#include <atomic>
 #include <csignal>
 #include <set>
 
@@ -111,25 +110,6 @@ TEST_F(CryptoServiceTest, AChangeIsBegunCommittedAndVerified) {
     EXPECT_EQ(Ask(9), 0);
     EXPECT_EQ(Ask(8), -1);
     EXPECT_EQ(Ask(3), -5);
-}
-
-TEST_F(CryptoServiceTest, ACommitSucceedsWhileOthersChangeValues) {
-    std::atomic<bool> isOver = false;
-    std::thread others([&isOver] {
-        const UniqueRegKey key(reg_createkeyW(HKEY_LOCAL_MACHINE, kSettings));
-        while (!isOver) {
-            for (const std::size_t size : {1u, 5'000u}) {
-                SetRaw(key.get(), TEXT(""), TEXT("x"), REG_BINARY, Bytes(size));
-            }
-            reg_removevalueW(key.get(), TEXT("x"));
-        }
-    });
-    for (int i = 0; i < 20; ++i) {
-        EXPECT_EQ(Ask(7), 0);
-        EXPECT_EQ(Ask(8), 0);
-    }
-    isOver = true;
-    others.join();
 }
 
 TEST_F(CryptoServiceTest, TheErrorModeOutlivesTheServiceUntilItIsCleared) {

@@ -4,6 +4,7 @@
 #include <regex>
 #include <tuple>
 
+#include "cryptd/crypto_log.h"
 #include "tests/end_to_end/client_machine.h"
 #include "tests/support/fake_crypto_service.h"
 
@@ -54,6 +55,7 @@ TEST_F(FipsModeTest, AnOrdinaryUserBacksUpToo) {
     SKIP_UNLESS_ADMINISTRATOR();
     BackgroundProcess service("sncryptd", {});
     ASSERT_TRUE(service.WaitForOutput("listening"));
+    CryptdLogInit();  // which the user's run shares the mutex with
     file_ = TemporaryFolder() / "users.xml";
     ExpectRun(RunProgram(program_.string(), BackupArguments({"-m", "av"}), {{}, Folder(), 12345}),
               0, "");

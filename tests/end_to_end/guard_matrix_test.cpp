@@ -2,11 +2,13 @@
 // machine, and what each leaves behind.
 #include <utilsdll.h>
 
+#include <regex>
 #include <tuple>
 
 #include "common/handles.h"
 #include "common/security.h"
 #include "tests/end_to_end/client_machine.h"
+#include "tests/support/file_facts.h"
 #include "tests/support/machine_port.h"
 #include "tests/support/object_remains.h"
 
@@ -15,6 +17,8 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kLockPassword = "open sesame";
+constexpr const WCHAR* kFinished =
+    TEXT("Global\\_SNCONFIG_EVT_SAVING_FINISH_{F55B18CA-E475-4049-95FC-0D9889C1CD1E}");
 constexpr const char* kContent =
     "<?xml version=\"1.0\"?><sentrel_configuration><!-- note --><av /></sentrel_configuration>";
 
@@ -137,8 +141,9 @@ class Guards : public ClientMachine {
 
     // While the plug-in waits in the middle of the operation.
     void LookMeanwhile(BackgroundProcess& run, const State& state) {
-        while (WaitForSingleObject(called_.get(), 50) != WAIT_OBJECT_0) {
+        for (int i = 0; WaitForSingleObject(called_.get(), 50) != WAIT_OBJECT_0; ++i) {
             if (!run.IsRunning()) return;
+            ASSERT_LT(i, 600) << "it hangs";
         }
         for (const char* bypass : kBypasses) {
             EXPECT_EQ(Exists(bypass), state.isAdministrator) << bypass;
@@ -263,11 +268,90 @@ TEST_F(Guards, RestoreALockedClientWithTheUnlockPassword) {
     GoOnAs("msiexec.exe", "trusted parent");
 }
 
+// What other components see of a run: it works unvirtualized, its end is announced to every
+// account, also that of one that is refused.
+TEST_F(Guards, ARunIsSeenFromOutside) {
+    SKIP_WITHOUT(kSetSessions);
+    WriteWholeFile(EndpointFolder() / "virtualization", "");
+    Prepare({true, false, false, false, false, false, ""}, false);
+    for (const char* bypass : kBypasses) fs::remove(RemainsOf(EndpointFolder(), bypass));
+    BackgroundProcess run = Start(kOperations[0], {true, false, false, false, false, false, ""});
+    ASSERT_EQ(WaitForSingleObject(called_.get(), 20'000), WAIT_OBJECT_0);
+    const UniqueHandle finished(OpenEventW(SYNCHRONIZE | EVENT_MODIFY_STATE, FALSE, kFinished));
+    EXPECT_EQ(WaitForSingleObject(finished.get(), 0), DWORD{WAIT_TIMEOUT});
+    for (const auto& object : fs::directory_iterator(EndpointFolder() / "run")) {
+        const std::string name = object.path().filename().string();
+        EXPECT_TRUE(!name.starts_with("Global") || EveryoneMayWrite(object)) << name;
+    }
+    const UniqueHandle process(OpenProcess(PROCESS_QUERY_INFORMATION, FALSE, run.Id()));
+    UniqueHandle token;
+    DWORD isVirtualized = 1;
+    DWORD size = 0;
+    OpenProcessToken(process.get(), TOKEN_QUERY, token.put());
+    EXPECT_TRUE(GetTokenInformation(token.get(), TokenVirtualizationEnabled, &isVirtualized,
+                                    sizeof isVirtualized, &size));
+    EXPECT_EQ(isVirtualized, 0U);
+    SetEvent(goOn_.get());
+    ExpectRun(run.Wait(), 0, "");
+    EXPECT_EQ(WaitForSingleObject(finished.get(), 0), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForSingleObject(finished.get(), 0), WAIT_OBJECT_0) << "it stays signalled";
+
+    // An event that is left over from the last run says nothing about this one.
+    ResetEvent(goOn_.get());
+    run = Start(kOperations[0], {true, false, false, false, false, false, ""});
+    ASSERT_EQ(WaitForSingleObject(called_.get(), 20'000), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForSingleObject(finished.get(), 0), DWORD{WAIT_TIMEOUT});
+    SetEvent(goOn_.get());
+    EXPECT_EQ(run.Wait().exitCode, 0);
+    ResetEvent(finished.get());
+    EXPECT_EQ(Tool({"-o", "import", "-f", "missing"}).exitCode, 5);
+    EXPECT_EQ(WaitForSingleObject(finished.get(), 0), WAIT_OBJECT_0);
+}
+
+// What an import that meets something wrong tells the user interface and the log.
+TEST_F(Guards, TellWhatAnImportMeets) {
+    SKIP_WITHOUT(kAdministrator);
+    SetEvent(goOn_.get());
+    BackgroundProcess gui("sngui", {"1"});
+    ASSERT_TRUE(gui.WaitForOutput("listening"));
+    const std::string rootless = "<?xml version=\"1.0\"?><!-- no root -->";
+    const struct {
+        const char* operation;
+        std::string content;
+        const char* code;
+        const char* line;
+    } cases[] = {
+        {"import", "<?xml version=\"1.0\"?><open>", "code 1 0 0 0 0\n",
+         " ERROR Failed to process the file ("},
+        {"import_settings", "<open>", "code 1 0 0 0 0\n", " ERROR Failed to process the file ("},
+        {"import", rootless, "code 4 0 0 0 0\n", " ERROR Failed to acquire root element ... ("},
+        {"import", kContent, "code 1639 0 0 0 0\n", " DEBUG Comments removed from ("},
+        {"import_settings", kContent, "", " DEBUG Comments removed from ("},
+        {"whatever", "<open>", "", ""},
+    };
+    for (const auto& [operation, content, code, line] : cases) {
+        const std::size_t shown = gui.Output().size();
+        const std::size_t logged = Log().size();
+        WriteWholeFile(file_, content);
+        ExpectRun(Tool({"-o", operation, "-m", "av", "-f", file_.string(), "-i", "1"}), 0, "");
+        EXPECT_TRUE(*code == 0 || gui.WaitForOutput(code));
+        EXPECT_TRUE(gui.Output().substr(shown).starts_with(code)) << gui.Output();
+        EXPECT_TRUE(*code != 0 || gui.Output().size() == shown);
+        const std::string log = Log().substr(logged);
+        EXPECT_NE(log.find(line), std::string::npos) << log;
+        EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), *line == 0 ? 0 : 1) << log;
+    }
+}
+
 // --- The file's password ------------------------------------------------------------------------
 
 TEST_F(ClientMachine, FilePasswordIsCheckedBeforeTheLocks) {
     ASSERT_EQ(Backup({"-m", "av"}).exitCode, 0);
     const fs::path encrypted = ScratchFolder() / "encrypted";
+    const fs::path unverified = ScratchFolder() / "empty verifier";
+    WriteWholeFile(unverified,
+                   std::regex_replace(BackupContent(), std::regex("authentication=\"[^\"]*"),
+                                      "authentication=\""));
     Client({"encrypt-file", file_.string(), encrypted.string(), kPassword});
     Client({"set-lock-password", kLockPassword});
     BackgroundProcess gui("sngui", {"1"});
@@ -280,6 +364,7 @@ TEST_F(ClientMachine, FilePasswordIsCheckedBeforeTheLocks) {
     } cases[] = {{file_, {}, 2, false},
                  {file_, {"-p", kPassword}, 2, false},
                  {file_, {"-p", "wrong phrase"}, 5, true},
+                 {unverified, {"-p", "wrong phrase"}, 2, false},
                  {encrypted, {"-p", kPassword}, 2, false},
                  {encrypted, {"-p", "wrong phrase"}, 5, false}};
     for (const auto& c : cases) {

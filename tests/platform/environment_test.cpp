@@ -1,11 +1,9 @@
 // What a process finds around it: variables, arguments, the clock and libraries.
 #include <windows.h>
 
-#include <chrono>
-#include <cstdlib>
-
 #include "tests/support/last_error.h"
 #include "tests/support/machine.h"
+#include "tests/support/machine_port.h"
 
 namespace fs = std::filesystem;
 
@@ -29,15 +27,6 @@ fs::path FileOf(HMODULE module) {
 
 }  // namespace
 
-TEST_F(EnvironmentTest, VariablesOfTheCLibraryAreThoseOfTheProcess) {
-    WCHAR value[8] = {};
-    ASSERT_EQ(_putenv_s("SnTest", "four"), 0);
-    EXPECT_STREQ(std::getenv("SnTest"), "four");
-    EXPECT_EQ(GetEnvironmentVariableW(TEXT("SnTest"), value, 8), 4u);
-    EXPECT_EQ(_putenv_s("SnTest", ""), 0);
-    EXPECT_EQ(std::getenv("SnTest"), nullptr);
-}
-
 // Every argument that the system can pass arrives as one word, also one that is no UTF-8.
 TEST_F(EnvironmentTest, ArgumentsArriveWithoutLoss) {
     const ProcessResult result =
@@ -46,20 +35,6 @@ TEST_F(EnvironmentTest, ArgumentsArriveWithoutLoss) {
     EXPECT_EQ(result.output, "70 6c 61 69 6e;;e4 20 d83d de00;5c 22 5c;");
     SKIP_WITHOUT(kBytesAsNames);
     EXPECT_EQ(RunProgram("argument_echo", {"\xE4"}).output, "dce4;");
-}
-
-TEST_F(EnvironmentTest, TheClockIsTheSystems) {
-    namespace c = std::chrono;
-    const auto before = c::floor<c::milliseconds>(c::system_clock::now());
-    SYSTEMTIME t{};
-    GetSystemTime(&t);
-    const auto after = c::system_clock::now();
-    const c::sys_days day = c::year(t.wYear) / c::month(t.wMonth) / c::day(t.wDay);
-    const auto told = day + c::hours(t.wHour) + c::minutes(t.wMinute) + c::seconds(t.wSecond) +
-                      c::milliseconds(t.wMilliseconds);
-    EXPECT_GE(told, before);
-    EXPECT_LE(told, after);
-    EXPECT_EQ(c::weekday(day).c_encoding(), t.wDayOfWeek);
 }
 
 TEST_F(EnvironmentTest, ALibraryLoadsByNameFindsItsExportsAndGoes) {
@@ -81,4 +56,21 @@ TEST_F(EnvironmentTest, ALibraryLoadsByNameFindsItsExportsAndGoes) {
     EXPECT_EQ(Call<int>(library, "SampleAnswer"), 42);
     EXPECT_TRUE(FreeLibrary(library));
     EXPECT_EQ(ErrorOf(GetModuleHandleW(TEXT("sample_library"))), ERROR_MOD_NOT_FOUND);
+}
+
+TEST_F(EnvironmentTest, TheUsersLanguageComesFromItsLocale) {
+    SKIP_WITHOUT(kLocales);
+    for (const char* name : {"LC_ALL", "LC_MESSAGES"}) SetVariable(name, "");
+    const std::pair<const char*, LANGID> languages[] = {
+        {"", 0x0409},      {"C", 0x0409},           {"POSIX", 0x0409},      {"C.UTF-8", 0x0409},
+        {"de", 0x0407},    {"de_LU.UTF-8", 0x0407}, {"de_AT@euro", 0x0C07}, {"xx_YY", 0x0409},
+        {"zh_TW", 0x0404}, {"zh_HK.Big5", 0x0C04},  {"es_ES.UTF-8", 0x0C0A}};
+    for (const auto& [locale, language] : languages) {
+        SetVariable("LANG", locale);
+        EXPECT_EQ(GetUserDefaultUILanguage(), language) << locale;
+    }
+    SetVariable("LC_MESSAGES", "fr_CA.UTF-8");
+    EXPECT_EQ(GetUserDefaultUILanguage(), 0x0C0C);
+    SetVariable("LC_ALL", "ja_JP.UTF-8");
+    EXPECT_EQ(GetUserDefaultUILanguage(), 0x0411);
 }

@@ -264,22 +264,6 @@ TEST_F(FileTest, AFolderStaysWhileItIsHeld) {
     EXPECT_EQ(ErrorOf(RemoveDirectoryW(folder.c_str())), ERROR_SUCCESS);
 }
 
-TEST_F(FileTest, OrdinaryUsersAreHeldToPermissions) {
-    const fs::path path = File("private");
-    if (Role() == "user") {
-        EXPECT_EQ(ErrorOfCopy(File("source"), path), ERROR_ACCESS_DENIED);
-        EXPECT_EQ(ErrorOfOpen(path, GENERIC_WRITE, OPEN_EXISTING), ERROR_ACCESS_DENIED);
-        EXPECT_EQ(_waccess(Wide(path).c_str(), 2), -1);
-        EXPECT_EQ(_waccess(Wide(path).c_str(), 4), 0);
-        return;
-    }
-    SKIP_UNLESS_ADMINISTRATOR();
-    WriteWholeFile(path, "old");
-    WriteWholeFile(File("source"), "new");
-    RunRole("user", As(kStranger));
-    EXPECT_EQ(ReadWholeFile(path), "old");
-}
-
 // --- Temporary files -----------------------------------------------------------------------------
 
 TEST_F(TempFileTest, TheFolderBelongsToTheAccount) {

@@ -1,12 +1,11 @@
 #include <windows.h>
 // (after the types)
 #include <shlwapi.h>
-#include <wtsapi32.h>
 
 #include <cstring>
 
-#include "tests/support/accounts.h"
 #include "tests/support/file_facts.h"
+#include "tests/support/machine.h"
 #include "tests/support/registry.h"
 
 namespace {
@@ -171,78 +170,6 @@ TEST_F(Registry, HandlesDoOnlyWhatTheyWereOpenedFor) {
     }
 }
 
-TEST_F(Registry, DeletesKeysUnderOpenHandles) {
-    const Key parent(Root(), TEXT("p"));
-    const Key child(parent.get(), TEXT("c"));
-    const Key deep(child.get(), TEXT("d\\e"));
-    ASSERT_EQ(SetNumber(child.get(), TEXT("n"), 1), kOk);
-    EXPECT_EQ(RegDeleteKeyW(Root(), TEXT("p")), kDenied);
-    EXPECT_EQ(RegDeleteKeyW(Root(), TEXT("q")), kMissing);
-    EXPECT_EQ(SHDeleteKeyW(Root(), TEXT("q")), kMissing);
-    EXPECT_EQ(SHDeleteKeyW(Root(), TEXT("P")), kOk);
-    EXPECT_TRUE(Names(RegEnumKeyExW, Root()).empty());
-
-    // The handles outlive their keys, and do not come to name the new one.
-    Key again(Root(), TEXT("p\\c"));
-    EXPECT_EQ(Exists(child.get(), TEXT("n")), kDeleted);
-    EXPECT_EQ(SetNumber(child.get(), TEXT("n"), 1), kDeleted);
-    EXPECT_EQ(RegDeleteValueW(child.get(), TEXT("n")), kDeleted);
-    EXPECT_EQ(FindName(RegEnumKeyExW, child.get()), kDeleted);
-    EXPECT_EQ(FindName(RegEnumValueW, child.get()), kDeleted);
-    EXPECT_EQ(again.Open(parent.get(), TEXT("c"), KEY_READ), kDeleted);
-    EXPECT_EQ(again.Create(parent.get(), TEXT("x")), kDeleted);
-    ASSERT_EQ(again.Open(Root(), TEXT("p\\c"), KEY_READ), kOk);
-    EXPECT_TRUE(Names(RegEnumValueW, again.get()).empty());
-    EXPECT_EQ(RegDeleteKeyW(again.get(), TEXT("")), kOk);
-    EXPECT_EQ(Exists(again.get(), TEXT("n")), kDeleted);
-}
-
-TEST_F(Registry, CopiesTreesBetweenHivesAndIntoThemselves) {
-    ASSERT_EQ(SetNumber(Key(Root(), TEXT("from\\x\\y")).get(), TEXT("deep"), 3), kOk);
-    ASSERT_EQ(SetNumber(Key(Root(), TEXT("from")).get(), TEXT("n"), 1), kOk);
-    const Key to(HKEY_CURRENT_USER, kRoot);
-    ASSERT_EQ(SetNumber(to.get(), TEXT("n"), 9), kOk);
-    ASSERT_EQ(SetNumber(to.get(), TEXT("kept"), 4), kOk);
-    EXPECT_EQ(SHCopyKeyW(Root(), TEXT("from"), to.get(), 0), kOk);
-    EXPECT_EQ(Number(to.get(), TEXT("n")), 1u);
-    EXPECT_EQ(Number(to.get(), TEXT("kept")), 4u);
-    EXPECT_EQ(Number(Key(to.get(), TEXT("x\\y")).get(), TEXT("deep")), 3u);
-
-    Key key;
-    ASSERT_EQ(key.Open(HKEY_CURRENT_USER, kRoot, KEY_READ), kOk);
-    EXPECT_EQ(SHCopyKeyW(Root(), TEXT("from"), key.get(), 0), kDenied);
-
-    SKIP_WITHOUT(kCopiesInside);
-    ASSERT_EQ(key.Create(Root(), TEXT("from\\x\\in"), 0x20006), kOk);
-    EXPECT_EQ(SHCopyKeyW(Root(), TEXT("from"), key.get(), 0), kOk);
-    ASSERT_EQ(key.Open(Root(), TEXT("from\\x\\in\\x\\y"), KEY_READ), kOk);
-    EXPECT_EQ(key.Open(Root(), TEXT("from\\x\\in\\x\\in\\x"), KEY_READ), kMissing);
-}
-
-TEST_F(Registry, ManyProcessesLoseNoWrite) {
-    constexpr DWORD kWrites = 150;
-    if (!Role().empty()) {
-        const Text part(1, static_cast<WCHAR>(Role()[0]));
-        const Text shared = Text(kRoot) + TEXT("\\shared");
-        for (DWORD i = 0; i < kWrites; ++i) {
-            for (const Text& path : {shared + TEXT("\\") + part, shared}) {
-                const Key key(HKEY_LOCAL_MACHINE, path);
-                ASSERT_EQ(SetNumber(key.get(), part + static_cast<WCHAR>(0x4E00 + i), i), kOk);
-            }
-        }
-        return;
-    }
-    RunRoles(4);
-    const Key shared(Root(), TEXT("shared"));
-    EXPECT_EQ(Names(RegEnumValueW, shared.get()).size(), 4 * kWrites);
-    EXPECT_EQ(Names(RegEnumKeyExW, shared.get()).size(), 4u);
-    for (const Text& part : Names(RegEnumKeyExW, shared.get())) {
-        const Key key(shared.get(), part);
-        EXPECT_EQ(Names(RegEnumValueW, key.get()).size(), kWrites);
-        EXPECT_EQ(Number(key.get(), part + static_cast<WCHAR>(0x4E00 + kWrites - 1)), kWrites - 1);
-    }
-}
-
 TEST_F(Registry, AKilledWriterLeavesTheOldValueOrTheNewOne) {
     constexpr std::size_t kSize = 60'000;
     if (Role() == "reader") {
@@ -305,33 +232,6 @@ TEST_F(Registry, AnotherAccountReadsTheMachineButWritesOnlyItsOwnHive) {
     EXPECT_EQ(Number(Root(), TEXT("n")), 5u);
     EXPECT_TRUE(OnlyOwnerMayUse(EndpointFolder() / "users" / "65534" / "user.db"));
     EXPECT_FALSE(OnlyOwnerMayUse(EndpointFolder() / "registry" / "machine.db"));
-}
-
-TEST_F(Registry, OpensTheHiveOfTheImpersonatedUser) {
-    SKIP_UNLESS_ADMINISTRATOR();
-    LogOn(EndpointFolder(), 3, std::to_string(kStranger));
-    UniqueHandle token;
-    ASSERT_TRUE(WTSQueryUserToken(3, token.put()));
-    ASSERT_TRUE(ImpersonateLoggedOnUser(token.get()));
-    Key hive;
-    ASSERT_EQ(RegOpenCurrentUser(KEY_ALL_ACCESS, hive.put()), kOk);
-    const Key theirs(hive.get(), kRoot);
-    // What is opened now is opened with the user's rights; the machine's hive is reached by a
-    // connection of the process's own, made before.
-    Key key;
-    EXPECT_EQ(key.Open(HKEY_LOCAL_MACHINE, kRoot, KEY_READ), kOk);
-    EXPECT_EQ(key.Open(HKEY_LOCAL_MACHINE, kRoot, KEY_WRITE), kDenied);
-    EXPECT_EQ(key.Create(Root(), TEXT("new")), kDenied);
-    EXPECT_EQ(SetNumber(Root(), TEXT("n"), 1), kOk) << "the handle was opened before";
-    ASSERT_TRUE(RevertToSelf());
-
-    EXPECT_EQ(SetNumber(theirs.get(), TEXT("n"), 4), kOk);
-    EXPECT_EQ(key.Open(HKEY_CURRENT_USER, kRoot, KEY_READ), kMissing);
-    EXPECT_EQ(OwnerOf(EndpointFolder() / "users" / "65534" / "user.db"), kStranger);
-    ASSERT_EQ(key.Open(HKEY_USERS, Text(TEXT("65534\\")) + kRoot, KEY_READ), kOk);
-    EXPECT_EQ(Number(key.get(), TEXT("n")), 4u);
-    ASSERT_EQ(RegOpenCurrentUser(KEY_ALL_ACCESS, hive.put()), kOk);
-    EXPECT_EQ(key.Open(hive.get(), kRoot, KEY_READ), kMissing);
 }
 
 }  // namespace

@@ -23,7 +23,6 @@ inline const std::string kWholeAppends = "files appended to at once";
 inline const std::string kFirstInstances = "pipes served alone";
 inline const std::string kOrderOfValues = "values in their order";
 inline const std::string kFipsModule = "OpenSSL's FIPS module";
-inline const std::string kCopiesInside = "keys copied into themselves";
 
 bool TargetHas(const std::string& capability);
 

@@ -18,5 +18,5 @@ class HiddenPattern {
 };
 
 // Hands over a copy of each block of writable memory, as the system tells of it, until one is taken
-// with true; tells whether one was.
+// with true; tells whether one was. The copies are wiped.
 bool AnyWritableBlock(const std::function<bool(const std::vector<char>&)>& take);

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <string>
@@ -8,12 +9,13 @@ bool AnyWritableBlock(const std::function<bool(const std::vector<char>&)>& take)
     std::ifstream maps("/proc/self/maps");
     std::ifstream memory("/proc/self/mem", std::ios::binary);
     std::string line;
+    constexpr unsigned long kLargest = 1UL << 28;  // more is address space, not memory in use
     std::vector<char> block;
+    block.reserve(kLargest);  // which takes nothing of what was given back and is searched
     while (std::getline(maps, line)) {
         unsigned long from = 0;
         unsigned long to = 0;
         char access[5] = {};
-        constexpr unsigned long kLargest = 1UL << 28;  // more is address space, not memory in use
         if (std::sscanf(line.c_str(), "%lx-%lx %4s", &from, &to, access) != 3 || access[1] != 'w' ||
             line.find("[v") != std::string::npos || to - from > kLargest) {
             continue;
@@ -22,7 +24,9 @@ bool AnyWritableBlock(const std::function<bool(const std::vector<char>&)>& take)
         memory.clear();
         memory.seekg(static_cast<std::streamoff>(from));
         memory.read(block.data(), static_cast<std::streamsize>(block.size()));
-        if (take(block)) return true;
+        const bool isTaken = take(block);
+        std::ranges::fill(block, char{0});
+        if (isTaken) return true;
     }
     return false;
 }

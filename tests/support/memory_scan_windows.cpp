@@ -1,5 +1,7 @@
 #include <windows.h>
 
+#include <algorithm>
+
 #include "tests/support/memory_scan.h"
 
 bool AnyWritableBlock(const std::function<bool(const std::vector<char>&)>& take) {
@@ -14,7 +16,9 @@ bool AnyWritableBlock(const std::function<bool(const std::vector<char>&)>& take)
         block.resize(info.RegionSize);
         ReadProcessMemory(GetCurrentProcess(), at, block.data(), block.size(), &size);
         block.resize(size);
-        if (take(block)) return true;
+        const bool isTaken = take(block);
+        std::ranges::fill(block, char{0});
+        if (isTaken) return true;
     }
     return false;
 }

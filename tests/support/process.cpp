@@ -6,6 +6,9 @@
 
 using Clock = std::chrono::steady_clock;
 
+// A program that computes and writes nothing for that long while a test waits for it hangs.
+static constexpr std::chrono::seconds kLongestStandstill(20);
+
 struct BackgroundProcess::Watch {
     explicit Watch(std::unique_ptr<ChildProcess> child) : process(std::move(child)) {}
     ~Watch() { Kill(); }
@@ -16,14 +19,24 @@ struct BackgroundProcess::Watch {
         process->TakeOutput(result);
         return hasEnded;
     }
-    // True when the condition comes to hold before its end or the limit.
+    // True when the condition comes to hold before its end, and before it hangs or takes too long.
     template <typename Condition>
     bool WaitUntil(Condition holds) {
+        auto progress = Progress();
+        auto progressed = Clock::now();
         for (bool isOver = false; !isOver;) {
-            isOver = EndsWithin(std::chrono::milliseconds(5)) || Clock::now() > limit;
+            isOver = EndsWithin(std::chrono::milliseconds(5));
+            const auto now = Clock::now();
+            if (std::exchange(progress, Progress()) != progress) progressed = now;
+            if (now > limit || now > progressed + kLongestStandstill) isOver = true;
             if (holds()) return true;
         }
         return false;
+    }
+    // Changes while the program works: the time that it computed and what it wrote.
+    std::pair<std::chrono::milliseconds, std::size_t> Progress() const {
+        const auto computed = hasEnded ? std::chrono::milliseconds(0) : process->ProcessorTime();
+        return {computed, result.output.size() + result.errors.size()};
     }
     void Kill() {
         if (hasEnded) return;

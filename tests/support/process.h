@@ -45,8 +45,9 @@ std::filesystem::path FileOfBuild(const std::string& name);
 // Time that this process's threads spent on a processor up to now.
 std::chrono::milliseconds ProcessorTimeOfThisProcess();
 
-// A running program, which one thread looks after. It is killed when
-// it runs for more than ten minutes; slow machines do not take as long.
+// A running program, which one thread looks after. A wait for it ends when it neither
+// computes nor writes for 20 seconds, or runs for more than ten minutes: slow machines do not take
+// as long.
 class BackgroundProcess {
   public:
     // Starts a program of the build by its name without extension, or any program by its absolute

@@ -15,6 +15,8 @@ struct ChildProcess {
     virtual bool EndsWithin(std::chrono::milliseconds time, ProcessResult& result) = 0;
     // Adds what it wrote meanwhile.
     virtual void TakeOutput(ProcessResult& result) = 0;
+    // That its threads spent on a processor up to now.
+    virtual std::chrono::milliseconds ProcessorTime() const = 0;
     // Nothing happens when it is gone already.
     virtual void Signal(int signal) = 0;
 };

@@ -94,6 +94,12 @@ class PosixProcess : public ChildProcess {
         output_.TakeInto(result.output);
         errors_.TakeInto(result.errors);
     }
+    std::chrono::milliseconds ProcessorTime() const override {
+        clockid_t clock = 0;
+        timespec time{};
+        if (clock_getcpuclockid(id_, &clock) == 0) clock_gettime(clock, &time);
+        return std::chrono::milliseconds(time.tv_sec * 1000 + time.tv_nsec / 1'000'000);
+    }
     void Signal(int signal) override { pidfd_send_signal(process_.get(), signal, nullptr, 0); }
 
   private:

@@ -77,6 +77,15 @@ void EndLinesAsOnLinux(std::string& text) {
     }
 }
 
+std::chrono::milliseconds ProcessorTimeOf(HANDLE process) {
+    FILETIME ignored{};
+    FILETIME kernel{};
+    FILETIME user{};
+    GetProcessTimes(process, &ignored, &ignored, &kernel, &user);
+    constexpr DWORD kTicks = 10'000;  // in a millisecond
+    return std::chrono::milliseconds((kernel.dwLowDateTime + user.dwLowDateTime) / kTicks);
+}
+
 class WindowsProcess : public ChildProcess {
   public:
     WindowsProcess(fs::path program, const std::vector<std::string>& arguments,
@@ -132,6 +141,9 @@ class WindowsProcess : public ChildProcess {
         errors_.TakeInto(result.errors);
         for (std::string* text : {&result.output, &result.errors}) EndLinesAsOnLinux(*text);
     }
+    std::chrono::milliseconds ProcessorTime() const override {
+        return ProcessorTimeOf(process_.get());
+    }
     // Windows knows no signals, but every one of them ends a program that does not expect it.
     void Signal(int signal) override {
         signal_ = signal;
@@ -161,10 +173,5 @@ fs::path PathOfThisProgram() {
 }
 
 std::chrono::milliseconds ProcessorTimeOfThisProcess() {
-    FILETIME ignored{};
-    FILETIME kernel{};
-    FILETIME user{};
-    GetProcessTimes(GetCurrentProcess(), &ignored, &ignored, &kernel, &user);
-    constexpr DWORD kTicks = 10'000;  // in a millisecond
-    return std::chrono::milliseconds((kernel.dwLowDateTime + user.dwLowDateTime) / kTicks);
+    return ProcessorTimeOf(GetCurrentProcess());
 }
