@@ -193,11 +193,13 @@ TEST_F(BackupTest, WorksAsTheUserOfTheSession) {
     std::filesystem::remove(file_);
 
     LogOn(EndpointFolder(), 7, std::to_string(kUser));
-    ExpectRun(Backup({"-u", "-i", "7"}), 0, "");
-    EXPECT_EQ(OwnerOf(file_), kUser);
-    file_ = ScratchFolder() / "own.xml";
-    ExpectRun(Backup({"--NOIMPERSONATEUSER=1", "-i", "7"}), 0, "");
-    EXPECT_EQ(OwnerOf(file_), OwnerOf(ScratchFolder()));
+    for (const auto& [asWhom, owner] : {std::pair{"-q", kUser},
+                                        {"-u", OwnerOf(ScratchFolder())},
+                                        {"--NOIMPERSONATEUSER=1", OwnerOf(ScratchFolder())}}) {
+        ExpectRun(Backup({asWhom, "-m", "av", "-i", "7"}), 0, "");
+        EXPECT_EQ(OwnerOf(file_), owner) << asWhom;
+        std::filesystem::remove(file_);
+    }
 }
 
 TEST_F(BackupTest, TwoAtATimeBothComeOut) {

@@ -69,6 +69,7 @@ TEST_F(RestoreTest, ServesAnOrdinaryUserOnALockedMachine) {
         ExpectRun(Backup({asTool, "-u", "-i", "7"}), 0, "");
         EXPECT_NE(BackupContent().find("name=\"theme\""), std::string::npos) << asTool;
     }
+    fs::permissions(file_, fs::perms(0644));  // a backup with -u is the tool's own
     RunRole("changed", As(kUser));
     const std::string copy = (ScratchFolder() / "copy").string();
     fs::copy_file(file_, copy);
