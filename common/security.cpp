@@ -4,6 +4,8 @@
 
 #include <array>
 
+#include "common/handles.h"
+
 AccessList::AccessList(const WCHAR* list) {
     ConvertStringSecurityDescriptorToSecurityDescriptorW(
         list, SDDL_REVISION_1, &attributes_.lpSecurityDescriptor, nullptr);
@@ -21,15 +23,49 @@ bool IsMemberOf(WELL_KNOWN_SID_TYPE group, HANDLE token) {
            CheckTokenMembership(token, sid.data(), &isMember) && isMember;
 }
 
-bool IsOwnedByAdministrators(HANDLE object, SE_OBJECT_TYPE type) {
-    PSID owner = nullptr;
-    PSECURITY_DESCRIPTOR descriptor = nullptr;
-    if (GetSecurityInfo(object, type, OWNER_SECURITY_INFORMATION, &owner, nullptr, nullptr, nullptr,
-                        &descriptor) != ERROR_SUCCESS) {
-        return false;
+namespace {
+
+// Who owns an opened object.
+class ObjectOwner {
+  public:
+    ObjectOwner(HANDLE object, SE_OBJECT_TYPE type) {
+        if (GetSecurityInfo(object, type, OWNER_SECURITY_INFORMATION, &owner_, nullptr, nullptr,
+                            nullptr, &descriptor_) != ERROR_SUCCESS) {
+            owner_ = nullptr;
+            descriptor_ = nullptr;
+        }
     }
-    const bool isTheirs = owner != nullptr && (IsWellKnownSid(owner, WinLocalSystemSid) ||
-                                               IsWellKnownSid(owner, WinBuiltinAdministratorsSid));
-    LocalFree(descriptor);
-    return isTheirs;
+    ObjectOwner(const ObjectOwner&) = delete;
+    ObjectOwner& operator=(const ObjectOwner&) = delete;
+    ~ObjectOwner() { LocalFree(descriptor_); }
+
+    bool AreAdministrators() const {
+        return owner_ != nullptr && (IsWellKnownSid(owner_, WinLocalSystemSid) ||
+                                     IsWellKnownSid(owner_, WinBuiltinAdministratorsSid));
+    }
+
+    bool IsThisProcess() const {
+        UniqueHandle token;
+        std::array<BYTE, sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE> user = {};
+        DWORD size = user.size();
+        return owner_ != nullptr &&
+               OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.put()) &&
+               GetTokenInformation(token.get(), TokenUser, user.data(), size, &size) &&
+               EqualSid(owner_, reinterpret_cast<TOKEN_USER*>(user.data())->User.Sid);
+    }
+
+  private:
+    PSID owner_ = nullptr;
+    PSECURITY_DESCRIPTOR descriptor_ = nullptr;
+};
+
+}  // namespace
+
+bool IsOwnedByAdministrators(HANDLE object, SE_OBJECT_TYPE type) {
+    return ObjectOwner(object, type).AreAdministrators();
+}
+
+bool IsOwnedByTrusted(HANDLE file) {
+    const ObjectOwner owner(file, SE_FILE_OBJECT);
+    return owner.AreAdministrators() || owner.IsThisProcess();
 }

@@ -64,3 +64,7 @@ bool IsMemberOf(WELL_KNOWN_SID_TYPE group, HANDLE token = nullptr);
 // (SE_FILE_OBJECT), or the pipe at a client's end (SE_KERNEL_OBJECT), whose owner serves it. Other
 // accounts cannot make such an object. The handle has the right READ_CONTROL.
 bool IsOwnedByAdministrators(HANDLE object, SE_OBJECT_TYPE type);
+
+// Whether an opened file or folder belongs to the system, to the administrators or to the process's
+// own account. The handle has the right READ_CONTROL.
+bool IsOwnedByTrusted(HANDLE file);

@@ -22,11 +22,13 @@ class SystemBlob {
     SystemBlob(const SystemBlob&) = delete;
     SystemBlob& operator=(const SystemBlob&) = delete;
     ~SystemBlob() {
-        if (blob_.pbData == nullptr) return;
-        WipeMemory(blob_.pbData, blob_.cbData);
+        Wipe();
         LocalFree(blob_.pbData);
     }
 
+    void Wipe() {
+        if (blob_.pbData != nullptr) WipeMemory(blob_.pbData, blob_.cbData);
+    }
     DATA_BLOB* put() { return &blob_; }
     const BYTE* Bytes() const { return blob_.pbData; }
     DWORD Size() const { return blob_.cbData; }
@@ -135,9 +137,13 @@ int DataUnprotectFile(const WCHAR* path) {
     SystemBlob plain;
     if (file.Size() >= kBlobOffset && UnprotectContent(file, plain)) {
         file.Unmap();
-        // A write that fails leaves no document behind: the reader refuses what it finds.
-        if (GoToStart(file.File()) && WriteAll(file.File(), plain.Bytes(), plain.Size())) {
-            SetEndOfFile(file.File());
+        const bool isWhole = GoToStart(file.File()) &&
+                             WriteAll(file.File(), plain.Bytes(), plain.Size()) &&
+                             SetEndOfFile(file.File());
+        // What could not be written whole is no document: its reader finds zeros.
+        plain.Wipe();
+        if (!isWhole && GoToStart(file.File())) {
+            WriteAll(file.File(), plain.Bytes(), plain.Size());
         }
     }
     return kDataOk;

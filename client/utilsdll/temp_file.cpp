@@ -11,6 +11,7 @@
 #include "common/handles.h"
 #include "common/hex.h"
 #include "common/path.h"
+#include "common/security.h"
 
 namespace utilsdll {
 namespace {
@@ -107,14 +108,17 @@ struct SearchKind {
     static void Close(HANDLE search) { FindClose(search); }
 };
 
-// The names in a folder that begin with `prefix`, of folders or of what is none.
+// The names in a folder that begin with `prefix`, of folders or of what is none. A link to a folder
+// is none.
 std::vector<WString> NamesIn(const WString& folder, const WString& prefix, bool ofFolders) {
     std::vector<WString> names;
     WIN32_FIND_DATAW found = {};
     const UniqueResource<SearchKind> search(
         FindFirstFileW(JoinPath(folder, prefix + TEXT("*")).c_str(), &found));
     for (BOOL more = search ? TRUE : FALSE; more; more = FindNextFileW(search.get(), &found)) {
-        const bool isFolder = (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+        const bool isFolder =
+            (found.dwFileAttributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT)) ==
+            FILE_ATTRIBUTE_DIRECTORY;
         if (isFolder == ofFolders) names.emplace_back(found.cFileName);
     }
     return names;
@@ -126,23 +130,24 @@ UniqueHandle Hold(const WString& folder) {
                                     OPEN_EXISTING, kFolderItself, nullptr));
 }
 UniqueHandle HoldUnlessInUse(const WString& folder) {
-    return UniqueHandle(CreateFileW(folder.c_str(), FILE_READ_DATA | SYNCHRONIZE,
+    return UniqueHandle(CreateFileW(folder.c_str(), FILE_READ_DATA | READ_CONTROL | SYNCHRONIZE,
                                     FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
                                     kFolderItself, nullptr));
 }
 
-// Removes the folders of processes that ended without doing so themselves.
+// Removes the folders of processes that ended without doing so themselves. Who made one of such a
+// name for the process to find is not obeyed: the folder could lead elsewhere.
 void RemoveLeftFolders(const WString& base) {
     const std::size_t length = WStringView(kFolderPrefix).size() + 2 * kNameBytes;
     for (const WString& name : NamesIn(base, kFolderPrefix, true)) {
         const WString folder = JoinPath(base, name);
         if (name.size() != length) continue;
-        if (const UniqueHandle held = HoldUnlessInUse(folder)) {
+        {
+            const UniqueHandle held = HoldUnlessInUse(folder);
+            if (!held || !IsOwnedByTrusted(held.get())) continue;
             for (const WString& file : NamesIn(folder, {}, false)) {
                 DeleteFileW(JoinPath(folder, file).c_str());
             }
-        } else {
-            continue;
         }
         RemoveDirectoryW(folder.c_str());
     }

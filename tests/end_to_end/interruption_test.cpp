@@ -75,4 +75,26 @@ TEST_F(InterruptionTest, LeavesNoTornFileAndNothingBehind) {
     EXPECT_EQ(files, 2U) << "nothing beside the destination";
 }
 
+TEST_F(InterruptionTest, RemovesNothingThatOnlyLooksLikeALeftover) {
+    SKIP_WITHOUT(kSymbolicLinks);
+    WCHAR base[MAX_PATH] = {};
+    ASSERT_NE(GetTempPathW(MAX_PATH, base), 0U);
+    const auto plant = [&](char digit, unsigned length) {
+        const fs::path folder = fs::path(WideToUtf8(base)) / ("SNC-" + std::string(length, digit));
+        fs::create_directory(folder);
+        WriteWholeFile(folder / "file", "kept");
+        return folder;
+    };
+    const fs::path left = plant('A', 32);
+    const fs::path other = plant('B', 31);
+    const fs::path link = fs::path(left).replace_filename("SNC-" + std::string(32, 'C'));
+    fs::create_directory_symlink(other, link);
+    EXPECT_EQ(Backup().exitCode, 0);
+    EXPECT_FALSE(fs::exists(left));
+    for (const fs::path& kept : {link, other}) {
+        EXPECT_TRUE(fs::exists(kept / "file"));
+        fs::remove_all(kept);
+    }
+}
+
 }  // namespace
