@@ -2,7 +2,7 @@
 // tool.
 #include "client/snclient/commands.h"
 #include "common/console_text.h"
-#include "common/crash_report.h"
+#include "common/process_guard.h"
 #include "cryptd/providers.h"
 
 namespace {

@@ -13,7 +13,7 @@
 #include "client/sncryptd/requests.h"
 #include "client/sncryptd/workers.h"
 #include "common/console_text.h"
-#include "common/crash_report.h"
+#include "common/process_guard.h"
 #include "common/format.h"
 #include "common/handles.h"
 #include "common/pipe_call.h"
