@@ -446,12 +446,13 @@ std::string Scan(const WCHAR* commandLine) {
 }
 
 TEST(Getopt, FollowsTheConventionsForWideWords) {
-    EXPECT_EQ(Scan(TEXT("x -ab x -by -o -oz rest")),
-              "a b=x b=y o o=z | -ab x -by -o -oz rest");
+    EXPECT_EQ(Scan(TEXT("x -ab x -by -o -oz rest")), "a b=x b=y o o=z | -ab x -by -o -oz rest");
     // Words that are no switches go last, in their order, and take their text along.
     EXPECT_EQ(Scan(TEXT("x Größe -f Ünï☂ 🔒 -a -- -a")), "f=Ünï☂ a | -f Ünï☂ -a -- Größe 🔒 -a");
-    EXPECT_EQ(Scan(TEXT("x --VPNONLY=é --VPNO -a --VPNALL")), "129=é 129=-a 130 | --VPNONLY=é --VPNO -a --VPNALL");
-    EXPECT_EQ(Scan(TEXT("x --VPN --none --VPNALL=1 -x -b")), "? ? ? ? ? | --VPN --none --VPNALL=1 -x -b");
+    EXPECT_EQ(Scan(TEXT("x --VPNONLY=é --VPNO -a --VPNALL")),
+              "129=é 129=-a 130 | --VPNONLY=é --VPNO -a --VPNALL");
+    EXPECT_EQ(Scan(TEXT("x --VPN --none --VPNALL=1 -x -b")),
+              "? ? ? ? ? | --VPN --none --VPNALL=1 -x -b");
     EXPECT_EQ(Scan(TEXT("x --VPNONLY")), "? | --VPNONLY");
     // Characters whose low byte is that of a switch or a dash.
     EXPECT_EQ(Scan(TEXT("x \u012Da -\u0161 -a\u0162")), "? a ? | -\u0161 -a\u0162 \u012Da");

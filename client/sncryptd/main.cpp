@@ -13,10 +13,10 @@
 #include "client/sncryptd/requests.h"
 #include "client/sncryptd/workers.h"
 #include "common/console_text.h"
-#include "common/process_guard.h"
 #include "common/format.h"
 #include "common/handles.h"
 #include "common/pipe_call.h"
+#include "common/process_guard.h"
 #include "common/security.h"
 #include "cryptd/SNCryptdAPI.h"
 

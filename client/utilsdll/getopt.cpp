@@ -93,7 +93,8 @@ class Shadow {
     std::vector<char*> pointers_;
 };
 
-// What lasts from one call to the next; none before the first call and after the last one of a scan.
+// What lasts from one call to the next; none before the first call and after the last one of a
+// scan.
 std::optional<Shadow> lastShadow;
 
 int NextSwitch(int argc, WCHAR* const* argv, const WCHAR* shortOptions,
