@@ -244,13 +244,14 @@ struct option {
 };
 
 // The argument of the switch just returned (points into argv), or null.
-extern CLIENT_EXPORT_RENAMED WCHAR* optarg;
+extern CLIENT_EXPORT_RENAMED WCHAR* optarg __asm__("optarg_wide");
 
 // `longOptions` ends with a row whose name is null. Returns the switch, '?' or, at the end, -1.
 // The next call, and one with another vector or other words, starts over. Reorders argv so that
 // words that are no switches come last; with the environment variable POSIXLY_CORRECT the first
 // such word ends the switches instead. Not safe for concurrent use.
 CLIENT_EXPORT_RENAMED int getopt_long(int argc, WCHAR* const* argv, const WCHAR* shortOptions,
-                                      const option* longOptions, int* longIndex);
+                                      const option* longOptions,
+                                      int* longIndex) __asm__("getopt_long_wide");
 
 }  // namespace utils
