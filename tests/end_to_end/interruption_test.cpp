@@ -15,6 +15,7 @@ using std::chrono::milliseconds;
 
 class InterruptionTest : public ClientMachine {
   protected:
+    static constexpr int kKill = 9;  // SIGKILL, which Windows has no name for
     // Of runs that are ended in one test; SENTREL_TEST_KILLS asks for more.
     static int Kills() {
         const char* const number = std::getenv("SENTREL_TEST_KILLS");
@@ -51,7 +52,7 @@ TEST_F(InterruptionTest, LeavesNoTornFileAndNothingBehind) {
     for (int i = 0; i < Kills(); ++i) {
         // First those after which a run tidies up itself.
         const int signal = i < Kills() / 3 ? std::array{SIGTERM, SIGINT}[random() % 2]
-                                           : std::array{SIGKILL, SIGTERM, SIGINT}[random() % 3];
+                                           : std::array{kKill, SIGTERM, SIGINT}[random() % 3];
         std::vector<BackgroundProcess> runs;
         for (unsigned run = 0; run <= random() % 2; ++run) {
             runs.emplace_back("SNConfig", random() % 2 == 0 ? backup : restore);
@@ -63,7 +64,7 @@ TEST_F(InterruptionTest, LeavesNoTornFileAndNothingBehind) {
             EXPECT_TRUE(result.signal == signal || result.exitCode == 0) << result.exitCode;
         }
         ASSERT_TRUE(IsWhole(file_));
-        hasKilled = hasKilled || signal == SIGKILL;
+        hasKilled = hasKilled || signal == kKill;
         ASSERT_TRUE(hasKilled || Leftovers() == 0) << "a run tidies up itself";
     }
     EXPECT_EQ(Backup().exitCode, 0);
