@@ -54,8 +54,10 @@ TEST_F(RegistryClass, ReadsByItsOwnRulesAndWritesOnlyWhereItMay) {
     EXPECT_TRUE(registry.ValueExists(TEXT("m")) && !registry.ValueExists(TEXT("missing")));
     std::unique_ptr<BYTE[]> bytes;
     DWORD size = 0;
-    EXPECT_TRUE(registry.GetBinary(TEXT("m"), bytes, size));
-    EXPECT_EQ(std::string(bytes.get(), bytes.get() + size), std::string("a\0", 2));
+    const BYTE blob[] = {'a', 0, 'b'};
+    EXPECT_TRUE(registry.SetBinary(TEXT("b"), blob, sizeof blob));
+    EXPECT_TRUE(registry.GetBinary(TEXT("b"), bytes, size));
+    EXPECT_EQ(std::string(bytes.get(), bytes.get() + size), std::string("a\0b", 3));
     EXPECT_EQ(registry.LastType(), REG_BINARY);
     EXPECT_FALSE(registry.GetBinary(TEXT("missing"), bytes, size) || bytes);
 

@@ -208,7 +208,7 @@ TEST_F(BackupTest, TwoAtATimeBothComeOut) {
     ExpectRun(Backup(), 0, "");
     EXPECT_EQ(other.Wait().exitCode, 0);
     EXPECT_TRUE(BackupContent().ends_with("</sentrel_configuration>\n"));
-    EXPECT_TRUE(ReadWholeFile(fileOfOther).ends_with("</sentrel_configuration>\n"));
+    EXPECT_TRUE(ReadText(fileOfOther).ends_with("</sentrel_configuration>\n"));
 }
 
 }  // namespace

@@ -90,7 +90,7 @@ class ClientMachine : public MachineTest {
         return {};
     }
     std::string Log() const { return ReadWholeFile(LogFolder() / "SA_CONFIGD.log"); }
-    std::string BackupContent() const { return ReadWholeFile(file_); }
+    std::string BackupContent() const { return ReadText(file_); }
 
     std::filesystem::path file_ = ScratchFolder() / "backup.xml";
 };

@@ -114,7 +114,9 @@ TEST_F(HostileFileTest, AFileThatChangesIsReadAsItOnceWas) {
     std::thread writer([&] {
         for (std::size_t i = 0; !isOver; ++i) {
             WriteWholeFile(file_, kWhole.substr(0, kWhole.size() / 2));
+            std::this_thread::sleep_for(std::chrono::milliseconds(3));
             WriteWholeFile(file_, kWhole + std::string(i % 3 * 70'000, '\n'));
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
             std::error_code ignored;
             if (i % 5 == 0) fs::remove(file_, ignored);
         }

@@ -93,7 +93,7 @@ TEST_F(RestoreTest, ReadsTheFileAsTheUserOfTheSession) {
     EXPECT_EQ(Profile(), "lax");
     const std::string plain = (ScratchFolder() / "plain").string();
     ExpectRun(Backup({"--NOIMPERSONATEUSER=1", "-i", "7", "-O", plain}), 0, "");
-    EXPECT_EQ(ReadWholeFile(plain), BackupContent());
+    EXPECT_EQ(ReadText(plain), BackupContent());
     ExpectRun(Restore({"--NOIMPERSONATEUSER=1", "-i", "7"}), 0, "");
     EXPECT_EQ(Profile(), "strict");
     // The user's is the copy alone: what is protected for the tool's own account opens.
@@ -141,7 +141,7 @@ TEST_F(RestoreTest, DecryptOnlyWritesThePlainFile) {
     EXPECT_EQ(decrypt("wrong phrase").exitCode, 0);
     EXPECT_FALSE(std::filesystem::exists(plain));
     ExpectRun(decrypt(kPassword), 0, "");
-    EXPECT_EQ(ReadWholeFile(plain) + "\n", BackupContent());
+    EXPECT_EQ(ReadText(plain) + "\n", BackupContent());
     EXPECT_EQ(Profile(), "lax") << "nothing is imported";
 }
 

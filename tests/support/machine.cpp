@@ -121,6 +121,11 @@ std::string ReadWholeFile(const fs::path& path) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
+std::string ReadText(const fs::path& path) {
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
 void WriteWholeFile(const fs::path& path, const std::string& bytes) {
     std::ofstream file(path, std::ios::binary);
     file << bytes;

@@ -60,6 +60,8 @@ class MachineTest : public testing::Test {
 
 // The text of a file, byte by byte; empty when it cannot be read.
 std::string ReadWholeFile(const std::filesystem::path& path);
+// The same with the line ends of a text file of the target as "\n".
+std::string ReadText(const std::filesystem::path& path);
 void WriteWholeFile(const std::filesystem::path& path, const std::string& bytes);
 
 // A part that the test plays as somebody else is played.

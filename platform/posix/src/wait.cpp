@@ -13,6 +13,8 @@ extern "C" DWORD WINAPI WaitForSingleObject(HANDLE hHandle, DWORD dwMilliseconds
 }
 
 extern "C" void WINAPI Sleep(DWORD dwMilliseconds) {
-    while (dwMilliseconds == INFINITE) pause();
+    if (dwMilliseconds == INFINITE) {
+        for (;;) pause();
+    }
     std::this_thread::sleep_for(std::chrono::milliseconds(dwMilliseconds));
 }
