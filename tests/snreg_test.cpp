@@ -93,34 +93,6 @@ class Snreg : public MachineTest {
         "ERROR: The system was unable to find the specified registry key or value.\n";
 };
 
-TEST_F(Snreg, AddsQueriesAndDeletes) {
-    const std::string key = "HKLM\\Software\\Test";
-    EXPECT_EQ(Run({"query", key}, 1), missing_);
-    EXPECT_EQ(Run({"add", key + "\\Sub"}), done_);
-    EXPECT_EQ(Run({"ADD", key, "/ve", "/d", "grüß"}), done_);
-    EXPECT_EQ(Run({"add", key, "/v", "n", "/t", "reg_dword", "/d", "300"}), done_);
-    EXPECT_EQ(Run({"add", key, "/v", "l", "/t", "REG_MULTI_SZ", "/s", ";", "/d", "a;;b c"}), done_);
-    EXPECT_EQ(Run({"add", key, "/v", "b", "/t", "REG_BINARY", "/d", "0aFF"}), done_);
-    EXPECT_EQ(Run({"add", key, "/v", "n", "/d", "x"}, 1),
-              "ERROR: The operation was canceled by the user.\n");
-    EXPECT_EQ(Run({"query", "hklm\\software\\TEST\\"}),
-              "\nHKEY_LOCAL_MACHINE\\software\\TEST\n"
-              "    (Default)    REG_SZ    grüß\n"
-              "    n    REG_DWORD    0x12c\n"
-              "    l    REG_MULTI_SZ    a\\0b c\n"
-              "    b    REG_BINARY    0AFF\n"
-              "\n"
-              "HKEY_LOCAL_MACHINE\\software\\TEST\\Sub\n");
-    EXPECT_EQ(Run({"add", key, "-v", "N", "-d", "x", "-f"}), done_);
-    EXPECT_EQ(Run({"query", key, "/s", "/v", "n"}),
-              "\nHKEY_LOCAL_MACHINE\\Software\\Test\n    n    REG_SZ    x\n"
-              "\nEnd of search: 1 match(es) found.\n");
-    EXPECT_EQ(Run({"delete", key, "/v", "n", "/f"}), done_);
-    EXPECT_EQ(Run({"delete", key, "/v", "n", "/f"}, 1), missing_);
-    EXPECT_EQ(Run({"delete", key, "/f"}), done_);
-    EXPECT_EQ(Run({"delete", key, "/f"}, 1), missing_);
-}
-
 TEST_F(Snreg, ImportsAllOrNothingAndExportsWhatItImported) {
     const std::string file = (ScratchFolder() / "in.reg").string();
     const std::string copy = (ScratchFolder() / "out.reg").string();
