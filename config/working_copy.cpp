@@ -61,6 +61,16 @@ UniqueHandle OpenSource(const WString& source) {
     return file && IsDiskFile(file.get()) ? std::move(file) : UniqueHandle();
 }
 
+// The copy is the tool's to read, change and delete, whatever the source's attributes are: one that
+// the file system encrypted for the user, as it had the source, opens for nobody else.
+void FreeFromAttributes(const WString& copy) {
+    SetFileAttributesW(copy.c_str(), FILE_ATTRIBUTE_NORMAL);
+    const DWORD attributes = GetFileAttributesW(copy.c_str());
+    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_ENCRYPTED) != 0) {
+        DecryptFileW(copy.c_str(), 0);
+    }
+}
+
 // Reads the whole input copy through one handle.
 bool ReadInput(const WString& path, Content& content) {
     const UniqueHandle file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
@@ -167,8 +177,7 @@ TemporaryFile PrepareConfigCopy(const WString& source, DWORD sessionId,
     input = TemporaryFile::Make();
     const bool isCopied =
         !input.Path().empty() && CopyFileW(source.c_str(), input.Path().c_str(), FALSE) != FALSE;
-    // The copy is ours to change and delete, whatever the source's attributes are.
-    if (isCopied) SetFileAttributesW(input.Path().c_str(), FILE_ATTRIBUTE_NORMAL);
+    if (isCopied) FreeFromAttributes(input.Path());
     output = TemporaryFile::Make();
     asUser.reset();
     if (!isCopied || output.Path().empty()) return {};

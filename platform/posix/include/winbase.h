@@ -35,6 +35,9 @@ extern "C" {
 // that the source gives its owner; an existing one keeps its own and its owner.
 WINAPI_EXPORT BOOL WINAPI CopyFileW(LPCWSTR lpExistingFileName, LPCWSTR lpNewFileName,
                                     BOOL bFailIfExists);
+
+// Fails with ERROR_NOT_SUPPORTED: no file of this system is encrypted by its file system.
+WINAPI_EXPORT BOOL WINAPI DecryptFileW(LPCWSTR lpFileName, DWORD dwReserved);
 // Renames within one file system. ERROR_ALREADY_EXISTS when the new name exists, unless
 // MOVEFILE_REPLACE_EXISTING is given.
 WINAPI_EXPORT BOOL WINAPI MoveFileExW(LPCWSTR lpExistingFileName, LPCWSTR lpNewFileName,

@@ -46,6 +46,7 @@
 #define FILE_ATTRIBUTE_NORMAL 0x00000080
 #define FILE_ATTRIBUTE_TEMPORARY 0x00000100
 #define FILE_ATTRIBUTE_REPARSE_POINT 0x00000400
+#define FILE_ATTRIBUTE_ENCRYPTED 0x00004000  // no file of this system has it
 
 // Memory protection of mappings.
 #define PAGE_READONLY 0x02

@@ -120,6 +120,10 @@ extern "C" DWORD WINAPI GetFileAttributesW(LPCWSTR lpFileName) {
     return platform::IsReadOnly(info) ? FILE_ATTRIBUTE_READONLY : FILE_ATTRIBUTE_NORMAL;
 }
 
+extern "C" BOOL WINAPI DecryptFileW(LPCWSTR /*lpFileName*/, DWORD /*dwReserved*/) {
+    return platform::Fail(ERROR_NOT_SUPPORTED);
+}
+
 extern "C" BOOL WINAPI SetFileAttributesW(LPCWSTR lpFileName, DWORD dwFileAttributes) {
     const std::string path = PathOf(lpFileName);
     struct stat info {};
