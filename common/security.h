@@ -22,8 +22,9 @@ class EveryoneAccess {
     SECURITY_ATTRIBUTES attributes_ = {sizeof(SECURITY_ATTRIBUTES), &descriptor_, FALSE};
 };
 
-// Security attributes with one of the lists below, valid while the object lives. get() is null
-// where memory ran out: nothing may be made then.
+// Security attributes with an access list in the security descriptor definition language, such as
+// those below, valid while the object lives. get() is null where they cannot be made: nothing may
+// be made with them then.
 class AccessList {
   public:
     explicit AccessList(const WCHAR* list);

@@ -128,8 +128,9 @@ class MarkupGuard {
 
     // Text, or the value of an attribute.
     void CopyText(std::size_t end) {
-        while (at_ < end) {
-            CopyUpTo(std::min(text_.find('&', at_), end));
+        for (;;) {
+            const std::string_view text = std::string_view(text_).substr(at_, end - at_);
+            CopyUpTo(at_ + std::min(text.find('&'), text.size()));
             if (at_ == end) return;
             std::uint32_t number = 0;
             const std::string_view rest = std::string_view(text_).substr(at_, end - at_);

@@ -104,10 +104,7 @@ bool IsContentOf(HANDLE source, const Content& content) {
 bool WriteFileWhole(const WString& path, std::string_view text) {
     const UniqueHandle file(CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
                                         FILE_ATTRIBUTE_NORMAL, nullptr));
-    DWORD written = 0;
-    return file &&
-           WriteFile(file.get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr) &&
-           written == text.size();
+    return file && WriteAll(file.get(), text.data(), text.size());
 }
 
 bool IsPlain(std::string_view text) {

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "common/file.h"
 #include "common/secure_text.h"
 #include "cryptd/providers.h"
 #include "protect/file_mask.h"
@@ -40,15 +41,6 @@ class SystemBlob {
 DWORD FlagsOf(ProtectionScope scope) {
     return scope == ProtectionScope::kMachine ? CRYPTPROTECT_LOCAL_MACHINE
                                               : CRYPTPROTECT_UI_FORBIDDEN;
-}
-
-bool WriteAll(HANDLE file, const BYTE* bytes, DWORD size) {
-    DWORD written = 0;
-    return WriteFile(file, bytes, size, &written, nullptr) && written == size;
-}
-
-bool GoToStart(HANDLE file) {
-    return SetFilePointerEx(file, LARGE_INTEGER{}, nullptr, FILE_BEGIN) != FALSE;
 }
 
 // Makes the file that long. On a full disk it fails before anything has been overwritten.

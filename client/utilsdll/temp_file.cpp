@@ -21,9 +21,8 @@ constexpr std::size_t kNameBytes = 16;  // of a folder's random name
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 constexpr DWORD kFolderItself = FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT;
 
-// Everything for the owner, the system and administrators; of a folder, and in it.
+// kOwnerAlone for a folder, and for what is made in it.
 constexpr const WCHAR* kFolderAccess = TEXT("D:P(A;OICI;GA;;;OW)(A;OICI;GA;;;SY)(A;OICI;GA;;;BA)");
-constexpr const WCHAR* kFileAccess = TEXT("D:P(A;;GA;;;OW)(A;;GA;;;SY)(A;;GA;;;BA)");
 // For an account besides: to pass through a folder, and to read and write a file's data, but not to
 // delete or rename it or to change who may use it.
 constexpr const WCHAR* kPass = TEXT("(A;;0x1000a0;;;");
@@ -69,26 +68,12 @@ class AsProcess {
     UniqueHandle token_;
 };
 
-// Security attributes by their text; get() is null where they cannot be made.
-class Access {
-  public:
-    Access(const WCHAR* list, const WCHAR* entry, const WString& account) {
-        WString text = list;
-        if (!account.empty()) text.append(entry).append(account).append(TEXT(")"));
-        ConvertStringSecurityDescriptorToSecurityDescriptorW(
-            text.c_str(), SDDL_REVISION_1, &attributes_.lpSecurityDescriptor, nullptr);
-    }
-    Access(const Access&) = delete;
-    Access& operator=(const Access&) = delete;
-    ~Access() { LocalFree(attributes_.lpSecurityDescriptor); }
-
-    SECURITY_ATTRIBUTES* get() {
-        return attributes_.lpSecurityDescriptor == nullptr ? nullptr : &attributes_;
-    }
-
-  private:
-    SECURITY_ATTRIBUTES attributes_ = {sizeof(SECURITY_ATTRIBUTES), nullptr, FALSE};
-};
+// An access list with an entry for the account, where there is one.
+WString WithEntry(const WCHAR* list, const WCHAR* entry, const WString& account) {
+    WString text = list;
+    if (!account.empty()) text.append(entry).append(account).append(TEXT(")"));
+    return text;
+}
 
 // Random digits; empty when the system has none to give.
 WString RandomName(std::size_t bytes) {
@@ -158,7 +143,7 @@ class RunFolder {
   public:
     RunFolder(const WString& base, const WString& account) : base_(base), account_(account) {
         const WString name = RandomName(kNameBytes);
-        Access access(kFolderAccess, kPass, account);
+        AccessList access(WithEntry(kFolderAccess, kPass, account).c_str());
         if (name.empty() || access.get() == nullptr) return;
         path_ = JoinPath(base, kFolderPrefix + name);
         if (!CreateDirectoryW(path_.c_str(), access.get())) return;
@@ -179,7 +164,7 @@ class RunFolder {
     WString MakeFile(const WString& prefix) const {
         constexpr std::size_t kFileNameBytes = 8;
         const WString name = RandomName(kFileNameBytes);
-        Access access(kFileAccess, kReadAndWrite, account_);
+        AccessList access(WithEntry(kOwnerAlone, kReadAndWrite, account_).c_str());
         if (!held_ || name.empty() || access.get() == nullptr) return {};
         WString path = JoinPath(path_, prefix + name + TEXT(".tmp"));
         const UniqueHandle file(CreateFileW(path.c_str(), GENERIC_WRITE, 0, access.get(),
