@@ -15,12 +15,22 @@ AccessList::~AccessList() {
     LocalFree(attributes_.lpSecurityDescriptor);
 }
 
+bool AccessList::ApplyTo(HANDLE object) const {
+    constexpr SECURITY_INFORMATION kList =
+        DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION;
+    return SetKernelObjectSecurity(object, kList, attributes_.lpSecurityDescriptor) != FALSE;
+}
+
 bool IsMemberOf(WELL_KNOWN_SID_TYPE group, HANDLE token) {
     std::array<BYTE, SECURITY_MAX_SID_SIZE> sid = {};
     DWORD size = SECURITY_MAX_SID_SIZE;
     BOOL isMember = FALSE;
     return CreateWellKnownSid(group, nullptr, sid.data(), &size) &&
            CheckTokenMembership(token, sid.data(), &isMember) && isMember;
+}
+
+bool IsAdministrator() {
+    return IsMemberOf(WinBuiltinAdministratorsSid) || IsMemberOf(WinLocalSystemSid);
 }
 
 namespace {
@@ -63,6 +73,11 @@ class ObjectOwner {
 
 bool IsOwnedByAdministrators(HANDLE object, SE_OBJECT_TYPE type) {
     return ObjectOwner(object, type).AreAdministrators();
+}
+
+bool IsOwnedByClient(HANDLE object, SE_OBJECT_TYPE type) {
+    const ObjectOwner owner(object, type);
+    return owner.AreAdministrators() || (owner.IsThisProcess() && IsAdministrator());
 }
 
 bool IsOwnedByTrusted(HANDLE file) {

@@ -35,6 +35,9 @@ class AccessList {
     SECURITY_ATTRIBUTES* get() {
         return attributes_.lpSecurityDescriptor == nullptr ? nullptr : &attributes_;
     }
+    // Makes the list that of an opened file or folder, in place of its own and of what it inherits.
+    // The handle has the right WRITE_DAC. False, with the last error set, when that fails.
+    bool ApplyTo(HANDLE object) const;
 
   private:
     SECURITY_ATTRIBUTES attributes_ = {sizeof(SECURITY_ATTRIBUTES), nullptr, FALSE};
@@ -49,6 +52,12 @@ inline constexpr const WCHAR* kEveryoneCalls =
 // cannot make an object with this owner.
 inline constexpr const WCHAR* kServedByAdministrators =
     TEXT("O:BAD:P(A;;GA;;;OW)(A;;GA;;;SY)(A;;GA;;;BA)(A;;0x12018b;;;AU)");
+// ... but append to the file, and read nothing of it.
+inline constexpr const WCHAR* kEveryoneAppends =
+    TEXT("D:P(A;;GA;;;OW)(A;;GA;;;SY)(A;;GA;;;BA)(A;;0x120084;;;AU)");
+// ... but list the folder and pass through it. What is made in it is kOwnerAlone's.
+inline constexpr const WCHAR* kEveryoneLooks =
+    TEXT("D:P(A;OICI;GA;;;OW)(A;OICI;GA;;;SY)(A;OICI;GA;;;BA)(A;;0x1200a9;;;AU)");
 class OwnerAccess : public AccessList {
   public:
     OwnerAccess() : AccessList(kOwnerAlone) {}
@@ -61,10 +70,17 @@ inline constexpr DWORD kPipeCallerRights = GENERIC_READ | FILE_WRITE_DATA | FILE
 // acts as. A token that is given is an impersonation token with the right TOKEN_QUERY.
 bool IsMemberOf(WELL_KNOWN_SID_TYPE group, HANDLE token = nullptr);
 
+// Whether the thread's account is an administrator's or the system.
+bool IsAdministrator();
+
 // Whether an opened object belongs to the system or to the administrators: a file or folder
 // (SE_FILE_OBJECT), or the pipe at a client's end (SE_KERNEL_OBJECT), whose owner serves it. Other
 // accounts cannot make such an object. The handle has the right READ_CONTROL.
 bool IsOwnedByAdministrators(HANDLE object, SE_OBJECT_TYPE type);
+
+// The same, or to the process's own account when that is an administrator's: on some systems what an
+// administrator makes belongs to the account and not to the group.
+bool IsOwnedByClient(HANDLE object, SE_OBJECT_TYPE type);
 
 // Whether an opened file or folder belongs to the system, to the administrators or to the process's
 // own account. The handle has the right READ_CONTROL.

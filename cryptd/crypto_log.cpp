@@ -7,6 +7,7 @@
 #include <string>
 
 #include "client/include/utilsdll.h"
+#include "common/client_folder.h"
 #include "common/console_text.h"
 #include "common/format.h"
 #include "common/handles.h"
@@ -52,13 +53,10 @@ void FindLogs() {
     Store(JoinPath(logFolder.data(), TEXT("CryptdMsg.txt")), msgPath);
 }
 
-// Makes a folder with the folders above it; one call where it is there already.
-void MakeFolders(const WString& folder) {
-    if (CreateDirectoryW(folder.c_str(), nullptr) || GetLastError() != ERROR_PATH_NOT_FOUND) return;
-    const WString parent = FolderOfPath(folder);
-    if (parent.empty()) return;
-    MakeFolders(parent);
-    CreateDirectoryW(folder.c_str(), nullptr);
+// Makes or verifies the folder of the logs, with the one above it.
+bool PrepareFolder() {
+    const WString folder = logFolder.data();
+    return PrepareClientFolder(FolderOfPath(folder)) && PrepareClientFolder(folder);
 }
 
 // --- The mutex ----------------------------------------------------------------------------------
@@ -137,9 +135,7 @@ WString BackupOf(const WCHAR* path) {
 }
 
 UniqueHandle OpenLog(const WCHAR* path) {
-    return UniqueHandle(CreateFileW(path, FILE_APPEND_DATA,
-                                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                    OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+    return OpenClientFile(path, FILE_APPEND_DATA, OPEN_ALWAYS, kEveryoneAppends);
 }
 
 bool IsFull(const UniqueHandle& log) {
@@ -194,9 +190,9 @@ int CryptdLogWrite(const WCHAR* path, HANDLE mutex, const char* message) {
     if (path == nullptr) return -1;
 
     // 2. The file, this program's alone for now.
-    MakeFolders(logFolder.data());
+    const bool isFolderSafe = PrepareFolder();
     const Lock lock(mutex);
-    UniqueHandle log = OpenLog(path);
+    UniqueHandle log = isFolderSafe ? OpenLog(path) : UniqueHandle();
     if (!log) return -1;
 
     // 3. A full one gives way to a new one. Where it stays, because somebody uses it, it grows on.

@@ -1,14 +1,18 @@
 // Attacks: what an account without rights can do to runs that have them, by being first, by being
 // faster, or by cutting files.
-#include <windows.h>
+#include <utilsdll.h>
 
+#include <functional>
 #include <thread>
 
 #include "common/handles.h"
 #include "common/pipe_call.h"
 #include "common/security.h"
+#include "tests/support/accounts.h"
+#include "tests/support/cipher.h"
 #include "tests/support/last_error.h"
 #include "tests/support/machine.h"
+#include "tests/support/wide.h"
 
 namespace fs = std::filesystem;
 
@@ -141,6 +145,119 @@ TEST_F(ObjectTest, AFolderThatAnotherAccountMadeFirstIsRefused) {
     EXPECT_EQ(ErrorOf(OpenMutexW(SYNCHRONIZE, FALSE, TEXT("mutex"))), ERROR_ACCESS_DENIED);
     EXPECT_EQ(ErrorOf(PipeCallTest::Serve().release()), ERROR_ACCESS_DENIED);
     EXPECT_EQ(PipeCallTest::Call("request"), DWORD{ERROR_ACCESS_DENIED});
+}
+
+// --- The client's folders -----------------------------------------------------------------------
+
+// What others could have made where the client keeps its logs and its secret.
+class ClientFolderTest : public MachineTest {
+  protected:
+    static constexpr unsigned kUser = 12345;
+    static constexpr const WCHAR* kComponent = TEXT("test");
+
+    // Writes a line; false when there is no log.
+    static bool Log(const std::string& text) {
+        const SN_LOG_HANDLE log = log_initialize(kComponent);
+        if (log == nullptr) return false;
+        log_error_fmt(log, TEXT("%s"), Wide(text).c_str());
+        log_deinitialize(log);
+        return true;
+    }
+    // A process asks for the secret once: another one is played for each answer.
+    static bool HasSecret(const ProcessOptions& options = {}) {
+        return StartRole("secret", options).Wait().exitCode == 0;
+    }
+    static void AskForSecret() { EXPECT_NE(Encrypted("", nullptr), ""); }
+
+    const fs::path data_ = EndpointFolder() / "ProgramData" / "Sentrel";
+    const fs::path logs_ = data_ / "logs";
+    const fs::path log_ = logs_ / "test.log";
+    const fs::path secret_ = data_ / "machine.key";
+    const fs::path precious_ = ScratchFolder() / "precious";
+};
+
+TEST_F(ClientFolderTest, OrdinaryAccountsAppendToTheLogAndChangeNothingElse) {
+    SKIP_UNLESS_ADMINISTRATOR();
+    if (Role() == "secret") return AskForSecret();
+    if (Role() == "user") {
+        EXPECT_TRUE(Log("user"));
+        std::error_code error;
+        for (const fs::path& file : {log_, secret_}) {
+            EXPECT_EQ(ReadWholeFile(file), "");
+            EXPECT_FALSE(fs::remove(file, error));
+            fs::create_hard_link(file, ScratchFolder() / "link", error);
+            EXPECT_TRUE(error) << file;
+            fs::rename(file, data_ / "moved", error);
+            EXPECT_TRUE(error) << file;
+        }
+        fs::rename(logs_, data_ / "moved", error);
+        EXPECT_TRUE(error);
+        EXPECT_FALSE(fs::create_directory(logs_ / "folder", error));
+        return;
+    }
+    // A folder that an earlier version left open for everybody is closed.
+    ASSERT_TRUE(Log("first"));
+    ASSERT_TRUE(HasSecret());
+    for (const fs::path& path : {data_, logs_, secret_}) fs::permissions(path, fs::perms::all);
+    ASSERT_TRUE(Log("second"));
+    ASSERT_TRUE(HasSecret());
+    EXPECT_FALSE(HasSecret(As(kUser)));
+    RunRole("user", As(kUser));
+    for (const char* line : {" ERROR first\r\n", " ERROR second\r\n", " ERROR user\r\n"}) {
+        EXPECT_NE(ReadWholeFile(log_).find(line), std::string::npos) << line;
+    }
+}
+
+TEST_F(ClientFolderTest, WhatAnotherAccountPlantedIsRefused) {
+    SKIP_UNLESS_ADMINISTRATOR();
+    const fs::path own = ScratchFolder() / "own";
+    if (Role() == "secret") return AskForSecret();
+    if (Role() == "user") {
+        fs::create_directories(logs_);
+        WriteWholeFile(secret_, std::string(32, 'k'));
+        EXPECT_FALSE(Log("user")) << "its own folder is not the client's";
+        return;
+    }
+    const auto putLink = [&](const fs::path& path) { fs::create_symlink(precious_, path); };
+    const auto putName = [&](const fs::path& path) { fs::create_hard_link(precious_, path); };
+    const auto putFile = [](const fs::path& path) {
+        WriteWholeFile(path, std::string(32, 'k'));
+        GiveTo(path, kUser);
+    };
+    const auto putFolder = [](const fs::path& path) {
+        fs::create_directory(path);
+        GiveTo(path, kUser);
+    };
+    const auto putFolderLink = [&](const fs::path& path) {
+        fs::create_directory_symlink(own, path);
+    };
+    const struct {
+        fs::path path;
+        std::function<void(const fs::path& path)> plant;
+    } attacks[] = {
+        {log_, putLink},    {log_, putName},        {log_, putFile},        {log_, putFolder},
+        {logs_, putFolder}, {logs_, putFolderLink}, {data_, putFolderLink}, {secret_, putLink},
+        {secret_, putName}, {secret_, putFile},     {data_, putFolder},
+    };
+    fs::create_directory(own);
+    for (const auto& attack : attacks) {
+        SCOPED_TRACE(testing::Message() << attack.path << ", " << &attack - attacks);
+        fs::remove_all(data_);
+        ASSERT_TRUE(Log("before") && HasSecret());
+        WriteWholeFile(precious_, std::string(32, 'p'));
+        fs::remove_all(attack.path);
+        attack.plant(attack.path);
+        EXPECT_EQ(Log("later"), attack.path == secret_);
+        EXPECT_EQ(HasSecret(), attack.path == log_ || attack.path == logs_);
+        EXPECT_EQ(ReadWholeFile(precious_), std::string(32, 'p'));
+        EXPECT_TRUE(fs::is_empty(own));
+    }
+    fs::remove_all(data_);
+    fs::permissions(data_.parent_path(), fs::perms(01777));
+    RunRole("user", As(kUser));
+    EXPECT_FALSE(HasSecret(As(kUser)));
+    EXPECT_FALSE(Log("later") || HasSecret());
+    EXPECT_TRUE(fs::is_empty(logs_));
 }
 
 }  // namespace

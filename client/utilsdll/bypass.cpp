@@ -11,10 +11,6 @@
 namespace utilsdll {
 namespace {
 
-bool IsAdministrator() {
-    return IsMemberOf(WinBuiltinAdministratorsSid) || IsMemberOf(WinLocalSystemSid);
-}
-
 class Bypass {
   public:
     explicit constexpr Bypass(const WCHAR* name) : name_(name) {}

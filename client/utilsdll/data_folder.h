@@ -5,7 +5,8 @@
 
 namespace utilsdll {
 
-// "<common application data>\Sentrel", made when it is missing; empty when there is none.
+// "<common application data>\Sentrel", which is made where it is missing and verified where not
+// (common/client_folder.h); empty when there is none, or one that somebody else made.
 WString DataFolder();
 
 // A folder below it, likewise.

@@ -5,6 +5,7 @@
 #include "client/utilsdll/data_folder.h"
 #include "client/utilsdll/own_folder.h"
 #include "client/utilsdll/temp_file.h"
+#include "common/client_folder.h"
 #include "common/handles.h"
 #include "common/path.h"
 
@@ -12,10 +13,6 @@ namespace utilsdll {
 namespace {
 
 constexpr const WCHAR* kProductKey = TEXT("software\\Verdane\\Sentrel");
-
-bool MakeFolder(const WString& path) {
-    return CreateDirectoryW(path.c_str(), nullptr) || GetLastError() == ERROR_ALREADY_EXISTS;
-}
 
 WString InstallFolderValue() {
     UniqueRegKey key;
@@ -47,14 +44,14 @@ WString DataFolder() {
         return {};
     }
     WString folder = JoinPath(common, TEXT("Sentrel"));
-    return MakeFolder(folder) ? folder : WString();
+    return PrepareClientFolder(folder) ? folder : WString();
 }
 
 WString DataSubfolder(const WCHAR* name) {
     WString folder = DataFolder();
     if (folder.empty()) return {};
     folder = JoinPath(folder, name);
-    return MakeFolder(folder) ? folder : WString();
+    return PrepareClientFolder(folder) ? folder : WString();
 }
 
 }  // namespace utilsdll

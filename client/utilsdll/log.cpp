@@ -5,15 +5,18 @@
 //
 // with the local time, the ids of process and thread, and the level. A line goes out in one write
 // at the file's end, so the lines of several processes never mix. Characters that could break a
-// line or hide part of it are shown as \x and their code.
+// line or hide part of it are shown as \x and their code. Administrators make the file; every
+// account may append to it.
 #include <cstdarg>
 
 #include "client/include/utilsdll.h"
 #include "client/utilsdll/boundary.h"
 #include "client/utilsdll/data_folder.h"
+#include "common/client_folder.h"
 #include "common/format.h"
 #include "common/handles.h"
 #include "common/path.h"
+#include "common/security.h"
 
 struct SN_LOG {
     UniqueHandle file;
@@ -56,9 +59,7 @@ extern "C" SN_LOG_HANDLE log_initialize(const WCHAR* component) {
         const WString folder = utilsdll::DataSubfolder(TEXT("logs"));
         if (folder.empty()) return nullptr;
         const WString path = JoinPath(folder, component + WString(TEXT(".log")));
-        UniqueHandle file(CreateFileW(path.c_str(), FILE_APPEND_DATA,
-                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                      nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+        UniqueHandle file = OpenClientFile(path, FILE_APPEND_DATA, OPEN_ALWAYS, kEveryoneAppends);
         return file ? new SN_LOG{std::move(file)} : nullptr;
     });
 }

@@ -2,6 +2,7 @@
 
 #include "client/utilsdll/data_folder.h"
 #include "client/utilsdll/random.h"
+#include "common/client_folder.h"
 #include "common/format.h"
 #include "common/handles.h"
 #include "common/path.h"
@@ -13,8 +14,7 @@ namespace {
 constexpr DWORD kSecretSize = 32;
 
 UniqueHandle OpenSecretFile(const WString& path) {
-    return UniqueHandle(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
-                                    OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    return OpenClientFile(path, GENERIC_READ, OPEN_EXISTING, kOwnerAlone);
 }
 
 bool ReadSecret(HANDLE file, SecureBytes& secret) {

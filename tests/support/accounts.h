@@ -10,6 +10,11 @@ inline void LogOn(const std::filesystem::path& endpoint, unsigned session,
     WriteWholeFile(endpoint / "sessions" / std::to_string(session), user + "\n");
 }
 
+// Makes a file or folder another account's.
+inline void GiveTo(const std::filesystem::path& path, unsigned account) {
+    ASSERT_EQ(RunProgram("/bin/chown", {std::to_string(account), path.string()}).exitCode, 0);
+}
+
 // Starts a program that does nothing for a minute, under the file name given by `path`.
 inline BackgroundProcess StartWaitingProgram(const std::filesystem::path& path,
                                              const ProcessOptions& options) {

@@ -17,6 +17,14 @@
 
 #define INVALID_FILE_ATTRIBUTES (static_cast<DWORD>(-1))
 
+struct BY_HANDLE_FILE_INFORMATION {
+    DWORD dwFileAttributes;
+    DWORD nFileSizeHigh;
+    DWORD nFileSizeLow;
+    DWORD nNumberOfLinks;
+};
+using LPBY_HANDLE_FILE_INFORMATION = BY_HANDLE_FILE_INFORMATION*;
+
 extern "C" {
 // Opens or creates a file; INVALID_HANDLE_VALUE on failure. The share mode is honoured between the
 // opens of all processes that use this call, and by the calls that delete, rename or copy over a
@@ -25,7 +33,8 @@ extern "C" {
 // security attributes carry a null access list. FILE_APPEND_DATA without FILE_WRITE_DATA makes
 // every write an append, also beside the appends of others. The name of a pipe connects to the
 // pipe. With FILE_FLAG_BACKUP_SEMANTICS an existing folder is opened, too, to be held or asked
-// about; with FILE_FLAG_OPEN_REPARSE_POINT a symbolic link is refused (ERROR_CANTOPEN).
+// about; with FILE_FLAG_OPEN_REPARSE_POINT a symbolic link is refused (ERROR_CANTOPEN). WRITE_DAC
+// is the owner's and root's.
 WINAPI_EXPORT HANDLE WINAPI CreateFileW(LPCWSTR lpFileName, DWORD dwDesiredAccess,
                                         DWORD dwShareMode,
                                         LPSECURITY_ATTRIBUTES lpSecurityAttributes,
@@ -41,6 +50,9 @@ WINAPI_EXPORT BOOL WINAPI FlushFileBuffers(HANDLE hFile);
 // FILE_TYPE_DISK for a regular file or a folder, FILE_TYPE_CHAR for a terminal or another device,
 // FILE_TYPE_PIPE for a pipe or a socket; FILE_TYPE_UNKNOWN for anything else, and on failure.
 WINAPI_EXPORT DWORD WINAPI GetFileType(HANDLE hFile);
+// The attributes, the size and the number of names, which is 1 for a folder; nothing else is told.
+WINAPI_EXPORT BOOL WINAPI
+GetFileInformationByHandle(HANDLE hFile, LPBY_HANDLE_FILE_INFORMATION lpFileInformation);
 WINAPI_EXPORT BOOL WINAPI GetFileSizeEx(HANDLE hFile, PLARGE_INTEGER lpFileSize);
 WINAPI_EXPORT BOOL WINAPI SetFilePointerEx(HANDLE hFile, LARGE_INTEGER liDistanceToMove,
                                            PLARGE_INTEGER lpNewFilePointer, DWORD dwMoveMethod);
@@ -54,7 +66,7 @@ WINAPI_EXPORT DWORD WINAPI GetFileAttributesW(LPCWSTR lpFileName);
 WINAPI_EXPORT BOOL WINAPI SetFileAttributesW(LPCWSTR lpFileName, DWORD dwFileAttributes);
 
 // A new folder belongs to its creator. Without security attributes others may look into it; with
-// them it is its owner's alone, and what they allow one account besides.
+// them it is its owner's alone, and what they allow others besides.
 WINAPI_EXPORT BOOL WINAPI CreateDirectoryW(LPCWSTR lpPathName,
                                            LPSECURITY_ATTRIBUTES lpSecurityAttributes);
 // Removes an empty folder: ERROR_DIR_NOT_EMPTY for another one, ERROR_SHARING_VIOLATION while

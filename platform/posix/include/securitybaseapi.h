@@ -11,6 +11,11 @@ WINAPI_EXPORT BOOL WINAPI InitializeSecurityDescriptor(PSECURITY_DESCRIPTOR pSec
 WINAPI_EXPORT BOOL WINAPI SetSecurityDescriptorDacl(PSECURITY_DESCRIPTOR pSecurityDescriptor,
                                                     BOOL bDaclPresent, PACL pDacl,
                                                     BOOL bDaclDefaulted);
+// Makes the descriptor's protected access list that of a file or folder, in place of its own. The
+// handle has the right WRITE_DAC. Nothing else can be set.
+WINAPI_EXPORT BOOL WINAPI SetKernelObjectSecurity(HANDLE Handle,
+                                                  SECURITY_INFORMATION SecurityInformation,
+                                                  PSECURITY_DESCRIPTOR SecurityDescriptor);
 
 // TokenUser, TokenVirtualizationEnabled (a DWORD) and TokenElevation are known. A small buffer
 // fails with ERROR_INSUFFICIENT_BUFFER and the size in *ReturnLength. The token needs TOKEN_QUERY.

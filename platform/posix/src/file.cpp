@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <io.h>
+#include <securitybaseapi.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <winbase.h>
@@ -15,6 +16,7 @@
 #include "pipe.h"
 #include "security.h"
 #include "share_mode.h"
+#include "thread_identity.h"
 
 namespace {
 
@@ -46,6 +48,7 @@ class File : public platform::DescriptorObject {
     }
 
     bool MayWrite() const { return (access_ & kWriteAccess) != 0; }
+    bool MayChangeList() const { return (access_ & WRITE_DAC) != 0; }
     BOOL Read(void* buffer, DWORD size, DWORD& read) override {
         if ((access_ & FILE_READ_DATA) == 0) return Fail(ERROR_ACCESS_DENIED);
         return DescriptorObject::Read(buffer, size, read);
@@ -152,12 +155,14 @@ UniqueDescriptor OpenByDisposition(const Request& request, bool& existed) {
     return Create(request, 0);
 }
 
-// Refuses what may not be opened so, whoever asks.
+// Refuses what may not be opened so, by anyone or by this caller.
 bool CheckKind(const Request& request, const struct stat& info) {
     const bool opensFolders = (request.flags & FILE_FLAG_BACKUP_SEMANTICS) != 0;
     const bool deniedToAll = (S_ISDIR(info.st_mode) && !opensFolders) ||
                              (platform::IsReadOnly(info) && (request.access & kWriteAccess) != 0);
-    return !deniedToAll || Fail(ERROR_ACCESS_DENIED);
+    const bool deniedToThis = (request.access & WRITE_DAC) != 0 && platform::ThreadAccount() != 0 &&
+                              platform::ThreadAccount() != info.st_uid;
+    return !(deniedToAll || deniedToThis) || Fail(ERROR_ACCESS_DENIED);
 }
 
 // Gives a file just made its permissions, or cuts an existing one to nothing where asked for.
@@ -260,6 +265,35 @@ extern "C" int _close(int fd) {
 
 extern "C" std::FILE* _fdopen(int fd, const char* mode) {
     return fdopen(fd, mode);
+}
+
+extern "C" BOOL WINAPI GetFileInformationByHandle(HANDLE hFile,
+                                                  LPBY_HANDLE_FILE_INFORMATION lpFileInformation) {
+    const auto file = platform::ObjectOf<platform::DescriptorObject>(hFile);
+    if (!file) return FALSE;
+    struct stat info {};
+    if (fstat(file->Descriptor(), &info) != 0) return FailWithErrno(errno);
+    LARGE_INTEGER size = {};
+    size.QuadPart = info.st_size;
+    *lpFileInformation = {
+        .dwFileAttributes = platform::AttributesOf(info),
+        .nFileSizeHigh = static_cast<DWORD>(size.u.HighPart),
+        .nFileSizeLow = size.u.LowPart,
+        .nNumberOfLinks = S_ISDIR(info.st_mode) ? 1 : static_cast<DWORD>(info.st_nlink)};
+    return TRUE;
+}
+
+extern "C" BOOL WINAPI SetKernelObjectSecurity(HANDLE Handle,
+                                               SECURITY_INFORMATION SecurityInformation,
+                                               PSECURITY_DESCRIPTOR SecurityDescriptor) {
+    constexpr SECURITY_INFORMATION kList =
+        DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION;
+    const auto file = platform::ObjectOf<File>(Handle);
+    if (!file) return FALSE;
+    if (SecurityInformation != kList) return Fail(ERROR_NOT_SUPPORTED);
+    if (!file->MayChangeList()) return Fail(ERROR_ACCESS_DENIED);
+    const SECURITY_ATTRIBUTES attributes = {sizeof attributes, SecurityDescriptor, FALSE};
+    return platform::ApplyAccess(file->Descriptor(), attributes) ? TRUE : FailWithErrno(errno);
 }
 
 extern "C" BOOL WINAPI GetFileSizeEx(HANDLE hFile, PLARGE_INTEGER lpFileSize) {

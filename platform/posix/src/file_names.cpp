@@ -115,9 +115,7 @@ extern "C" DWORD WINAPI GetFileAttributesW(LPCWSTR lpFileName) {
         FailOnPath(errno, path);
         return INVALID_FILE_ATTRIBUTES;
     }
-    if (S_ISDIR(info.st_mode)) return FILE_ATTRIBUTE_DIRECTORY;
-    if (!S_ISREG(info.st_mode)) return FILE_ATTRIBUTE_DEVICE;
-    return platform::IsReadOnly(info) ? FILE_ATTRIBUTE_READONLY : FILE_ATTRIBUTE_NORMAL;
+    return platform::AttributesOf(info);
 }
 
 extern "C" BOOL WINAPI DecryptFileW(LPCWSTR /*lpFileName*/, DWORD /*dwReserved*/) {
@@ -144,11 +142,10 @@ extern "C" BOOL WINAPI CreateDirectoryW(LPCWSTR lpPathName,
         if (errno == EEXIST) return Fail(ERROR_ALREADY_EXISTS);
         return errno == ENOENT ? Fail(ERROR_PATH_NOT_FOUND) : FailWithErrno(errno);
     }
-    const auto group = platform::GroupAccessOf(lpSecurityAttributes);
-    if (!group) return TRUE;
+    if (!isPrivate) return TRUE;
     const platform::UniqueDescriptor folder(
         open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (folder && platform::ApplyAccess(folder.get(), 0700, group)) return TRUE;
+    if (folder && platform::ApplyAccess(folder.get(), *lpSecurityAttributes)) return TRUE;
     FailWithErrno(errno);
     rmdir(path.c_str());
     return FALSE;

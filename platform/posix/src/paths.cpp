@@ -1,5 +1,7 @@
 #include "paths.h"
 
+#include <winnt.h>
+
 #include <cerrno>
 
 #include "last_error.h"
@@ -28,6 +30,12 @@ BOOL FailOnPath(int error, const std::string& path) {
 
 bool IsReadOnly(const struct stat& info) {
     return S_ISREG(info.st_mode) && (info.st_mode & 0222) == 0;
+}
+
+DWORD AttributesOf(const struct stat& info) {
+    if (S_ISDIR(info.st_mode)) return FILE_ATTRIBUTE_DIRECTORY;
+    if (!S_ISREG(info.st_mode)) return FILE_ATTRIBUTE_DEVICE;
+    return IsReadOnly(info) ? FILE_ATTRIBUTE_READONLY : FILE_ATTRIBUTE_NORMAL;
 }
 
 }  // namespace platform

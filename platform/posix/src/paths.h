@@ -21,4 +21,7 @@ BOOL FailOnPath(int error, const std::string& path);
 // The read-only attribute: a regular file that nobody may write.
 bool IsReadOnly(const struct stat& info);
 
+// The attributes of a file or folder.
+DWORD AttributesOf(const struct stat& info);
+
 }  // namespace platform

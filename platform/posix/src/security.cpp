@@ -46,7 +46,7 @@ struct ListDescriptor {
 // The permissions of others that stand for rights.
 mode_t ModeOfRights(unsigned rights) {
     return ((rights & FILE_READ_DATA) != 0 ? S_IROTH : 0U) |
-           ((rights & FILE_WRITE_DATA) != 0 ? S_IWOTH : 0U) |
+           ((rights & (FILE_WRITE_DATA | FILE_APPEND_DATA)) != 0 ? S_IWOTH : 0U) |
            ((rights & FILE_TRAVERSE) != 0 ? S_IXOTH : 0U);
 }
 
@@ -102,6 +102,15 @@ bool ApplyAccess(int descriptor, mode_t mode, const std::optional<GroupAccess>& 
     if (!group) return fchmod(descriptor, mode) == 0;
     return fchown(descriptor, static_cast<uid_t>(-1), group->group) == 0 &&
            fchmod(descriptor, mode | group->mode) == 0;
+}
+
+bool ApplyAccess(int descriptor, const SECURITY_ATTRIBUTES& attributes) {
+    struct stat info {};
+    if (fstat(descriptor, &info) != 0) return false;
+    mode_t mode = ModeOfNewFile(&attributes);
+    // Who may list a folder may pass through it.
+    if (S_ISDIR(info.st_mode)) mode |= (mode & 0444U) >> 2;
+    return ApplyAccess(descriptor, mode, GroupAccessOf(&attributes));
 }
 
 }  // namespace platform

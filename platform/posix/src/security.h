@@ -23,4 +23,8 @@ std::optional<GroupAccess> GroupAccessOf(const SECURITY_ATTRIBUTES* attributes);
 // set, when that cannot be.
 bool ApplyAccess(int descriptor, mode_t mode, const std::optional<GroupAccess>& group);
 
+// Gives a file or folder the permissions that the attributes ask for. False, with errno set, when
+// that cannot be.
+bool ApplyAccess(int descriptor, const SECURITY_ATTRIBUTES& attributes);
+
 }  // namespace platform
