@@ -45,6 +45,10 @@ class AccessList {
 
 // The owner, the system and administrators may do everything; nobody else anything...
 inline constexpr const WCHAR* kOwnerAlone = TEXT("D:P(A;;GA;;;OW)(A;;GA;;;SY)(A;;GA;;;BA)");
+// The same, of an object that belongs to the administrators, whoever of them makes it. Other
+// accounts cannot make one with this owner.
+inline constexpr const WCHAR* kAdministratorsAlone =
+    TEXT("O:BAD:P(A;;GA;;;OW)(A;;GA;;;SY)(A;;GA;;;BA)");
 // ... but call the pipe. To make an instance of it takes a right that callers lack.
 inline constexpr const WCHAR* kEveryoneCalls =
     TEXT("D:P(A;;GA;;;OW)(A;;GA;;;SY)(A;;GA;;;BA)(A;;0x12018b;;;AU)");
@@ -78,8 +82,8 @@ bool IsAdministrator();
 // accounts cannot make such an object. The handle has the right READ_CONTROL.
 bool IsOwnedByAdministrators(HANDLE object, SE_OBJECT_TYPE type);
 
-// The same, or to the process's own account when that is an administrator's: on some systems what an
-// administrator makes belongs to the account and not to the group.
+// The same, or to the process's own account when that is an administrator's: on some systems what
+// an administrator makes belongs to the account and not to the group.
 bool IsOwnedByClient(HANDLE object, SE_OBJECT_TYPE type);
 
 // Whether an opened file or folder belongs to the system, to the administrators or to the process's

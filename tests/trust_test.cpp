@@ -147,6 +147,26 @@ TEST_F(ObjectTest, AFolderThatAnotherAccountMadeFirstIsRefused) {
     EXPECT_EQ(PipeCallTest::Call("request"), DWORD{ERROR_ACCESS_DENIED});
 }
 
+TEST_F(ObjectTest, ABypassThatAnotherAccountMadeIsNotHeld) {
+    EveryoneAccess everyone;
+    const WCHAR* const name = TEXT("Global\\SN_BYPASS_FSFILTER");
+    if (Role() == "user") {
+        const UniqueHandle event(CreateEventW(everyone.get(), TRUE, FALSE, name));
+        Say("holding");
+        Sleep(INFINITE);
+    }
+    SKIP_UNLESS_ADMINISTRATOR();
+    const fs::path log = EndpointFolder() / "ProgramData" / "Sentrel" / "logs" / "utilsdll.log";
+    { const UniqueHandle makesTheFolder(CreateEventW(nullptr, TRUE, FALSE, name)); }
+    BackgroundProcess user = StartRole("user", As(12345));
+    ASSERT_TRUE(user.WaitForOutput("holding"));
+    EXPECT_EQ(bBypassFsfilter(), INVALID_HANDLE_VALUE);
+    EXPECT_NE(ReadWholeFile(log).find(" ERROR Global\\SN_BYPASS_FSFILTER "), std::string::npos);
+    EXPECT_TRUE(UniqueHandle(bBypassGuardlet()));
+    user.Kill();
+    EXPECT_TRUE(UniqueHandle(bBypassFsfilter()));
+}
+
 // --- The client's folders -----------------------------------------------------------------------
 
 // What others could have made where the client keeps its logs and its secret.

@@ -1,28 +1,36 @@
 // The bypasses of the client's file-protection components. A component knows that it is to stand
 // back while the event of its name exists, which is as long as a process holds it. The events are
-// for administrators and the system alone, to make and to look at.
+// for administrators and the system alone, to make and to look at; one of another owner is no
+// bypass.
 #include "client/utilsdll/bypass.h"
 
 #include <atomic>
 
 #include "client/include/utilsdll.h"
+#include "common/handles.h"
 #include "common/security.h"
 
 namespace utilsdll {
 namespace {
+
+constexpr const WCHAR* kLogComponent = TEXT("utilsdll");
+constexpr const WCHAR* kNotHeld = TEXT("%s cannot be made, or belongs to another account");
 
 class Bypass {
   public:
     explicit constexpr Bypass(const WCHAR* name) : name_(name) {}
 
     HANDLE Hold() {
-        OwnerAccess ownerAlone;
-        const HANDLE event = IsAdministrator() && ownerAlone.get() != nullptr
-                                 ? CreateEventW(ownerAlone.get(), TRUE, FALSE, name_)
-                                 : nullptr;
-        if (event == nullptr) return INVALID_HANDLE_VALUE;
-        held_ = event;
-        return event;
+        AccessList access(kAdministratorsAlone);
+        if (!IsAdministrator() || access.get() == nullptr) return INVALID_HANDLE_VALUE;
+        UniqueHandle event(CreateEventW(access.get(), TRUE, FALSE, name_));
+        // Other accounts can be first to make an object of this name.
+        if (!event || !IsOwnedByClient(event.get(), SE_KERNEL_OBJECT)) {
+            TellRefusal();
+            return INVALID_HANDLE_VALUE;
+        }
+        held_ = event.get();
+        return event.release();
     }
     // The caller closes the handle: one that can no longer be waited for is gone. Nobody sets the
     // event, so one that is set is something else in its place.
@@ -32,6 +40,12 @@ class Bypass {
     }
 
   private:
+    void TellRefusal() const {
+        const SN_LOG_HANDLE log = log_initialize(kLogComponent);
+        log_error_fmt(log, kNotHeld, name_);
+        log_deinitialize(log);
+    }
+
     const WCHAR* name_;
     std::atomic<HANDLE> held_ = nullptr;
 };

@@ -267,6 +267,14 @@ DWORD ObjectHandle::Wait(const Deadline& deadline) {
     return WAIT_FAILED;
 }
 
+std::optional<uid_t> ObjectHandle::Owner() {
+    struct stat info {};
+    if (!object_->File()) return KernelObject::Owner();
+    if (fstat(object_->File().Descriptor(), &info) == 0) return info.st_uid;
+    FailWithErrno(errno);
+    return std::nullopt;
+}
+
 HANDLE CreateObject(const ObjectRequest& request, const SECURITY_ATTRIBUTES* attributes,
                     DWORD access) {
     if (request.name != nullptr && *request.name != 0) {

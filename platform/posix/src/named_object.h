@@ -95,6 +95,7 @@ class ObjectHandle final : public KernelObject {
     bool Allows(DWORD access) const { return (access_ & access) == access; }
     const std::shared_ptr<SyncObject>& Object() const { return object_; }
     DWORD Wait(const Deadline& deadline) override;
+    std::optional<uid_t> Owner() override;
 
   private:
     const std::shared_ptr<SyncObject> object_;
