@@ -1,11 +1,11 @@
-// Buffers that held secrets and leave nothing behind: every byte that they ever held is wiped
-// before its memory is given back, also when a buffer grows or moves.
+// Buffers of secrets that leave nothing behind: every byte that they ever held is wiped before its
+// memory is given back, also when a buffer grows or moves. They lie in locked memory.
 #pragma once
 
 #include <cstddef>
-#include <memory>
 #include <vector>
 
+#include "common/locked_memory.h"
 #include "common/text.h"
 
 // Overwrites memory with zeros in a way that the compiler does not leave out.
@@ -21,11 +21,10 @@ class WipingAllocator {
     template <typename Other>
     explicit(false) WipingAllocator(const WipingAllocator<Other>& /*other*/) {}
 
-    Type* allocate(std::size_t count) { return std::allocator<Type>().allocate(count); }
-    void deallocate(Type* memory, std::size_t count) {
-        WipeMemory(memory, count * sizeof(Type));
-        std::allocator<Type>().deallocate(memory, count);
+    Type* allocate(std::size_t count) {
+        return static_cast<Type*>(AllocateLocked(count * sizeof(Type)));
     }
+    void deallocate(Type* memory, std::size_t count) { FreeLocked(memory, count * sizeof(Type)); }
     template <typename Other>
     bool operator==(const WipingAllocator<Other>& /*other*/) const {
         return true;

@@ -24,18 +24,23 @@ namespace {
 constexpr std::string_view kEncryptedMarker = "Enc ";
 
 // The content of a file: zeroed memory that the system hands out page by page as it is touched, so
-// that the room left at its end costs nothing. Wiped at the end as far as it was used.
+// that the room left at its end costs nothing. What lies in the first `expected` bytes does not
+// reach the page file, as far as the system allows. Wiped at the end as far as it was used.
 class Content {
   public:
-    bool Allocate(std::size_t capacity) {
+    bool Allocate(std::size_t capacity, std::size_t expected) {
         bytes_.reset(static_cast<BYTE*>(std::calloc(capacity + 1, 1)));
         capacity_ = bytes_ ? capacity : 0;
+        locked_ = bytes_ && VirtualLock(bytes_.get(), expected) ? expected : 0;
         return bytes_ != nullptr;
     }
     Content() = default;
     Content(const Content&) = delete;
     Content& operator=(const Content&) = delete;
-    ~Content() { WipeMemory(bytes_.get(), size_); }
+    ~Content() {
+        WipeMemory(bytes_.get(), size_);
+        if (locked_ != 0) VirtualUnlock(bytes_.get(), locked_);
+    }
 
     BYTE* Bytes() { return bytes_.get(); }
     DWORD Capacity() const { return static_cast<DWORD>(capacity_); }
@@ -49,6 +54,7 @@ class Content {
     };
     std::unique_ptr<BYTE, Free> bytes_;
     std::size_t capacity_ = 0;
+    std::size_t locked_ = 0;
     std::size_t size_ = 0;
 };
 
@@ -77,7 +83,8 @@ bool ReadInput(const WString& path, Content& content) {
                                         OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
     LARGE_INTEGER size = {};
     if (!file || !IsDiskFile(file.get()) || !GetFileSizeEx(file.get(), &size) ||
-        !content.Allocate(static_cast<std::size_t>(size.QuadPart))) {
+        !content.Allocate(static_cast<std::size_t>(size.QuadPart),
+                          static_cast<std::size_t>(size.QuadPart))) {
         return false;
     }
     DWORD read = 0;
@@ -144,7 +151,7 @@ std::string_view DocumentIn(std::string_view text) {
 bool DecryptInto(Content& cipher, const SecureText& password, DWORD sessionId,
                  const TemporaryFile& output) {
     Content plain;
-    if (!plain.Allocate(2 * static_cast<std::size_t>(cipher.Size()))) return false;
+    if (!plain.Allocate(2 * static_cast<std::size_t>(cipher.Size()), cipher.Size())) return false;
     if (!Decrypt(cipher, password, plain)) {
         NotifyGui(GuiCode::kWrongPassword, sessionId);
         return false;

@@ -2,11 +2,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <random>
+#include <thread>
 
 #include "common/format.h"
 #include "common/hex.h"
 #include "common/xml_file.h"
 #include "tests/support/machine.h"
+#include "tests/support/memory_scan.h"
 #include "tests/support/secrets.h"
 #include "tests/support/wide.h"
 
@@ -99,6 +102,35 @@ TEST(SecureText, IsWipedWhereverItWas) {
     text = SecureText();
     const_cast<SecureText&>(moved) = TEXT("");
     EXPECT_FALSE(pattern.StandsInMemory());
+}
+
+TEST(SecureText, LiesInLockedMemory) {
+    SKIP_WITHOUT(kLockedMemory);
+    const SecureBytes large(100'000);
+    EXPECT_TRUE(IsLocked(&large.back()));
+    const void* text = nullptr;
+    {
+        const SecureText small(TEXT("secret"));
+        text = small.c_str();
+        EXPECT_TRUE(IsLocked(text));
+    }
+    EXPECT_FALSE(IsLocked(text)) << "the last one has gone";
+}
+
+// Of any size, beside each other, from several threads, and given back in any order.
+TEST(SecureText, SecretsDoNotShareMemory) {
+    const auto work = [](BYTE mark) {
+        std::minstd_rand random(mark);
+        std::vector<SecureBytes> held(100);
+        for (int i = 0; i < 20'000; ++i) {
+            SecureBytes& bytes = held[random() % held.size()];
+            EXPECT_EQ(std::ranges::count(bytes, mark), std::ssize(bytes));
+            bytes = SecureBytes(random() % (i % 100 == 0 ? 10'000 : 700), mark);
+        }
+    };
+    std::thread other(work, BYTE{1});
+    work(2);
+    other.join();
 }
 
 class XmlFile : public MachineTest {

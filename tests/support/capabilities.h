@@ -18,6 +18,7 @@ inline const std::string kLocales = "locales by environment";
 inline const std::string kThreadLanguages = "languages of threads";
 inline const std::string kFilePermissions = "permissions of files";
 inline const std::string kDataProtection = "data protection";
+inline const std::string kLockedMemory = "a view of locked memory";
 inline const std::string kWholeCopies = "files copied at once";
 inline const std::string kWholeAppends = "files appended to at once";
 inline const std::string kFirstInstances = "pipes served alone";

@@ -17,6 +17,9 @@ class HiddenPattern {
     std::string changed_;
 };
 
+// True when the page at that address is kept out of the swap, where the system tells.
+bool IsLocked(const void* address);
+
 // Hands over a copy of each block of writable memory, as the system tells of it, until one is taken
 // with true; tells whether one was. The copies are wiped.
 bool AnyWritableBlock(const std::function<bool(const std::vector<char>&)>& take);

@@ -30,3 +30,19 @@ bool AnyWritableBlock(const std::function<bool(const std::vector<char>&)>& take)
     }
     return false;
 }
+
+bool IsLocked(const void* address) {
+    const auto place = reinterpret_cast<unsigned long>(address);
+    std::ifstream maps("/proc/self/smaps");
+    bool isHere = false;
+    for (std::string line; std::getline(maps, line);) {
+        unsigned long from = 0;
+        unsigned long to = 0;
+        if (std::sscanf(line.c_str(), "%lx-%lx ", &from, &to) == 2) {
+            isHere = from <= place && place < to;
+        } else if (isHere && line.starts_with("VmFlags:")) {
+            return line.find(" lo ") != std::string::npos;
+        }
+    }
+    return false;
+}

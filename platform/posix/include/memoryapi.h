@@ -20,4 +20,9 @@ WINAPI_EXPORT LPVOID WINAPI MapViewOfFile(HANDLE hFileMappingObject, DWORD dwDes
                                           DWORD dwFileOffsetHigh, DWORD dwFileOffsetLow,
                                           SIZE_T dwNumberOfBytesToMap);
 WINAPI_EXPORT BOOL WINAPI UnmapViewOfFile(LPCVOID lpBaseAddress);
+
+// Keeps the pages that hold these bytes in physical memory. They are not counted: one call of the
+// other lets them go. Beyond the account's limit it fails with ERROR_WORKING_SET_QUOTA.
+WINAPI_EXPORT BOOL WINAPI VirtualLock(LPVOID lpAddress, SIZE_T dwSize);
+WINAPI_EXPORT BOOL WINAPI VirtualUnlock(LPVOID lpAddress, SIZE_T dwSize);
 }

@@ -1,7 +1,10 @@
-// Memory that one side allocates and the other side frees - the process's ordinary heap - and the
-// wiping of memory.
+// Memory that one side allocates and the other side frees - the process's ordinary heap -, the
+// wiping of memory, and its place outside the swap.
+#include <memoryapi.h>
+#include <sys/mman.h>
 #include <winbase.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
@@ -23,6 +26,14 @@ HLOCAL WINAPI LocalAlloc(UINT uFlags, SIZE_T uBytes) {
 HLOCAL WINAPI LocalFree(HLOCAL hMem) {
     std::free(hMem);
     return nullptr;
+}
+
+BOOL WINAPI VirtualLock(LPVOID lpAddress, SIZE_T dwSize) {
+    return mlock(lpAddress, dwSize) == 0 ? TRUE : platform::Fail(ERROR_WORKING_SET_QUOTA);
+}
+
+BOOL WINAPI VirtualUnlock(LPVOID lpAddress, SIZE_T dwSize) {
+    return munlock(lpAddress, dwSize) == 0 ? TRUE : platform::FailWithErrno(errno);
 }
 
 PVOID WINAPI SecureZeroMemory(PVOID ptr, SIZE_T cnt) {
