@@ -10,6 +10,7 @@ inline const std::string kAdministrator = "an administrator";  // whom the test 
 inline const std::string kOtherAccounts = "other accounts";    // to start programs as
 inline const std::string kSetSessions = "sessions by choice";  // of users and processes
 inline const std::string kFaults = "faults at system calls";
+inline const std::string kSmallDisk = "a small disk of the test's own";
 inline const std::string kFullDisk = "a full disk";
 inline const std::string kSymbolicLinks = "symbolic links";
 inline const std::string kBytesAsNames = "names of any bytes";

@@ -1,6 +1,7 @@
 // Faults in what a program does to files, caused for real at one chosen system call.
 #pragma once
 
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
@@ -25,3 +26,22 @@ struct FaultyRun {
 // processes; where there are fewer, nothing happens.
 FaultyRun RunWithFault(Fault fault, std::size_t at, const std::string& program,
                        const std::vector<std::string>& arguments);
+
+// A small disk of the test's own, over a folder whose files it takes over, until the object goes.
+// False where the system lets the test have none.
+class SmallDisk {
+  public:
+    SmallDisk(const std::filesystem::path& folder, std::size_t bytes);
+    SmallDisk(const SmallDisk&) = delete;
+    SmallDisk& operator=(const SmallDisk&) = delete;
+    ~SmallDisk();
+
+    explicit operator bool() const { return isMounted_; }
+    // Leaves about so many bytes free, until the next call of either.
+    void Fill(std::size_t free) const;
+    void Empty() const;
+
+  private:
+    const std::filesystem::path folder_;
+    bool isMounted_ = false;
+};

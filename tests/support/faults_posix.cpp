@@ -2,16 +2,21 @@
 // filter that a thread puts on itself and its children inherit.
 #include <fcntl.h>
 #include <poll.h>
+#include <sched.h>
 #include <seccomp.h>
+#include <sys/mount.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
+#include <fstream>
 #include <future>
 #include <memory>
 #include <stdexcept>
 
 #include "tests/support/faults.h"
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -129,4 +134,34 @@ FaultyRun RunWithFault(Fault fault, std::size_t at, const std::string& program,
         seccomp_notify_respond(listener.fd, &response);
     }
     return {result.get(), std::move(calls)};
+}
+
+SmallDisk::SmallDisk(const fs::path& folder, std::size_t bytes) : folder_(folder) {
+    const fs::path aside = folder.string() + ".aside";
+    const std::string options = "mode=1777,size=" + std::to_string(bytes);
+    isMounted_ = geteuid() == 0 && unshare(CLONE_NEWNS) == 0 &&
+                 mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+    if (!isMounted_) return;
+    fs::copy(folder, aside, fs::copy_options::recursive);
+    isMounted_ = mount("none", folder.c_str(), "tmpfs", 0, options.c_str()) == 0;
+    if (isMounted_) {
+        fs::permissions(folder, fs::status(aside).permissions());
+        fs::copy(aside, folder, fs::copy_options::recursive);
+    }
+    fs::remove_all(aside);
+}
+
+SmallDisk::~SmallDisk() {
+    if (isMounted_) umount2(folder_.c_str(), MNT_DETACH);
+}
+
+void SmallDisk::Fill(std::size_t free) const {
+    Empty();
+    std::ofstream filler(folder_ / "filler", std::ios::binary);
+    const std::size_t size = fs::space(folder_).available;
+    filler << std::string(size > free ? size - free : 0, 'x');
+}
+
+void SmallDisk::Empty() const {
+    fs::remove(folder_ / "filler");
 }
