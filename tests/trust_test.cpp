@@ -90,6 +90,31 @@ TEST_F(PipeCallTest, OnlyTheSystemAndAdministratorsAreTakenForTheServer) {
     EXPECT_EQ(Call("request"), DWORD{ERROR_SUCCESS});
 }
 
+// Not even between two clients.
+TEST_F(PipeCallTest, TheNameIsNeverFreeWhileTheServerRuns) {
+    if (Role() == "server") {
+        const UniqueHandle server = Serve();
+        Say("serving");
+        for (;;) Answer(server.get(), "request");
+    }
+    if (Role() == "stranger") {
+        Say("trying");
+        UniqueHandle taken;
+        while (!taken) taken = Serve();
+        Say("taken");
+        for (;;) Answer(taken.get(), "request");
+    }
+    SKIP_UNLESS_ADMINISTRATOR();
+    BackgroundProcess administrator = StartRole("server");
+    ASSERT_TRUE(administrator.WaitForOutput("serving"));
+    BackgroundProcess stranger = StartRole("stranger", As(12345));
+    ASSERT_TRUE(stranger.WaitForOutput("trying"));
+    for (int i = 0; i < 1000; ++i) {
+        ASSERT_EQ(Call("request"), DWORD{ERROR_SUCCESS}) << i;
+    }
+    EXPECT_EQ(stranger.Output().find("taken"), std::string::npos);
+}
+
 // --- Objects and folders of the machine ---------------------------------------------------------
 
 using ObjectTest = MachineTest;

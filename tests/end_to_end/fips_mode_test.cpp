@@ -2,6 +2,7 @@
 #include <utilsdll.h>
 
 #include <regex>
+#include <set>
 #include <tuple>
 
 #include "cryptd/crypto_log.h"
@@ -28,6 +29,7 @@ constexpr const char* kCommitFailed =
 class FipsModeTest : public ClientMachine {
   protected:
     FipsModeTest() {
+        if (!Role().empty()) return;
         InstallModules(Folder());
         EXPECT_EQ(Backup().exitCode, 0);
         SetProfile("lax");
@@ -48,7 +50,7 @@ class FipsModeTest : public ClientMachine {
         return std::regex_replace(ReadWholeFile(Folder() / "logs" / "fips" / name), prefix, "");
     }
 
-    fs::path program_ = CopyOf(FileOfBuild("SNConfig"));
+    fs::path program_ = Role().empty() ? CopyOf(FileOfBuild("SNConfig")) : fs::path();
 };
 
 TEST_F(FipsModeTest, AnOrdinaryUserBacksUpToo) {
@@ -61,6 +63,37 @@ TEST_F(FipsModeTest, AnOrdinaryUserBacksUpToo) {
               0, "");
     EXPECT_NE(BackupContent().find("</av>"), std::string::npos);
     fs::remove(file_);
+}
+
+// One salt and counter for two texts would make one key stream for both.
+TEST_F(FipsModeTest, NoTwoProtectedValuesShareTheirKeyWhoeverServesRandomBytes) {
+    SKIP_UNLESS_ADMINISTRATOR();
+    if (Role() == "zeros") {
+        const FakeService service(100'000, Giving(0));
+        Say("serving");
+        Sleep(INFINITE);
+    }
+    Client({"service", "SA_Scheduler", "stop"});
+    {
+        const BackgroundProcess makesTheFolder("sncryptd", {});
+        Sleep(200);
+    }
+    BackgroundProcess zeros = StartRole("zeros", As(12345));
+    ASSERT_TRUE(zeros.WaitForOutput("serving"));
+    static const std::regex start("(?:authentication=\"|EncX )([0-9A-Fa-f]{24})");
+    std::set<std::string> ids;
+    std::size_t count = 0;
+    for (int i = 0; i < 4; ++i) {
+        ExpectRun(InFolder(BackupArguments()), 0, "");
+        const std::string backup = BackupContent();
+        for (std::sregex_iterator found(backup.begin(), backup.end(), start), end; found != end;
+             ++found) {
+            ids.insert((*found)[1]);
+            ++count;
+        }
+    }
+    EXPECT_GE(count, 8U);
+    EXPECT_EQ(ids.size(), count);
 }
 
 TEST_F(FipsModeTest, ARestoreIsAChangeOfTheConfigurationState) {

@@ -1,5 +1,7 @@
 // Runs that are ended from outside, at any moment: by Ctrl-C, the end of the session, or without a
 // chance to tidy up.
+#include <utilsdll.h>
+
 #include <array>
 #include <csignal>
 #include <cstdlib>
@@ -15,6 +17,7 @@ using std::chrono::milliseconds;
 
 class InterruptionTest : public ClientMachine {
   protected:
+    static constexpr const char* kUnlockPassword = "open sesame";
     static constexpr int kKill = 9;  // SIGKILL, which Windows has no name for
     // Of runs that are ended in one test; SENTREL_TEST_KILLS asks for more.
     static int Kills() {
@@ -36,18 +39,20 @@ class InterruptionTest : public ClientMachine {
     }
 };
 
-TEST_F(InterruptionTest, LeavesNoTornFileAndNothingBehind) {
+TEST_F(InterruptionTest, LeavesNoTornFileNothingBehindAndTheRegistryLocked) {
     SKIP_WITHOUT(kFaults);
     const fs::path source = ScratchFolder() / "good.xml";
     const auto start = std::chrono::steady_clock::now();
     ASSERT_EQ(Tool({"-f", source.string(), "-p", kPassword}).exitCode, 0);
     const auto span = std::chrono::steady_clock::now() - start;
     WriteWholeFile(file_, "old");
+    Client({"set-lock-password", kUnlockPassword});
+    ASSERT_TRUE(sec_set_sa_registry_lock(true));
 
     std::mt19937 random(std::random_device{}());
     const std::vector<std::string> backup = BackupArguments();
-    const std::vector<std::string> restore = {"-o", "import", "-f", source.string(),
-                                              "-p", kPassword};
+    const std::vector<std::string> restore = {"-o", "import",  "-f", source.string(),
+                                              "-p", kPassword, "-k", kUnlockPassword};
     bool hasKilled = false;
     for (int i = 0; i < Kills(); ++i) {
         // First those after which a run tidies up itself.
@@ -64,6 +69,7 @@ TEST_F(InterruptionTest, LeavesNoTornFileAndNothingBehind) {
             EXPECT_TRUE(result.signal == signal || result.exitCode == 0) << result.exitCode;
         }
         ASSERT_TRUE(IsWhole(file_));
+        ASSERT_TRUE(sec_is_registry_locked());
         hasKilled = hasKilled || signal == kKill;
         ASSERT_TRUE(hasKilled || Leftovers() == 0) << "a run tidies up itself";
     }

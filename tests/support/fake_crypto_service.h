@@ -44,7 +44,10 @@ class FakeService {
                                      PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_WAIT, 1, 0, 0,
                                      0, AccessList(kServedByAdministrators).get())),
           thread_([this, clients, answer = std::move(answer)] {
-              for (int i = 0; i < clients; ++i) Serve(answer);
+              for (int i = 0; i < clients; ++i) {
+                  Serve(answer);
+                  DisconnectNamedPipe(instance_.get());
+              }
           }) {}
 
     // What it was asked; once all clients were served.
@@ -72,7 +75,6 @@ class FakeService {
             }
             ReceiveMessage(instance_.get(), bytes.data(), 200'000, size, kLimit);
         }
-        DisconnectNamedPipe(instance_.get());
     }
 
     const UniqueHandle instance_;
