@@ -1,6 +1,31 @@
 #include "common/registry_access.h"
 
+#include <algorithm>
+
 #include "common/handles.h"
+
+bool ReadValues(HKEY key, std::vector<RegistryValue>& values) {
+    constexpr DWORD kMaxValueName = 16383;
+    WString name(kMaxValueName + 1, WCHAR{0});
+    SecureBytes data(256);
+    for (DWORD index = 0;; ++index) {
+        DWORD length = kMaxValueName + 1;
+        DWORD type = REG_NONE;
+        auto size = static_cast<DWORD>(data.size());
+        LSTATUS result =
+            RegEnumValueW(key, index, name.data(), &length, nullptr, &type, data.data(), &size);
+        while (result == ERROR_MORE_DATA) {
+            data.resize(std::max(data.size() * 2, std::size_t{size}));
+            length = kMaxValueName + 1;
+            size = static_cast<DWORD>(data.size());
+            result =
+                RegEnumValueW(key, index, name.data(), &length, nullptr, &type, data.data(), &size);
+        }
+        if (result == ERROR_NO_MORE_ITEMS) return true;
+        if (result != ERROR_SUCCESS) return false;
+        values.push_back({WString(name, 0, length), type, {data.begin(), data.begin() + size}});
+    }
+}
 
 bool SubkeyNames(HKEY key, std::vector<WString>& names) {
     constexpr DWORD kLongestKeyName = 255;

@@ -5,7 +5,18 @@
 
 #include <vector>
 
+#include "common/secure_text.h"
 #include "common/text.h"
+
+// One value of a key.
+struct RegistryValue {
+    WString name;
+    DWORD type = REG_NONE;
+    SecureBytes data;  // as stored
+};
+
+// Adds the values of the key, in the registry's order. False when not all can be read.
+bool ReadValues(HKEY key, std::vector<RegistryValue>& values);
 
 // Adds the names of the key's subkeys, in the registry's order. False when not all can be read.
 bool SubkeyNames(HKEY key, std::vector<WString>& names);

@@ -20,6 +20,8 @@
 namespace {
 
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+constexpr std::string_view kBlanks = " \t\n\v\f";
+constexpr std::string_view kUnquotedEnd = " \t\n\v\f/>";  // of an attribute's value
 constexpr std::string_view kMarks[] = {kByteOrderMark, "\xEF\xBF\xBE", "\xEF\xBF\xBF"};
 
 // Line ends as TinyXML makes them of a file's: CR LF, and CR alone, are one LF.
@@ -117,12 +119,12 @@ class MarkupGuard {
     }
 
     void PassBlanks() {
-        for (std::size_t size = 1; size != 0 && at_ < text_.size();) {
-            size = std::string_view(" \t\n\v\f").find(text_[at_]) != std::string_view::npos ? 1 : 0;
-            for (const std::string_view mark : kMarks) {
-                if (isUtf8_ && !isMixed_ && Starts(mark)) size = mark.size();
-            }
-            CopyUpTo(at_ + size);
+        for (;;) {
+            CopyUpTo(std::min(text_.find_first_not_of(kBlanks, at_), text_.size()));
+            const auto* mark = std::ranges::find_if(
+                kMarks, [this](std::string_view bytes) { return Starts(bytes); });
+            if (!isUtf8_ || isMixed_ || mark == std::end(kMarks)) return;
+            CopyUpTo(at_ + mark->size());
         }
     }
 
@@ -216,7 +218,7 @@ class MarkupGuard {
         CopyUpTo(at_ + 1);
         PassBlanks();
         if (!Starts("\"") && !Starts("'")) {
-            CopyUpTo(std::min(text_.find_first_of(" \t\n\v\f/>", at_), text_.size()));
+            CopyUpTo(std::min(text_.find_first_of(kUnquotedEnd, at_), text_.size()));
             return true;
         }
         const std::size_t end = text_.find(text_[at_], at_ + 1);
@@ -260,7 +262,12 @@ UniqueStream StreamTo(HANDLE file) {
     if (descriptor < 0) return {};
     own.release();
     UniqueStream stream(_fdopen(descriptor, "w"));
-    if (!stream) _close(descriptor);
+    if (stream) {
+        constexpr std::size_t kBufferSize = 256 * 1024;
+        std::setvbuf(stream.get(), nullptr, _IOFBF, kBufferSize);
+    } else {
+        _close(descriptor);
+    }
     return stream;
 }
 
@@ -286,6 +293,7 @@ bool LoadXmlFile(const WString& path, TiXmlDocument& document) {
 
     MarkupGuard guard(content);
     if (!guard.Run()) return false;
+    document.SetTabSize(0);  // nobody asks for the row and column of a node
     document.Parse(guard.Copy().c_str(), nullptr, guard.Encoding());
     if (!document.Error()) return true;
     document.Clear();

@@ -5,7 +5,13 @@
 ConfigFile::ConfigFile(WStringView path) : path_(path) {}
 
 bool ConfigFile::Load() {
-    return LoadXmlFile(path_, document_);
+    if (!isLoaded_) isLoaded_ = LoadXmlFile(path_, document_);
+    return isLoaded_;
+}
+
+void ConfigFile::Unload() {
+    document_.Clear();
+    isLoaded_ = false;
 }
 
 bool ConfigFile::Save() const {

@@ -14,13 +14,17 @@ inline constexpr std::string_view kDeclarationStart = "<?xml version=";
 inline constexpr std::string_view kRootStartTag = "<sentrel_configuration>";
 inline constexpr std::string_view kRootEndTag = "</sentrel_configuration>";
 
-// A document loaded from a path, changed and saved back within one function.
+// A document loaded from a path, changed and saved back.
 class ConfigFile {
   public:
     explicit ConfigFile(WStringView path);
 
-    // False when the file cannot be opened or parsed.
+    const WString& Path() const { return path_; }
+
+    // Loads the document unless it is loaded. False when the file cannot be opened or parsed.
     bool Load();
+    // Frees the document. To be called when others may have changed the file.
+    void Unload();
     // False when not all of the document could be written.
     bool Save() const;
     // True when the document itself is in error.
@@ -33,4 +37,5 @@ class ConfigFile {
   private:
     WString path_;
     TiXmlDocument document_;
+    bool isLoaded_ = false;
 };

@@ -6,11 +6,12 @@
 #include "app/services/user_context.h"
 #include "common/secure_text.h"
 #include "common/text.h"
+#include "config/config_file.h"
 #include "config/operations.h"
 
 // Runs the operation on `file` - for an export a skeleton, for an import the plain document - with
 // every requested module. True when no plug-in that was called reported an error and no phase
 // failed.
-bool DispatchModules(const WString& file, const std::vector<WString>& modules,
+bool DispatchModules(ConfigFile& file, const std::vector<WString>& modules,
                      const Operation& operation, const SessionId& session,
                      const SecureText& password);

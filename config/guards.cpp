@@ -38,13 +38,12 @@ int CheckRights() {
     return Refuse(kNoRights, kResultNoRights);
 }
 
-int CheckFilePassword(const WString& workingCopy, const SecureText& password, DWORD sessionId) {
-    ConfigFile file(workingCopy);
-    if (!file.Load()) {
-        log_error_fmt(g_hLog, kCannotOpen, workingCopy.c_str());
+int CheckFilePassword(ConfigFile& workingCopy, const SecureText& password, DWORD sessionId) {
+    if (!workingCopy.Load()) {
+        log_error_fmt(g_hLog, kCannotOpen, workingCopy.Path().c_str());
         return kResultUnusable;
     }
-    const TiXmlElement* const root = file.Document().FirstChildElement(kRootElement);
+    const TiXmlElement* const root = workingCopy.Document().FirstChildElement(kRootElement);
     const char* const verifier = root == nullptr ? nullptr : root->Attribute("authentication");
     if (verifier == nullptr || *verifier == '\0' || CheckPasswordVerifier(verifier, password)) {
         return kResultOk;

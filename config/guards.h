@@ -3,6 +3,7 @@
 
 #include "common/secure_text.h"
 #include "common/text.h"
+#include "config/config_file.h"
 
 // Result codes of a request. The run's exit code is the one that its request ends with.
 inline constexpr int kResultOk = 0;
@@ -18,7 +19,7 @@ inline constexpr int kResultUnusable = 5;
 int CheckRights();
 
 // The password verifier that the plain working copy carries, if it carries one.
-int CheckFilePassword(const WString& workingCopy, const SecureText& password, DWORD sessionId);
+int CheckFilePassword(ConfigFile& workingCopy, const SecureText& password, DWORD sessionId);
 
 // The central-management lock and the configuration lock.
 int CheckLocks(const SecureText& unlockPassword, bool isParentTrusted);

@@ -13,39 +13,35 @@ constexpr const WCHAR* kCannotProcess = TEXT("Failed to process the file (%s)");
 constexpr const WCHAR* kNoRoot = TEXT("Failed to acquire root element ... (%s)");
 constexpr const WCHAR* kCommentsRemoved = TEXT("Comments removed from (%s)");
 
-bool CheckFile(const WString& path, DWORD sessionId) {
-    if (path.empty()) {
-        log_error_fmt(g_hLog, kNoFile, path.c_str());
-        return false;
-    }
-    ConfigFile file(path);
-    if (!file.Load()) {
-        NotifyGui(GuiCode::kProcessingFailed, sessionId);
-        log_error_fmt(g_hLog, kCannotProcess, path.c_str());
-        return false;
-    }
-    if (file.Root() == nullptr) {
-        NotifyGui(GuiCode::kInvalidFormat, sessionId);
-        log_error_fmt(g_hLog, kNoRoot, path.c_str());
-        return false;
-    }
-    return true;
+// Tells what is wrong with a file that has no root element to import from.
+bool Refuse(GuiCode code, const WCHAR* message, const WString& path, DWORD sessionId) {
+    NotifyGui(code, sessionId);
+    log_error_fmt(g_hLog, message, path.c_str());
+    return false;
 }
 
-// A file that does not load is left to the plug-ins as it is.
-void RemoveComments(const WString& path) {
-    ConfigFile file(path);
-    if (!file.Load() || file.Root() == nullptr) return;
+void RemoveComments(ConfigFile& file) {
     StripComments(file.Root());
-    if (!file.Save()) return;
-    log_debug_fmt(g_hLog, kCommentsRemoved, path.c_str());
+    if (file.Save()) log_debug_fmt(g_hLog, kCommentsRemoved, file.Path().c_str());
 }
 
 }  // namespace
 
-bool BeginImport(const WString& file, const Operation& operation, DWORD sessionId) {
-    if (operation->checksFile && !CheckFile(file, sessionId)) return false;
-    RemoveComments(file);
+bool BeginImport(ConfigFile& file, const Operation& operation, DWORD sessionId) {
+    const WString& path = file.Path();
+    if (operation->checksFile && path.empty()) {
+        log_error_fmt(g_hLog, kNoFile, path.c_str());
+        return false;
+    }
+    const bool isLoaded = file.Load();
+    if (operation->checksFile && !isLoaded) {
+        return Refuse(GuiCode::kProcessingFailed, kCannotProcess, path, sessionId);
+    }
+    if (operation->checksFile && file.Root() == nullptr) {
+        return Refuse(GuiCode::kInvalidFormat, kNoRoot, path, sessionId);
+    }
+    // What other operations cannot load is left to the plug-ins as it is.
+    if (isLoaded && file.Root() != nullptr) RemoveComments(file);
     return true;
 }
 

@@ -5,11 +5,12 @@
 #include "app/services/user_context.h"
 #include "common/secure_text.h"
 #include "common/text.h"
+#include "config/config_file.h"
 #include "config/operations.h"
 
 // Checks that the operation's file can be processed, as far as the operation asks for it, and
 // removes the comments from it. False, with a log line and a notification, when it cannot.
-bool BeginImport(const WString& file, const Operation& operation, DWORD sessionId);
+bool BeginImport(ConfigFile& file, const Operation& operation, DWORD sessionId);
 
 // Ends an ordinary import, and does nothing for any other operation: restores the settings of the
 // session's user, deletes the file and tells the user interface how the import went.

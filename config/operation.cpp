@@ -86,7 +86,8 @@ void RunExport(const std::vector<WString>& modules, const WString& file, const O
     RemoveExistingFile(temporary.Path());
     if (!CreateSkeleton(temporary.Path(), file)) return;
 
-    const bool written = DispatchModules(temporary.Path(), modules, operation, session, password);
+    ConfigFile backup(temporary.Path());
+    const bool written = DispatchModules(backup, modules, operation, session, password);
     const bool copied = CopyFileW(temporary.Path().c_str(), file.c_str(), FALSE) != FALSE;
     if (written && copied) {
         NotifyGui(GuiCode::kBackupCompleted, session.number);
@@ -97,7 +98,7 @@ void RunExport(const std::vector<WString>& modules, const WString& file, const O
     DeleteFileW(temporary.Path().c_str());
 }
 
-void RunImport(const std::vector<WString>& modules, const WString& file, const Operation& operation,
+void RunImport(const std::vector<WString>& modules, ConfigFile& file, const Operation& operation,
                const SessionId& session, const SecureText& password) {
     const ConfigurationMutex serialised;
     DispatchModules(file, modules, operation, session, password);
@@ -106,11 +107,11 @@ void RunImport(const std::vector<WString>& modules, const WString& file, const O
 
 }  // namespace
 
-void RunOperation(const WString& moduleText, const WString& file, const Operation& operation,
+void RunOperation(const WString& moduleText, ConfigFile& file, const Operation& operation,
                   const SessionId& session, const SecureText& password) {
     const auto modules = SplitModuleText(moduleText);
     if (operation->isExport) {
-        RunExport(modules, file, operation, session, password);
+        RunExport(modules, file.Path(), operation, session, password);
     } else {
         RunImport(modules, file, operation, session, password);
     }

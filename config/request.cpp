@@ -48,25 +48,26 @@ struct FileProtectionBypass {
 
 // Checks the rights for a guarded import, and makes and checks its working copy. Nothing, or the
 // result with which the request ends here.
-std::optional<int> PrepareGuardedImport(std::optional<WorkingCopy>& working, const WString& file,
-                                        const SecureText& password, DWORD sessionId) {
+std::optional<int> PrepareGuardedImport(const WString& source, std::optional<WorkingCopy>& working,
+                                        std::optional<ConfigFile>& file, const SecureText& password,
+                                        DWORD sessionId) {
     if (const int refused = CheckRights()) return refused;
-    working.emplace(file, sessionId, password);
+    working.emplace(source, sessionId, password);
     if (working->Path().empty()) return kResultUnusable;
+    file.emplace(working->Path());
     if (!password.empty()) {
-        if (const int refused = CheckFilePassword(working->Path(), password, sessionId)) {
-            return refused;
-        }
+        if (const int refused = CheckFilePassword(*file, password, sessionId)) return refused;
     }
-    if (g_RunSettings.bVpnOnly && FilterVpnOnlyConfig(working->Path()) != kVpnOnlyDone) {
-        return kResultOk;
+    if (g_RunSettings.bVpnOnly) {
+        file->Unload();
+        if (FilterVpnOnlyConfig(working->Path()) != kVpnOnlyDone) return kResultOk;
     }
     return std::nullopt;
 }
 
 // Runs the operation, announced to the crypto service where changes are to be announced. Without
 // the service's consent nothing runs.
-void RunAnnounced(const WString& modules, const WString& file, const Operation& operation,
+void RunAnnounced(const WString& modules, ConfigFile& file, const Operation& operation,
                   const SessionId& session, const SecureText& password) {
     std::optional<ConfigurationChange> change;
     if (IsChangeAnnounced()) {
@@ -78,16 +79,20 @@ void RunAnnounced(const WString& modules, const WString& file, const Operation& 
 
 }  // namespace
 
-int RunConfigRequest(const WString& file, const WString& moduleText, const WString& operationName,
+int RunConfigRequest(const WString& source, const WString& moduleText, const WString& operationName,
                      const WString& sessionId, const SecureText& password,
                      const SecureText& unlockPassword) {
     const SessionId session(sessionId);
     const Operation operation(operationName.empty() ? kDefaultOperation : operationName);
     std::optional<WorkingCopy> working;
+    std::optional<ConfigFile> file;
     if (operation->isGuarded) {
-        if (const auto ended = PrepareGuardedImport(working, file, password, session.number)) {
+        if (const auto ended =
+                PrepareGuardedImport(source, working, file, password, session.number)) {
             return *ended;
         }
+    } else {
+        file.emplace(source);
     }
     const WString modules = moduleText.empty() ? kEveryModule : moduleText;
     const bool isParentTrusted = IsParentTrusted();
@@ -101,7 +106,7 @@ int RunConfigRequest(const WString& file, const WString& moduleText, const WStri
     if (operation->unlocksRegistry && !unlockPassword.empty() && !isParentTrusted) {
         sec_set_sa_registry_lock(false);
     }
-    RunAnnounced(modules, working ? working->Path() : file, operation, session, password);
+    RunAnnounced(modules, *file, operation, session, password);
     if (operation->forgetsInstallerState) ForgetInstallerState();
     return kResultOk;
 }

@@ -10,6 +10,6 @@
 // "import_push_config", "import_gwyip_config" and "import_installer_config" - are refused before
 // anything is touched when the caller may not change the configuration; they work on a plain copy
 // of the file. Once an operation has run, its result is kResultOk whatever became of it.
-int RunConfigRequest(const WString& file, const WString& moduleText, const WString& operationName,
+int RunConfigRequest(const WString& source, const WString& moduleText, const WString& operationName,
                      const WString& sessionId, const SecureText& password,
                      const SecureText& unlockPassword);

@@ -5,8 +5,10 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <memory>
 #include <regex>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "app/services/user_context.h"
@@ -22,16 +24,6 @@ constexpr const char* kValueElement = "value";
 
 // The client's per-gateway keys, matched against a key's whole path.
 constexpr const char* kGatewayKey = R"(software\\Verdane\\Sentrel\\SA_UI\\VPN-\d+\.\d+\.\d+\.\d+)";
-
-// One `value` element.
-struct UserConfigValue {
-    std::string key;  // export: path below the product key; import: from the hive's root
-    std::string name;
-    DWORD type = REG_NONE;
-    bool enc = false;  // carried encrypted
-    std::string data;  // text, "EncX " form or hexadecimal
-    DWORD dword = 0;
-};
 
 // A text that the utility library handed out, wiped and given back at the end.
 class LibraryText {
@@ -61,12 +53,22 @@ class AsSessionUser {
     ~AsSessionUser() { RevertToSelf(); }
 };
 
+// --- Export -----------------------------------------------------------------------------------
+
+// One `value` element that an export writes.
+struct UserConfigValue {
+    std::string key;  // path below the product key
+    std::string name;
+    DWORD type = REG_NONE;
+    bool enc = false;  // carried encrypted
+    std::string data;  // text, "EncX " form or hexadecimal
+    DWORD dword = 0;
+};
+
 struct WalkContext {
     SecureText password;
     std::vector<UserConfigValue> values;
 };
-
-// --- Export -----------------------------------------------------------------------------------
 
 bool IsGatewayKey(const WCHAR* path) {
     static const std::regex gatewayKey(kGatewayKey, std::regex::ECMAScript | std::regex::icase);
@@ -155,20 +157,30 @@ std::vector<UserConfigValue> CollectValues(const SecureText& password, DWORD ses
 }
 
 void AppendValue(TiXmlElement* section, const UserConfigValue& value) {
-    TiXmlElement element(kValueElement);
-    element.SetAttribute("key", value.key);
-    element.SetAttribute("name", value.name);
-    element.SetAttribute("type", std::to_string(value.type));
+    auto element = std::make_unique<TiXmlElement>(kValueElement);
+    element->SetAttribute("key", value.key);
+    element->SetAttribute("name", value.name);
+    element->SetAttribute("type", std::to_string(value.type));
     if (value.type == REG_SZ || value.type == REG_MULTI_SZ) {
-        element.SetAttribute("data", value.data);
+        element->SetAttribute("data", value.data);
     } else if (value.type == REG_DWORD) {
-        element.SetAttribute("data", std::to_string(static_cast<LONG>(value.dword)));
+        element->SetAttribute("data", std::to_string(static_cast<LONG>(value.dword)));
     }
-    if (value.enc) element.SetAttribute("enc", "1");
-    section->InsertEndChild(element);
+    if (value.enc) element->SetAttribute("enc", "1");
+    section->LinkEndChild(element.release());
 }
 
 // --- Import -----------------------------------------------------------------------------------
+
+// One value on its way back into the registry. Of a type that is not restored only its key is made.
+struct ValueToRestore {
+    struct Protected {
+        SecureText text;
+    };
+    WString key;  // path from the root of the user's hive
+    WString name;
+    std::variant<std::monostate, DWORD, WString, Protected, std::vector<BYTE>> data;
+};
 
 // strtoul for base 10 with a 32-bit result: a leading "-" wraps, what is too large is the largest.
 DWORD ParseDecimal(const std::string& text) {
@@ -181,10 +193,29 @@ DWORD ParseDecimal(const std::string& text) {
     return static_cast<DWORD>(isNegative ? 0 - magnitude : magnitude);
 }
 
+// The strings of a REG_MULTI_SZ from its hexadecimal: terminated whatever the text was, without
+// half a UTF-16 unit at its end.
+std::vector<BYTE> ListFromHex(const std::string& text) {
+    std::vector<BYTE> bytes;
+    if (!HexToBytes(text, bytes)) return {};
+    bytes.resize(bytes.size() / sizeof(WCHAR) * sizeof(WCHAR));
+    bytes.resize(bytes.size() + 2 * sizeof(WCHAR));
+    return bytes;
+}
+
 // What can be made of one element.
 enum class Reading { kValue, kNothing, kWrongPassword };
 
-Reading ReadValue(const TiXmlElement& element, const SecureText& password, UserConfigValue& value) {
+Reading ReadEncrypted(const std::string& data, const SecureText& password, ValueToRestore& value) {
+    // A backup writes no more than this when it could not encrypt the value: there is nothing to
+    // restore, and no sign of a wrong password.
+    if (data.size() < kEncryptedValueMarker.size()) return Reading::kNothing;
+    auto& secret = value.data.emplace<ValueToRestore::Protected>();
+    return DecryptValue(data, password.c_str(), secret.text) ? Reading::kValue
+                                                             : Reading::kWrongPassword;
+}
+
+Reading ReadValue(const TiXmlElement& element, const SecureText& password, ValueToRestore& value) {
     const std::string* const key = element.Attribute(std::string("key"));
     const std::string* const name = element.Attribute(std::string("name"));
     const std::string* const type = element.Attribute(std::string("type"));
@@ -193,24 +224,28 @@ Reading ReadValue(const TiXmlElement& element, const SecureText& password, UserC
     if (key == nullptr || name == nullptr || type == nullptr || data == nullptr) {
         return Reading::kNothing;
     }
-    value.key = WideToUtf8(kProductKey) + "\\" + *key;
-    value.name = *name;
-    value.enc = enc != nullptr && *enc != "0";
-    value.type = ParseDecimal(*type);
-    if (value.type == REG_DWORD) value.dword = ParseDecimal(*data);
-    if (value.type == REG_SZ || value.type == REG_MULTI_SZ) value.data = *data;
-    if (value.type != REG_SZ || !value.enc) return Reading::kValue;
-
-    // A backup writes no more than this when it could not encrypt the value: there is nothing to
-    // restore, and no sign of a wrong password.
-    if (value.data.size() < kEncryptedValueMarker.size()) return Reading::kNothing;
-    SecureText text;
-    return DecryptValue(value.data, password.c_str(), text) ? Reading::kValue
-                                                            : Reading::kWrongPassword;
+    value.key = Utf8ToWide(WideToUtf8(kProductKey) + "\\" + *key);
+    value.name = Utf8ToWide(*name);
+    const bool isEncrypted = enc != nullptr && *enc != "0";
+    switch (ParseDecimal(*type)) {
+        case REG_DWORD:
+            value.data = ParseDecimal(*data);
+            break;
+        case REG_MULTI_SZ:
+            value.data = ListFromHex(*data);
+            break;
+        case REG_SZ:
+            if (isEncrypted) return ReadEncrypted(*data, password, value);
+            value.data = Utf8ToWide(*data);
+            break;
+        default:
+            break;
+    }
+    return Reading::kValue;
 }
 
 // The values of a file's section; none when there is no section, or one of them does not decrypt.
-std::vector<UserConfigValue> ReadSection(const WString& file, const SecureText& password) {
+std::vector<ValueToRestore> ReadSection(const WString& file, const SecureText& password) {
     TiXmlDocument document;
     if (!LoadXmlFile(file, document)) return {};
     const TiXmlElement* const root = document.FirstChildElement("sentrel_configuration");
@@ -218,10 +253,10 @@ std::vector<UserConfigValue> ReadSection(const WString& file, const SecureText& 
         root == nullptr ? nullptr : root->FirstChildElement(kUserConfigurationElement);
     if (section == nullptr) return {};
 
-    std::vector<UserConfigValue> values;
+    std::vector<ValueToRestore> values;
     for (const TiXmlElement* element = section->FirstChildElement(); element != nullptr;
          element = element->NextSiblingElement()) {
-        UserConfigValue value;
+        ValueToRestore value;
         switch (ReadValue(*element, password, value)) {
             case Reading::kValue:
                 values.push_back(std::move(value));
@@ -235,55 +270,44 @@ std::vector<UserConfigValue> ReadSection(const WString& file, const SecureText& 
     return values;
 }
 
-// Makes every key on the way to `path` that is missing.
-void CreateKeys(HKEY userRoot, const WString& path) {
-    if (UniqueRegKey(reg_openkeyW(userRoot, path.c_str()))) return;
+// Opens the key at `path`; makes every key on the way to it that is missing.
+UniqueRegKey OpenOrCreateKey(HKEY userRoot, const WString& path) {
+    UniqueRegKey key(reg_openkeyW(userRoot, path.c_str()));
+    if (key) return key;
     WString level;
     for (const WString& piece : SplitText(path, TEXT("\\"))) {
         level.append(piece).append(TEXT("\\"));
-        const UniqueRegKey key(reg_createkeyW(userRoot, level.c_str()));
+        const UniqueRegKey made(reg_createkeyW(userRoot, level.c_str()));
     }
+    return UniqueRegKey(reg_openkeyW(userRoot, path.c_str()));
 }
 
-void WriteValue(HKEY key, const WString& name, const UserConfigValue& value,
-                const SecureText& password) {
-    switch (value.type) {
-        case REG_DWORD:
-            reg_setDWORDW(key, name.c_str(), value.dword);
-            break;
-        case REG_SZ:
-            if (value.enc) {
-                SecureText text;
-                if (DecryptValue(value.data, password.c_str(), text)) {
-                    reg_setstring_enc_cuW(key, name.c_str(), text.c_str());
-                }
-            } else {
-                reg_setstringW(key, name.c_str(), Utf8ToWide(value.data).c_str());
-            }
-            break;
-        case REG_MULTI_SZ: {
-            std::vector<BYTE> bytes;
-            if (!HexToBytes(value.data, bytes)) break;
-            // Terminated whatever the text was, without half a UTF-16 unit at its end.
-            bytes.resize(bytes.size() / sizeof(WCHAR) * sizeof(WCHAR));
-            bytes.resize(bytes.size() + 2 * sizeof(WCHAR));
-            reg_setmultistringW(key, name.c_str(), reinterpret_cast<const WCHAR*>(bytes.data()));
-            break;
+// Writes the data of one value, by its kind.
+struct ValueWriter {
+    HKEY key;
+    const WCHAR* name;
+
+    void operator()(std::monostate /*nothing*/) const {}
+    void operator()(DWORD number) const { reg_setDWORDW(key, name, number); }
+    void operator()(const WString& text) const { reg_setstringW(key, name, text.c_str()); }
+    void operator()(const ValueToRestore::Protected& secret) const {
+        reg_setstring_enc_cuW(key, name, secret.text.c_str());
+    }
+    void operator()(const std::vector<BYTE>& list) const {
+        reg_setmultistringW(key, name, reinterpret_cast<const WCHAR*>(list.data()));
+    }
+};
+
+void WriteValues(HKEY userRoot, const std::vector<ValueToRestore>& values) {
+    UniqueRegKey key;
+    const WString* openPath = nullptr;  // of the key that is open: consecutive values share it
+    for (const ValueToRestore& value : values) {
+        if (value.key.empty() || value.name.empty()) return;
+        if (!key || *openPath != value.key) {
+            key = OpenOrCreateKey(userRoot, value.key);
+            openPath = &value.key;
         }
-        default:
-            break;
-    }
-}
-
-void WriteValues(HKEY userRoot, const std::vector<UserConfigValue>& values,
-                 const SecureText& password) {
-    for (const UserConfigValue& value : values) {
-        const WString path = Utf8ToWide(value.key);
-        const WString name = Utf8ToWide(value.name);
-        if (path.empty() || name.empty()) return;
-        CreateKeys(userRoot, path);
-        const UniqueRegKey key(reg_openkeyW(userRoot, path.c_str()));
-        if (key) WriteValue(key.get(), name, value, password);
+        if (key) std::visit(ValueWriter{key.get(), value.name.c_str()}, value.data);
     }
 }
 
@@ -308,5 +332,5 @@ void ImportUserConfiguration(const WString& file, const SecureText& password, DW
     if (RegOpenCurrentUser(KEY_READ, userRoot.put()) != ERROR_SUCCESS) return;
     // The user's product key must exist; it is never made here.
     if (!UniqueRegKey(reg_openkeyW(userRoot.get(), kProductKey))) return;
-    WriteValues(userRoot.get(), values, password);
+    WriteValues(userRoot.get(), values);
 }

@@ -38,6 +38,15 @@ UTILSDLL_API bool reg_getstringW(HKEY key, const WCHAR* name, WCHAR** text, DWOR
 // the stored value lacks them), in *data; released with reg_free. *bytes becomes their count.
 UTILSDLL_API bool reg_getmultistringW(HKEY key, const WCHAR* name, WCHAR** data, DWORD* bytes);
 UTILSDLL_API bool reg_getDWORDW(HKEY key, const WCHAR* name, DWORD* number);
+// Plain text of what a REG_SZ value stores, as RegQueryValueExW and RegEnumValueW give it, in
+// *text; released with reg_free. *characters becomes its length without the terminator,
+// *isProtected whether it is the library's protected form. False for a protected form that does not
+// open.
+UTILSDLL_API bool reg_open_stored_stringW(const WCHAR* stored, WCHAR** text, DWORD* characters,
+                                          bool* isProtected);
+// The other way round: the form in which a REG_SZ value stores the text, in the protected form of
+// reg_setstring_encW where asked for, in *stored; released with reg_free.
+UTILSDLL_API bool reg_make_stored_stringW(const WCHAR* text, bool isProtected, WCHAR** stored);
 // True when the string value is held in the library's protected form.
 UTILSDLL_API bool reg_is_encrypted_valueW(HKEY key, const WCHAR* name);
 // Number of values of the key; `reserved` is 0.
@@ -51,9 +60,10 @@ UTILSDLL_API void reg_free(void* data);
 typedef bool (*reg_visitorW)(HKEY key, const WCHAR* path, void* context);
 // Visits every key below `key`, each before its own subkeys and in the registry's order of subkeys;
 // not `key` itself. `path` names `key`; a visited key's path is `path`, "\" and the path below it.
-// The handles are for reading. A key that cannot be read is passed over; one that the visitor
-// deletes before its turn is not visited. False when the visitor ended the walk or a key could not
-// be read.
+// The handles are for reading; the functions above that read values answer for them from what the
+// key held when the visitor first asked, whatever others write meanwhile. A key that cannot be read
+// is passed over; one that the visitor deletes before its turn is not visited. False when the
+// visitor ended the walk or a key could not be read.
 UTILSDLL_API bool reg_walk2W(HKEY key, const WCHAR* path, reg_visitorW visitor, void* context);
 
 UTILSDLL_API bool reg_setstringW(HKEY key, const WCHAR* name, const WCHAR* text);

@@ -32,31 +32,6 @@ constexpr int kFailed = 1;
 constexpr int kLocked = ERROR_ACCESS_DENIED;
 constexpr int kNotSupported = ERROR_NOT_SUPPORTED;
 
-// --- Registry -----------------------------------------------------------------------------------
-
-bool ReadValues(HKEY key, std::vector<RegistryValue>& values) {
-    constexpr DWORD kLongestValueName = 16383;
-    WString name(kLongestValueName + 1, WCHAR{0});
-    SecureBytes data(256);
-    for (DWORD index = 0;; ++index) {
-        DWORD length = kLongestValueName + 1;
-        DWORD type = REG_NONE;
-        auto size = static_cast<DWORD>(data.size());
-        LSTATUS result =
-            RegEnumValueW(key, index, name.data(), &length, nullptr, &type, data.data(), &size);
-        while (result == ERROR_MORE_DATA) {
-            data.resize(std::max(data.size() * 2, std::size_t{size}));
-            length = kLongestValueName + 1;
-            size = static_cast<DWORD>(data.size());
-            result =
-                RegEnumValueW(key, index, name.data(), &length, nullptr, &type, data.data(), &size);
-        }
-        if (result == ERROR_NO_MORE_ITEMS) return true;
-        if (result != ERROR_SUCCESS) return false;
-        values.push_back({WString(name, 0, length), type, {data.begin(), data.begin() + size}});
-    }
-}
-
 // --- Sections -----------------------------------------------------------------------------------
 
 WString Subpath(const WString& path, const WString& name) {
@@ -103,7 +78,7 @@ bool KeyToXml(HKEY key, const WString& path, const WCHAR* password, TiXmlElement
     std::vector<WString> names;
     bool complete = ReadValues(key, values);
     for (const RegistryValue& value : values) {
-        if (!ValueToXml(key, value, password, element)) complete = false;
+        if (!ValueToXml(value, password, element)) complete = false;
     }
     if (!SubkeyNames(key, names)) complete = false;
     for (const WString& name : names) {
@@ -193,13 +168,15 @@ bool KeyFromXml(const TiXmlElement& element, const WCHAR* password, KeyPlan& pla
 
 using NameSet = std::set<WString, LessIgnoringCase>;
 
-bool RemoveUnnamedValues(HKEY key, const KeyPlan& plan) {
+// `previous`: the values that the key had before those of the plan were written.
+bool RemoveUnnamedValues(HKEY key, const KeyPlan& plan,
+                         const std::vector<RegistryValue>& previous) {
     NameSet named;
-    for (const ValueToWrite& planned : plan.values) named.insert(planned.value.name);
-    std::vector<RegistryValue> values;
-    if (!ReadValues(key, values)) return false;
+    if (!previous.empty()) {
+        for (const ValueToWrite& planned : plan.values) named.insert(planned.value.name);
+    }
     bool complete = true;
-    for (const RegistryValue& value : values) {
+    for (const RegistryValue& value : previous) {
         if (!named.contains(value.name) && !reg_removevalueW(key, value.name.c_str())) {
             complete = false;
         }
@@ -228,7 +205,8 @@ bool WriteKey(const KeyPlan& plan) {
     const WString whole = WholePath(plan.path);
     const UniqueRegKey key(reg_createkeyW(HKEY_LOCAL_MACHINE, whole.c_str()));
     if (!key) return false;
-    bool complete = true;
+    std::vector<RegistryValue> previous;
+    bool complete = HasSections(plan.path) || ReadValues(key.get(), previous);
     for (const ValueToWrite& value : plan.values) {
         if (!WriteValue(key.get(), value)) complete = false;
     }
@@ -236,7 +214,7 @@ bool WriteKey(const KeyPlan& plan) {
         if (!WriteKey(subkey)) complete = false;
     }
     if (HasSections(plan.path)) return complete;
-    if (!RemoveUnnamedValues(key.get(), plan)) complete = false;
+    if (!RemoveUnnamedValues(key.get(), plan, previous)) complete = false;
     if (!RemoveUnnamedSubkeys(key.get(), plan)) complete = false;
     return complete;
 }

@@ -19,20 +19,32 @@ struct FreeText {
     void operator()(WCHAR* text) const { reg_free(text); }
 };
 
-// A string value by the utility library, which opens protected ones; wiped when it goes.
-class StringValue {
+// The text behind the stored form of a string, which the utility library opens; wiped when it goes.
+class OpenedString {
   public:
-    StringValue(HKEY key, const WString& name) {
+    explicit OpenedString(const SecureText& stored) {
         WCHAR* text = nullptr;
-        if (reg_getstringW(key, name.c_str(), &text, &characters_)) text_.reset(text);
+        if (reg_open_stored_stringW(stored.c_str(), &text, &characters_, &isProtected_)) {
+            text_.reset(text);
+        }
     }
-    bool IsRead() const { return text_ != nullptr; }
+    bool IsOpen() const { return text_ != nullptr; }
+    bool IsProtected() const { return isProtected_; }
     WStringView Text() const { return {text_.get(), characters_}; }
 
   private:
     std::unique_ptr<WCHAR, FreeText> text_;
     DWORD characters_ = 0;
+    bool isProtected_ = false;
 };
+
+// The stored units of a string up to its first terminator.
+SecureText StoredText(const RegistryValue& value) {
+    std::vector<WCHAR, WipingAllocator<WCHAR>> units(value.data.size() / sizeof(WCHAR));
+    if (!units.empty()) std::memcpy(units.data(), value.data.data(), units.size() * sizeof(WCHAR));
+    const WStringView text(units.data(), units.size());
+    return SecureText(text.substr(0, text.find(WCHAR{0})));
+}
 
 bool IsHighSurrogate(WCHAR unit) {
     return unit >= 0xD800 && unit <= 0xDBFF;
@@ -61,25 +73,17 @@ std::string Decimal(unsigned long long number) {
 
 // --- The plain forms, by type: each gives false for stored bytes that have none -----------------
 
-bool StringToXml(HKEY key, const RegistryValue& value, std::string& data) {
-    std::vector<WCHAR> units(value.data.size() / sizeof(WCHAR));
-    if (units.empty() || value.data.size() % sizeof(WCHAR) != 0) return false;
-    std::memcpy(units.data(), value.data.data(), value.data.size());
-    if (std::ranges::find(units, WCHAR{0}) != units.end() - 1) return false;
-    if (value.type != REG_SZ) {
-        const WStringView text(units.data(), units.size() - 1);
-        if (!XmlCanCarry(text)) return false;
-        data = WideToUtf8(text);
-        return true;
-    }
-    const StringValue string(key, value.name);
-    if (!string.IsRead() || !XmlCanCarry(string.Text())) return false;
-    data = WideToUtf8(string.Text());
+bool StringToXml(const RegistryValue& value, WStringView text, std::string& data) {
+    const SecureText stored = StoredText(value);
+    if (value.data.size() != (stored.size() + 1) * sizeof(WCHAR)) return false;
+    if (value.type != REG_SZ) text = {stored.c_str(), stored.size()};
+    if (!XmlCanCarry(text)) return false;
+    data = WideToUtf8(text);
     return true;
 }
 
 template <typename Number>
-bool NumberToXml(HKEY /*key*/, const RegistryValue& value, std::string& data) {
+bool NumberToXml(const RegistryValue& value, WStringView /*text*/, std::string& data) {
     Number number;
     if (value.data.size() != sizeof number) return false;
     std::memcpy(&number, value.data.data(), sizeof number);
@@ -115,7 +119,7 @@ bool NumberFromXml(const std::string& data, ValueToWrite& value) {
 
 struct ValueType {
     DWORD type;
-    bool (*toXml)(HKEY key, const RegistryValue& value, std::string& data);
+    bool (*toXml)(const RegistryValue& value, WStringView text, std::string& data);
     bool (*fromXml)(const std::string& data, ValueToWrite& value);
 };
 constexpr ValueType kValueTypes[] = {
@@ -130,23 +134,22 @@ const ValueType* FindType(DWORD type) {
     return row == std::end(kValueTypes) ? nullptr : row;
 }
 
-bool PlainForm(HKEY key, const RegistryValue& value, std::string& data) {
+// `text`: what stands behind the stored form of a REG_SZ value.
+bool PlainForm(const RegistryValue& value, WStringView text, std::string& data) {
     const ValueType* row = FindType(value.type);
-    return row != nullptr && row->toXml(key, value, data);
+    return row != nullptr && row->toXml(value, text, data);
 }
 
 // --- The encrypted form -------------------------------------------------------------------------
 
-bool EncryptedForm(HKEY key, const RegistryValue& value, const WCHAR* password, std::string& data) {
+bool EncryptedForm(WStringView text, const WCHAR* password, std::string& data) {
     constexpr std::size_t kCipherOverhead = 28;
     // An empty password would leave the text as good as plain.
     if (password == nullptr || *password == 0) return false;
-    const StringValue plain(key, value.name);
-    if (!plain.IsRead()) return false;
-    const std::size_t plainSize = plain.Text().size() * sizeof(WCHAR);
+    const std::size_t plainSize = text.size() * sizeof(WCHAR);
     std::vector<BYTE> encrypted(plainSize + kCipherOverhead);
     auto size = static_cast<DWORD>(encrypted.size());
-    if (encrypt_buffer(plain.Text().data(), static_cast<DWORD>(plainSize), encrypted.data(), &size,
+    if (encrypt_buffer(text.data(), static_cast<DWORD>(plainSize), encrypted.data(), &size,
                        password) != 0) {
         return false;
     }
@@ -198,25 +201,27 @@ bool GetTextAttribute(const TiXmlElement& element, const std::string& attribute,
     return true;
 }
 
-bool ValueToXml(HKEY key, const RegistryValue& value, const WCHAR* password, TiXmlElement& parent) {
-    const bool isProtected =
-        value.type == REG_SZ && reg_is_encrypted_valueW(key, value.name.c_str());
+bool ValueToXml(const RegistryValue& value, const WCHAR* password, TiXmlElement& parent) {
+    const OpenedString string(value.type == REG_SZ ? StoredText(value) : SecureText());
     std::string data;
-    if (isProtected && !EncryptedForm(key, value, password, data)) return false;
-
-    TiXmlElement element("value");
-    SetTextAttribute(element, "name", value.name);
-    element.SetAttribute("type", Decimal(value.type));
-    if (isProtected) {
-        element.SetAttribute("data", data);
-        element.SetAttribute("enc", "1");
-    } else if (PlainForm(key, value, data)) {
-        element.SetAttribute("data", data);
-    } else {
-        element.SetAttribute("data", BytesToHex(value.data.data(), value.data.size()));
-        element.SetAttribute("data-encoding", "hex");
+    if (!string.IsOpen() ||
+        (string.IsProtected() && !EncryptedForm(string.Text(), password, data))) {
+        return false;
     }
-    parent.InsertEndChild(element);
+
+    auto element = std::make_unique<TiXmlElement>("value");
+    SetTextAttribute(*element, "name", value.name);
+    element->SetAttribute("type", Decimal(value.type));
+    if (string.IsProtected()) {
+        element->SetAttribute("data", data);
+        element->SetAttribute("enc", "1");
+    } else if (PlainForm(value, string.Text(), data)) {
+        element->SetAttribute("data", data);
+    } else {
+        element->SetAttribute("data", BytesToHex(value.data.data(), value.data.size()));
+        element->SetAttribute("data-encoding", "hex");
+    }
+    parent.LinkEndChild(element.release());
     return true;
 }
 
@@ -246,14 +251,17 @@ bool ValueFromXml(const TiXmlElement& element, const WCHAR* password, ValueToWri
 }
 
 bool WriteValue(HKEY key, const ValueToWrite& value) {
-    const WCHAR* name = value.value.name.c_str();
-    switch (value.form) {
-        case ValueToWrite::Form::kPlain:
-            return reg_setstringW(key, name, value.text.c_str());
-        case ValueToWrite::Form::kProtected:
-            return reg_setstring_encW(key, name, value.text.c_str());
-        default:
-            return RegSetValueExW(key, name, 0, value.value.type, value.value.data.data(),
-                                  static_cast<DWORD>(value.value.data.size())) == ERROR_SUCCESS;
+    const auto* bytes = value.value.data.data();
+    std::size_t size = value.value.data.size();
+    std::unique_ptr<WCHAR, FreeText> stored;
+    if (value.form != ValueToWrite::Form::kStored) {
+        WCHAR* text = nullptr;
+        const bool isProtected = value.form == ValueToWrite::Form::kProtected;
+        if (!reg_make_stored_stringW(value.text.c_str(), isProtected, &text)) return false;
+        stored.reset(text);
+        bytes = reinterpret_cast<const BYTE*>(text);
+        size = (WStringView(text).size() + 1) * sizeof(WCHAR);
     }
+    return RegSetValueExW(key, value.value.name.c_str(), 0, value.value.type, bytes,
+                          static_cast<DWORD>(size)) == ERROR_SUCCESS;
 }

@@ -13,14 +13,8 @@
 
 #include <tinyxml.h>
 
+#include "common/registry_access.h"
 #include "common/secure_text.h"
-
-// One value of a key.
-struct RegistryValue {
-    WString name;
-    DWORD type = REG_NONE;
-    SecureBytes data;  // as stored
-};
 
 // Sets an attribute to a text: UTF-8 or, for a text that XML cannot carry, the hexadecimal of its
 // UTF-16LE units and <attribute>-encoding="hex".
@@ -28,9 +22,9 @@ void SetTextAttribute(TiXmlElement& element, const std::string& attribute, WStri
 // Reads it back; false when the attribute is missing.
 bool GetTextAttribute(const TiXmlElement& element, const std::string& attribute, WString& text);
 
-// Adds the element of a value of `key` to `parent`; false, with nothing added, when a protected
-// value cannot be carried over.
-bool ValueToXml(HKEY key, const RegistryValue& value, const WCHAR* password, TiXmlElement& parent);
+// Adds the element of a value to `parent`; false, with nothing added, when a protected value cannot
+// be carried over.
+bool ValueToXml(const RegistryValue& value, const WCHAR* password, TiXmlElement& parent);
 
 // A value on its way back into the registry.
 struct ValueToWrite {

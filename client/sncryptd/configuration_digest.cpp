@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "common/handles.h"
+#include "common/registry_access.h"
 #include "common/text.h"
 
 namespace {
@@ -13,8 +14,6 @@ namespace {
 constexpr const WCHAR* kProductKey = TEXT("software\\Verdane\\Sentrel");
 // Below it; what the client keeps there about itself changes without a configuration change.
 constexpr const WCHAR* kStateKeys[] = {TEXT("SA_LOCK"), TEXT("SA_SNCRYPTD"), TEXT("SA_STATE")};
-
-constexpr DWORD kNameCapacity = 16'384;  // characters of a value's name, with the terminator
 
 // Others may change the configuration while it is read: then it is read again.
 constexpr int kFurtherTries = 20;
@@ -41,23 +40,12 @@ class Digest {
     // Takes in a key: its path and its values.
     void AddKey(HKEY key, WStringView path) {
         Add(path.data(), path.size() * sizeof(WCHAR));
-        std::vector<WCHAR> name(kNameCapacity);
-        std::vector<BYTE> data;
-        for (DWORD index = 0; isSound_; ++index) {
-            DWORD length = kNameCapacity;
-            DWORD type = REG_NONE;
-            DWORD size = 0;
-            LSTATUS result =
-                RegEnumValueW(key, index, name.data(), &length, nullptr, &type, nullptr, &size);
-            if (result == ERROR_NO_MORE_ITEMS) return;
-            data.resize(size);
-            if (result == ERROR_SUCCESS) {
-                result = RegQueryValueExW(key, name.data(), nullptr, &type, data.data(), &size);
-            }
-            isSound_ = result == ERROR_SUCCESS;
-            Add(name.data(), length * sizeof(WCHAR));
-            Add(&type, sizeof type);
-            Add(data.data(), size);
+        std::vector<RegistryValue> values;
+        isSound_ = isSound_ && ReadValues(key, values);
+        for (const RegistryValue& value : values) {
+            Add(value.name.data(), value.name.size() * sizeof(WCHAR));
+            Add(&value.type, sizeof value.type);
+            Add(value.data.data(), value.data.size());
         }
     }
 

@@ -1,5 +1,7 @@
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <new>
 
 #include "client/include/utilsdll.h"
@@ -32,16 +34,63 @@ void* MakeResult(const void* data, std::size_t size) {
 
 // --- Values -------------------------------------------------------------------------------------
 
+// The values of a key that a walk visits, read when they are first asked for: one call of the
+// registry for each value instead of one for each question about it.
+class VisitedKey {
+  public:
+    // The visited key of the calling thread ends with the object.
+    explicit VisitedKey(HKEY key) : key_(key), outer_(current) { current = this; }
+    VisitedKey(const VisitedKey&) = delete;
+    VisitedKey& operator=(const VisitedKey&) = delete;
+    ~VisitedKey() { current = outer_; }
+
+    // Null for a key that is not being visited, and when its values cannot be read all at once.
+    static const VisitedKey* Of(HKEY key) {
+        VisitedKey* visited = current;
+        while (visited != nullptr && visited->key_ != key) visited = visited->outer_;
+        return visited != nullptr && visited->IsRead() ? visited : nullptr;
+    }
+
+    const std::vector<RegistryValue>& Values() const { return values_; }
+    const RegistryValue* Find(const WCHAR* name) const {
+        const auto found = indices_.find(name == nullptr ? WString() : WString(name));
+        return found == indices_.end() ? nullptr : &values_[found->second];
+    }
+
+  private:
+    bool IsRead() {
+        if (state_ == State::kUnread) {
+            state_ = ReadValues(key_, values_) ? State::kRead : State::kUnreadable;
+            for (std::size_t i = 0; i < values_.size(); ++i) indices_.emplace(values_[i].name, i);
+        }
+        return state_ == State::kRead;
+    }
+
+    static thread_local VisitedKey* current;
+
+    HKEY key_;
+    VisitedKey* outer_;
+    enum class State { kUnread, kRead, kUnreadable } state_ = State::kUnread;
+    std::vector<RegistryValue> values_;
+    std::map<WString, std::size_t, LessIgnoringCase> indices_;
+};
+thread_local VisitedKey* VisitedKey::current = nullptr;
+
 // Reads a value of one type whole, also when it grows meanwhile.
 bool ReadValue(HKEY key, const WCHAR* name, DWORD wantedType, SecureBytes& data) {
+    if (const VisitedKey* visited = VisitedKey::Of(key)) {
+        const RegistryValue* value = visited->Find(name);
+        if (value == nullptr || value->type != wantedType) return false;
+        data = value->data;
+        return true;
+    }
+    constexpr std::size_t kUsualSize = 512;
+    SecureBytes bytes(kUsualSize);
     DWORD size = 0;
-    RegQueryValueExW(key, name, nullptr, nullptr, nullptr, &size);
-    LSTATUS result;
-    SecureBytes bytes;
     DWORD type = REG_NONE;
+    LSTATUS result;
     do {
-        // Room for one byte at least: a null buffer would ask for the size again.
-        bytes.resize(size + std::size_t{1});
+        bytes.resize(std::max(bytes.size(), std::size_t{size}));
         size = static_cast<DWORD>(bytes.size());
         result = RegQueryValueExW(key, name, nullptr, &type, bytes.data(), &size);
     } while (result == ERROR_MORE_DATA);
@@ -52,19 +101,36 @@ bool ReadValue(HKEY key, const WCHAR* name, DWORD wantedType, SecureBytes& data)
 }
 
 // The characters of the stored bytes; half a character at the end does not count.
-std::vector<WCHAR, WipingAllocator<WCHAR>> UnitsOf(const SecureBytes& bytes) {
-    std::vector<WCHAR, WipingAllocator<WCHAR>> units(bytes.size() / sizeof(WCHAR));
-    if (!units.empty()) std::memcpy(units.data(), bytes.data(), units.size() * sizeof(WCHAR));
-    return units;
+WStringView UnitsOf(const SecureBytes& bytes) {
+    return {reinterpret_cast<const WCHAR*>(bytes.data()), bytes.size() / sizeof(WCHAR)};
 }
 
-// The text as it is stored, up to its first terminator.
-bool ReadStoredText(HKEY key, const WCHAR* name, SecureText& stored) {
-    SecureBytes bytes;
-    if (!ReadValue(key, name, REG_SZ, bytes)) return false;
-    const auto units = UnitsOf(bytes);
-    const WStringView text(units.data(), units.size());
-    stored = text.substr(0, text.find(WCHAR{0}));
+// A text as it is stored, up to its first terminator.
+class StoredText {
+  public:
+    StoredText(HKEY key, const WCHAR* name) : isRead_(ReadValue(key, name, REG_SZ, bytes_)) {}
+    bool IsRead() const { return isRead_; }
+    WStringView Text() const { return UnitsOf(bytes_).substr(0, UnitsOf(bytes_).find(WCHAR{0})); }
+
+  private:
+    SecureBytes bytes_;
+    bool isRead_;
+};
+
+// Hands out a copy of a text.
+template <typename Text>
+bool HandOut(const Text& text, WCHAR** copy) {
+    void* result = MakeResult(text.c_str(), (text.size() + 1) * sizeof(WCHAR));
+    if (result == nullptr) return false;
+    *copy = static_cast<WCHAR*>(result);
+    return true;
+}
+
+// Hands out the text behind a stored form.
+bool HandOutPlain(WStringView stored, WCHAR** text, DWORD* characters) {
+    SecureText plain;
+    if (!ReadStoredString(stored, plain) || !HandOut(plain, text)) return false;
+    if (characters != nullptr) *characters = static_cast<DWORD>(plain.size());
     return true;
 }
 
@@ -104,7 +170,7 @@ class Walk {
             }
             WString subpath = path;
             subpath.append(TEXT("\\")).append(name);
-            if (!visitor_(subkey.get(), subpath.c_str(), context_)) return false;
+            if (!Visit(subkey.get(), subpath)) return false;
             if (!VisitBelow(subkey.get(), subpath)) return false;
         }
         return true;
@@ -113,6 +179,11 @@ class Walk {
     bool ReadAll() const { return readAll_; }
 
   private:
+    bool Visit(HKEY key, const WString& path) {
+        const VisitedKey visited(key);
+        return visitor_(key, path.c_str(), context_);
+    }
+
     reg_visitorW visitor_;
     void* context_;
     bool readAll_ = true;
@@ -152,17 +223,29 @@ void reg_closekeyW(HKEY key) {
 
 bool reg_getstringW(HKEY key, const WCHAR* name, WCHAR** text, DWORD* characters) {
     return Guarded(false, [&] {
-        SecureText stored;
-        SecureText plain;
-        if (text == nullptr || !ReadStoredText(key, name, stored) ||
-            !ReadStoredString({stored.c_str(), stored.size()}, plain)) {
+        const StoredText stored(key, name);
+        return text != nullptr && stored.IsRead() && HandOutPlain(stored.Text(), text, characters);
+    });
+}
+
+bool reg_open_stored_stringW(const WCHAR* stored, WCHAR** text, DWORD* characters,
+                             bool* isProtected) {
+    return Guarded(false, [&] {
+        if (stored == nullptr || text == nullptr || isProtected == nullptr ||
+            !HandOutPlain(stored, text, characters)) {
             return false;
         }
-        void* result = MakeResult(plain.c_str(), (plain.size() + 1) * sizeof(WCHAR));
-        if (result == nullptr) return false;
-        *text = static_cast<WCHAR*>(result);
-        if (characters != nullptr) *characters = static_cast<DWORD>(plain.size());
+        *isProtected = IsProtectedString(stored);
         return true;
+    });
+}
+
+bool reg_make_stored_stringW(const WCHAR* text, bool isProtected, WCHAR** stored) {
+    return Guarded(false, [&] {
+        if (text == nullptr || stored == nullptr) return false;
+        WString form = isProtected ? WString() : StoreString(text);
+        if (isProtected && !ProtectString(text, Protection::kMachine, form)) return false;
+        return HandOut(form, stored);
     });
 }
 
@@ -172,7 +255,8 @@ bool reg_getmultistringW(HKEY key, const WCHAR* name, WCHAR** data, DWORD* bytes
         if (data == nullptr || bytes == nullptr || !ReadValue(key, name, REG_MULTI_SZ, stored)) {
             return false;
         }
-        auto units = UnitsOf(stored);
+        const WStringView read = UnitsOf(stored);
+        std::vector<WCHAR, WipingAllocator<WCHAR>> units(read.begin(), read.end());
         while (units.size() < 2 || units[units.size() - 1] != 0 || units[units.size() - 2] != 0) {
             units.push_back(WCHAR{0});
         }
@@ -199,26 +283,38 @@ bool reg_getDWORDW(HKEY key, const WCHAR* name, DWORD* number) {
 
 bool reg_is_encrypted_valueW(HKEY key, const WCHAR* name) {
     return Guarded(false, [&] {
-        SecureText stored;
-        return ReadStoredText(key, name, stored) &&
-               IsProtectedString({stored.c_str(), stored.size()});
+        const StoredText stored(key, name);
+        return stored.IsRead() && IsProtectedString(stored.Text());
     });
 }
 
 bool reg_getvaluecount(HKEY key, DWORD* count, DWORD reserved) {
-    DWORD values = 0;
-    if (count == nullptr || reserved != 0 ||
-        RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &values,
-                         nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) {
-        return false;
-    }
-    *count = values;
-    return true;
+    return Guarded(false, [&] {
+        if (count == nullptr || reserved != 0) return false;
+        if (const VisitedKey* visited = VisitedKey::Of(key)) {
+            *count = static_cast<DWORD>(visited->Values().size());
+            return true;
+        }
+        DWORD values = 0;
+        if (RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &values,
+                             nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) {
+            return false;
+        }
+        *count = values;
+        return true;
+    });
 }
 
 bool reg_getvaluenamebyindexW(HKEY key, DWORD index, WCHAR* name, DWORD capacity) {
     return Guarded(false, [&] {
         if (name == nullptr || capacity == 0) return false;
+        if (const VisitedKey* visited = VisitedKey::Of(key)) {
+            if (index >= visited->Values().size()) return false;
+            const WString& found = visited->Values()[index].name;
+            if (found.size() >= capacity) return false;
+            std::memcpy(name, found.c_str(), (found.size() + 1) * sizeof(WCHAR));
+            return true;
+        }
         WString buffer(capacity, WCHAR{0});
         DWORD length = capacity;
         if (RegEnumValueW(key, index, buffer.data(), &length, nullptr, nullptr, nullptr, nullptr) !=

@@ -111,6 +111,9 @@ bool MayPassLock() {
 }
 
 std::atomic<bool> hasLease = false;
+// The tick of the system's clock in which the lock was last seen not to count; 0 for none. Until
+// the next tick the writes of a restore do not look it up again, each of them.
+std::atomic<ULONGLONG> unlockedTick = 0;
 
 }  // namespace
 
@@ -120,6 +123,7 @@ bool IsRegistryLocked() {
 
 bool SetRegistryLock() {
     hasLease = false;
+    unlockedTick = 0;
     return IsLockPasswordSet() && StoreLock(true);
 }
 
@@ -134,7 +138,11 @@ bool ClearRegistryLock() {
 }
 
 bool MayWriteSettings() {
-    return !DoesLockCount() || MayPassLock();
+    const ULONGLONG now = GetTickCount64();
+    if (now == unlockedTick) return true;
+    if (DoesLockCount()) return MayPassLock();
+    unlockedTick = now;
+    return true;
 }
 
 bool MayWrite(HKEY key) {

@@ -24,7 +24,8 @@ bool UnsetRegistryLock();
 // Clears it for every process.
 bool ClearRegistryLock();
 
-// Whether the lock lets this process write the client's settings.
+// Whether the lock lets this process write the client's settings. A lock that another process sets
+// counts from the next tick of the system's clock on (16 ms at most).
 bool MayWriteSettings();
 
 // Whether the lock lets a value of the key be written. What counts is the key that the handle
