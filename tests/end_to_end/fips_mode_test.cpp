@@ -75,8 +75,9 @@ TEST_F(FipsModeTest, NoTwoProtectedValuesShareTheirKeyWhoeverServesRandomBytes) 
     }
     Client({"service", "SA_Scheduler", "stop"});
     {
-        const BackgroundProcess makesTheFolder("sncryptd", {});
-        Sleep(200);
+        const UniqueHandle makesTheFolder(CreateNamedPipeW(TEXT("\\\\.\\pipe\\SN_test"),
+                                                           PIPE_ACCESS_DUPLEX, PIPE_TYPE_MESSAGE, 1,
+                                                           0, 0, 0, nullptr));
     }
     BackgroundProcess zeros = StartRole("zeros", As(12345));
     ASSERT_TRUE(zeros.WaitForOutput("serving"));
