@@ -17,7 +17,7 @@ constexpr std::size_t kFileSize = std::size_t{64} << 20;
 constexpr DWORD kCipherOverhead = 28;
 constexpr int kRounds = 210'000;
 
-std::filesystem::path PlaceOf(const char* name) {
+std::filesystem::path TemporaryPath(const char* name) {
     return std::filesystem::temp_directory_path() / name;
 }
 
@@ -60,8 +60,8 @@ class EncryptedFile {
     }
 
   private:
-    std::filesystem::path path_ = PlaceOf("backup.enc");
-    std::filesystem::path plain_ = PlaceOf("plain.xml");
+    std::filesystem::path path_ = TemporaryPath("backup.enc");
+    std::filesystem::path plain_ = TemporaryPath("plain.xml");
 };
 
 void DecryptOnly(benchmark::State& state) {
@@ -72,8 +72,8 @@ BENCHMARK(DecryptOnly)->Unit(benchmark::kMillisecond)->UseRealTime()->Repetition
 
 void DecryptSteps(benchmark::State& state) {
     const EncryptedFile file;
-    const auto first = PlaceOf("first");
-    const auto second = PlaceOf("second");
+    const auto first = TemporaryPath("first");
+    const auto second = TemporaryPath("second");
     for (auto _ : state) {
         std::vector<char> bytes(kFileSize);
         std::ifstream(file.Path(), std::ios::binary)

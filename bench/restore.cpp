@@ -22,7 +22,7 @@ constexpr std::size_t kLargeFileSize = 50'000'000;
 constexpr int kLoads = 3;
 constexpr int kSaves = 1;
 
-std::string PlaceOf(const char* name) {
+std::string TemporaryPath(const char* name) {
     return std::filesystem::temp_directory_path() / name;
 }
 
@@ -38,7 +38,7 @@ void MakeLargeFile(const std::string& path) {
 }
 
 void RestoreLargeFile(benchmark::State& state) {
-    const std::string file = PlaceOf("large.xml");
+    const std::string file = TemporaryPath("large.xml");
     MakeLargeFile(file);
     for (auto _ : state) {
         if (!RunTool({"-q", "-o", "import", "-m", "av", "-f", file}).succeeded) {
@@ -50,8 +50,8 @@ void RestoreLargeFile(benchmark::State& state) {
 BENCHMARK(RestoreLargeFile)->Unit(benchmark::kMillisecond)->UseRealTime()->Repetitions(3);
 
 void TinyXmlLargeFile(benchmark::State& state) {
-    const std::string file = PlaceOf("large.xml");
-    const std::string saved = PlaceOf("saved.xml");
+    const std::string file = TemporaryPath("large.xml");
+    const std::string saved = TemporaryPath("saved.xml");
     MakeLargeFile(file);
     for (auto _ : state) {
         for (int i = 0; i < kLoads; ++i) {
@@ -72,7 +72,7 @@ void RestoreSettings(benchmark::State& state) {
     for (int i = 0; i < state.range(0); ++i) {
         reg_setstringW(key.get(), FormatWide(TEXT("value %d"), i).c_str(), TEXT("a text"));
     }
-    const std::string file = PlaceOf("settings.xml");
+    const std::string file = TemporaryPath("settings.xml");
     bool succeeded = RunTool({"-q", "-m", "av", "-p", "bench password", "-f", file}).succeeded;
     for (auto _ : state) {
         succeeded = succeeded && RunTool({"-q", "-o", "import", "-m", "av", "-f", file}).succeeded;

@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+#include "common/product_version.h"
+
 namespace {
 
 void WriteText(DWORD stream, std::FILE* file, WStringView text) {
@@ -24,4 +26,8 @@ void WriteConsoleText(WStringView text) {
 
 void WriteErrorText(WStringView text) {
     WriteText(STD_ERROR_HANDLE, stderr, text);
+}
+
+void WriteVersion(WStringView program) {
+    WriteConsoleText(WString(program).append(TEXT(" " SENTREL_VERSION "\n")));
 }

@@ -10,3 +10,6 @@ void WriteConsoleText(WStringView text);
 
 // The same on standard error.
 void WriteErrorText(WStringView text);
+
+// Answers a program's --version: its name and the version of this build.
+void WriteVersion(WStringView program);

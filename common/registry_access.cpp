@@ -28,10 +28,10 @@ bool ReadValues(HKEY key, std::vector<RegistryValue>& values) {
 }
 
 bool SubkeyNames(HKEY key, std::vector<WString>& names) {
-    constexpr DWORD kLongestKeyName = 255;
-    WCHAR name[kLongestKeyName + 1];
+    constexpr DWORD kMaxKeyName = 255;
+    WCHAR name[kMaxKeyName + 1];
     for (DWORD index = 0;; ++index) {
-        DWORD length = kLongestKeyName + 1;
+        DWORD length = kMaxKeyName + 1;
         const LSTATUS result =
             RegEnumKeyExW(key, index, name, &length, nullptr, nullptr, nullptr, nullptr);
         if (result == ERROR_NO_MORE_ITEMS) return true;

@@ -1,6 +1,7 @@
 // The in-memory document of one configuration file.
 #pragma once
 
+#include <configuration_format.h>
 #include <tinyxml.h>
 
 #include <string>
@@ -8,11 +9,10 @@
 
 #include "common/text.h"
 
-// The root element of every configuration file, and how a plain file can begin and where it ends.
-inline constexpr const char* kRootElement = "sentrel_configuration";
+// How a plain file can begin and where it ends.
 inline constexpr std::string_view kDeclarationStart = "<?xml version=";
-inline constexpr std::string_view kRootStartTag = "<sentrel_configuration>";
-inline constexpr std::string_view kRootEndTag = "</sentrel_configuration>";
+inline constexpr std::string_view kRootStartTag = "<" SENTREL_ROOT_ELEMENT ">";
+inline constexpr std::string_view kRootEndTag = "</" SENTREL_ROOT_ELEMENT ">";
 
 // A document loaded from a path, changed and saved back.
 class ConfigFile {

@@ -1,5 +1,6 @@
 #include "config/configuration_change.h"
 
+#include <product_registry.h>
 #include <utilsdll.h>
 
 #include <exception>
@@ -16,7 +17,7 @@ constexpr const WCHAR* kBeginFailed =
     TEXT("FIPS Error: %s failed to set modifying configuration state falg.\n");
 constexpr const WCHAR* kCommitFailed =
     TEXT("FIPS Error: %s failed to update configuration state.\n");
-constexpr const WCHAR* kInstallerKey = TEXT("software\\Verdane\\Sentrel\\SA_CONFIGD");
+constexpr const WCHAR* kInstallerKey = TEXT(SENTREL_PRODUCT_KEY "\\SA_CONFIGD");
 constexpr const WCHAR* kInstallerState = TEXT("state");
 
 // What has no memory to be told is not told.

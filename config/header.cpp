@@ -7,16 +7,14 @@
 
 #include "app/services/run_settings.h"
 #include "common/format.h"
+#include "common/product_version.h"
 #include "config/password_verifier.h"
 #include "install/installed_version.h"
 #include "registry/registry.h"
 
 namespace {
 
-constexpr const char* kGeneratedBy = "SNT-7.4.3.1790";
-constexpr const char* kToolVersion = "7.4.3.1790";
-constexpr const char* kDefaultVersion = "7.4.3.1790";
-constexpr const char* kDefaultShortVersion = "7.4.3";
+constexpr const char* kGeneratedBy = "SNT-" SENTREL_VERSION;
 constexpr const char* kPartialConfiguration = "0";
 constexpr const char* kOsVersion = "windows";
 constexpr const char* kOsArchitecture = "x64";
@@ -39,7 +37,7 @@ struct ClientVersion {
 
 // The client's version: given with -v, else the installed one, else this build's.
 ClientVersion DecideVersion() {
-    ClientVersion version = {kDefaultVersion, kDefaultShortVersion};
+    ClientVersion version = {SENTREL_VERSION, SENTREL_SHORT_VERSION};
 
     std::int32_t major = 0;
     std::int32_t minor = 0;
@@ -85,7 +83,7 @@ void WriteHeader(TiXmlElement* root, const SecureText& password) {
     const ClientVersion version = DecideVersion();
     AppendElement(root, "sentrel_version", version.full);
     AppendElement(root, "version", version.shortened);
-    AppendElement(root, "exported_by_version", kToolVersion);
+    AppendElement(root, "exported_by_version", SENTREL_VERSION);
     AppendElement(root, "date", ExportDate());
     AppendElement(root, "partial_configuration", kPartialConfiguration);
     AppendElement(root, "os_version", kOsVersion);

@@ -90,7 +90,7 @@ UniqueLibrary LoadModule(const Module& module) {
     WString path = JoinPath(folder, module.library);
     path.resize(std::min<std::size_t>(path.size(), MAX_PATH));
     DebugPrint(TEXT("Loading library: %s\n"), path.c_str());
-    // A bare name would be looked for in places that are not the client's.
+    // A bare name would be searched in folders that are not the client's.
     SetLastError(ERROR_MOD_NOT_FOUND);
     UniqueLibrary library(folder.empty() ? nullptr : LoadLibraryW(path.c_str()));
     if (!library) DebugPrint(TEXT("Load library: %s (%d)\n"), module.library, GetLastError());

@@ -10,6 +10,6 @@
 // Empty when the encryption fails.
 std::string MakePasswordVerifier(const SecureText& password);
 
-// True when the verifier decrypts with the password. What it decrypts to is of no account; a
-// verifier that cannot be decoded for want of memory is passed over.
+// True when the verifier decrypts with the password. The plaintext is not examined. A
+// verifier that cannot be decoded because memory ran out is not tested: true.
 bool CheckPasswordVerifier(std::string_view verifier, const SecureText& password);

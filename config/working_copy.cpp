@@ -21,8 +21,6 @@
 
 namespace {
 
-constexpr std::string_view kEncryptedMarker = "Enc ";
-
 // The content of a file: zeroed memory that the system hands out page by page as it is touched, so
 // that the room left at its end costs nothing. What lies in the first `expected` bytes does not
 // reach the page file, as far as the system allows. Wiped at the end as far as it was used.
@@ -126,8 +124,8 @@ bool CopyOver(const TemporaryFile& from, const TemporaryFile& to) {
 // encrypted files with. That one is handed the whole content, marker included: decrypt_buffer
 // passes over the marker by itself.
 bool Decrypt(Content& cipher, const SecureText& password, Content& plain) {
-    const bool isMarked = cipher.Text().starts_with(kEncryptedMarker);
-    const std::size_t start = isMarked ? kEncryptedMarker.size() : 0;
+    const bool isMarked = cipher.Text().starts_with(kEncryptedFileMarker);
+    const std::size_t start = isMarked ? kEncryptedFileMarker.size() : 0;
     DWORD size = 0;
     if (!DecryptWithPassword(cipher.Bytes() + start, static_cast<DWORD>(cipher.Size() - start),
                              plain.Bytes(), plain.Capacity(), password.c_str(), size)) {

@@ -5,6 +5,7 @@
 // MsgPipe_SendRecv numbers it.
 #pragma once
 
+#include <product_registry.h>
 #include <utilsdll.h>
 #include <windows.h>
 
@@ -12,7 +13,7 @@ inline constexpr const WCHAR* kCryptdPipe =
     TEXT("\\\\.\\pipe\\SN_{AA18B4A3-A827-45C9-8D3E-E01120E92B44}");
 
 // What the service keeps, in the machine's registry.
-inline constexpr const WCHAR* kCryptdStateKey = TEXT("software\\Verdane\\Sentrel\\SA_SNCRYPTD");
+inline constexpr const WCHAR* kCryptdStateKey = TEXT(SENTREL_PRODUCT_KEY "\\SA_SNCRYPTD");
 
 // Requests. The reply to each bears the number that follows it.
 inline constexpr DWORD CRYPTD_CTRL_CMD_ID_CONFIGURATION_REQ = 2;

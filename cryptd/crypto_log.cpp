@@ -25,7 +25,7 @@ constexpr const WCHAR* kTraceSwitch = TEXT("Global\\SN_{7B49E838-48D2-41DC-8B16-
 // The path of the program is read up to here, so that the logs' paths fit theirs.
 constexpr DWORD kProgramPathCapacity = 228;
 constexpr std::size_t kFormattedCapacity = 8'192;  // with the terminator
-constexpr LONGLONG kLargestLog = 1'048'576;        // bytes
+constexpr LONGLONG kMaxLog = 1'048'576;            // bytes
 
 // --- Paths --------------------------------------------------------------------------------------
 
@@ -140,7 +140,7 @@ UniqueHandle OpenLog(const WCHAR* path) {
 
 bool IsFull(const UniqueHandle& log) {
     LARGE_INTEGER size = {};
-    return GetFileSizeEx(log.get(), &size) && size.QuadPart > kLargestLog;
+    return GetFileSizeEx(log.get(), &size) && size.QuadPart > kMaxLog;
 }
 
 void Clear(const WCHAR* path) {

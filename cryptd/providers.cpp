@@ -8,12 +8,12 @@
 #include <windows.h>
 
 #include <cstdlib>
-#include <memory>
 #include <string>
 #include <utility>
 
 #include "common/console_text.h"
 #include "common/format.h"
+#include "common/openssl_owner.h"
 #include "common/path.h"
 #include "cryptd/provider_handles.h"
 #include "cryptd/rng_engine.h"
@@ -41,10 +41,7 @@ std::string FileIn(const WString& folder, WStringView name) {
 // The errors that OpenSSL has noted on this thread, one in a line, with paths as it was given them.
 // They are noted no longer.
 WString OpenSslErrors() {
-    struct FreeBio {
-        void operator()(BIO* bio) const { BIO_free(bio); }
-    };
-    const std::unique_ptr<BIO, FreeBio> memory(BIO_new(BIO_s_mem()));
+    const UniqueOpenSsl<BIO, BIO_free> memory(BIO_new(BIO_s_mem()));
     if (!memory) return {};
     ERR_print_errors(memory.get());
     char* text = nullptr;

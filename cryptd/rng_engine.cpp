@@ -6,8 +6,7 @@
 #include <openssl/engine.h>
 #include <openssl/rand.h>
 
-#include <memory>
-
+#include "common/openssl_owner.h"
 #include "cryptd/random_source.h"
 
 namespace {
@@ -36,15 +35,11 @@ int AlwaysReady() {
 constexpr RAND_METHOD kRandomMethod = {IgnoreSeed,    FillBytes, CleanUpNothing,
                                        IgnoreEntropy, FillBytes, AlwaysReady};
 
-struct FreeEngine {
-    void operator()(ENGINE* engine) const { ENGINE_free(engine); }
-};
-
 }  // namespace
 
 bool InstallRngEngine() {
     // As the default, it is held by OpenSSL.
-    const std::unique_ptr<ENGINE, FreeEngine> engine(ENGINE_new());
+    const UniqueOpenSsl<ENGINE, ENGINE_free> engine(ENGINE_new());
     if (!engine || ENGINE_set_id(engine.get(), kEngineName) != 1 ||
         ENGINE_set_name(engine.get(), kEngineName) != 1 ||
         ENGINE_set_RAND(engine.get(), &kRandomMethod) != 1 ||

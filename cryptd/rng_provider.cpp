@@ -17,7 +17,7 @@ namespace {
 
 constexpr const char* kProviderName = "snt_rng";
 constexpr unsigned kStrength = 500;
-constexpr std::uint64_t kLongestRequest = INT_MAX;
+constexpr std::uint64_t kMaxRequest = INT_MAX;
 
 // --- The generator ------------------------------------------------------------------------------
 
@@ -47,7 +47,7 @@ int Uninstantiate(void* context) {
 int Generate(void* /*context*/, unsigned char* output, std::size_t size, unsigned /*strength*/,
              int /*predictionResistance*/, const unsigned char* /*additional*/,
              std::size_t /*additionalSize*/) {
-    return size <= kLongestRequest && FillFromRandomSource(output, static_cast<int>(size)) ? 1 : 0;
+    return size <= kMaxRequest && FillFromRandomSource(output, static_cast<int>(size)) ? 1 : 0;
 }
 
 // A source that holds no state needs no lock.
@@ -75,7 +75,7 @@ int GetContextParameters(void* context, OSSL_PARAM parameters[]) {
     const bool set =
         (state == nullptr || OSSL_PARAM_set_int32(state, *static_cast<State*>(context)) == 1) &&
         (strength == nullptr || OSSL_PARAM_set_uint(strength, kStrength) == 1) &&
-        (longest == nullptr || OSSL_PARAM_set_uint64(longest, kLongestRequest) == 1);
+        (longest == nullptr || OSSL_PARAM_set_uint64(longest, kMaxRequest) == 1);
     return set ? 1 : 0;
 }
 

@@ -2,20 +2,19 @@
 // utility library's (encrypt_buffer, decrypt_buffer).
 #pragma once
 
+#include <configuration_format.h>
+
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "common/secure_text.h"
 
-// The marker of an encrypted registry string: five characters, then upper-case hexadecimal of the
-// ciphertext of the text's UTF-16LE bytes without terminator.
-inline constexpr std::string_view kEncryptedValueMarker = "EncX ";
-
 // Ciphertexts and plaintexts of registry strings hold this many bytes at most.
 inline constexpr DWORD kEncryptedValueCapacity = 2048;
 
-// The "EncX " form of a text under a password; empty when the encryption fails.
+// The "EncX " form of a text under a password, of the ciphertext of its UTF-16LE bytes without
+// terminator; empty when the encryption fails.
 std::string EncryptValue(WStringView text, const WCHAR* password);
 
 // Reads an "EncX " form back; its first five characters are passed over whatever they are. False,

@@ -1,6 +1,5 @@
 #include "protect/key_material.h"
 
-#include <openssl/core_names.h>
 #include <openssl/evp.h>
 #include <openssl/kdf.h>
 #include <openssl/rand.h>
@@ -8,9 +7,9 @@
 #include <utilsdll.h>
 
 #include <algorithm>
-#include <memory>
 
 #include "common/handles.h"
+#include "common/openssl_owner.h"
 #include "common/secure_text.h"
 #include "cryptd/SNCryptdAPI.h"
 
@@ -23,16 +22,7 @@ constexpr REGSAM kKeyAccess = KEY_READ | KEY_SET_VALUE | KEY_CREATE_SUB_KEY | KE
 KeyMaterial machineMaterial;
 KeyMaterial userMaterial;
 
-template <auto free>
-struct OpenSslDeleter {
-    template <typename Type>
-    void operator()(Type* object) const {
-        free(object);
-    }
-};
-using UniqueMac = std::unique_ptr<EVP_MAC, OpenSslDeleter<EVP_MAC_free>>;
-using UniqueMacContext = std::unique_ptr<EVP_MAC_CTX, OpenSslDeleter<EVP_MAC_CTX_free>>;
-using UniquePkeyContext = std::unique_ptr<EVP_PKEY_CTX, OpenSslDeleter<EVP_PKEY_CTX_free>>;
+using UniquePkeyContext = UniqueOpenSsl<EVP_PKEY_CTX, EVP_PKEY_CTX_free>;
 
 // A buffer of a slot's size that is wiped at the end.
 struct SlotBytes {
@@ -43,31 +33,14 @@ struct SlotBytes {
     BYTE bytes[kSlotSize] = {};
 };
 
-// HMAC with SHA3-512. One context serves several computations.
-class Hmac {
-  public:
-    Hmac()
-        : mac_(EVP_MAC_fetch(nullptr, "HMAC", nullptr)),
-          context_(mac_ ? EVP_MAC_CTX_new(mac_.get()) : nullptr) {}
-
-    explicit operator bool() const { return context_ != nullptr; }
-
-    bool Compute(const BYTE* key, std::size_t keySize, const BYTE* message, std::size_t messageSize,
-                 BYTE* result) {
-        char digest[] = "SHA3-512";
-        const OSSL_PARAM parameters[] = {
-            OSSL_PARAM_construct_utf8_string(OSSL_MAC_PARAM_DIGEST, digest, 0),
-            OSSL_PARAM_construct_end()};
-        std::size_t size = 0;
-        return EVP_MAC_init(context_.get(), key, keySize, parameters) == 1 &&
-               EVP_MAC_update(context_.get(), message, messageSize) == 1 &&
-               EVP_MAC_final(context_.get(), result, &size, kSlotSize) == 1 && size == kSlotSize;
-    }
-
-  private:
-    UniqueMac mac_;
-    UniqueMacContext context_;
-};
+// HMAC with SHA3-512, as long as a slot.
+bool Hmac(const BYTE* key, std::size_t keySize, const BYTE* message, std::size_t messageSize,
+          BYTE* result) {
+    std::size_t size = 0;
+    return EVP_Q_mac(nullptr, "HMAC", nullptr, "SHA3-512", nullptr, key, keySize, message,
+                     messageSize, result, kSlotSize, &size) != nullptr &&
+           size == kSlotSize;
+}
 
 // Sets every slot to its default of this run, from 8 random bytes. `mixer` becomes the message with
 // which registry values are mixed.
@@ -79,10 +52,8 @@ bool SetDefaults(SlotBytes& mixer) {
     const BYTE* const first = random.data();
     const BYTE* const second = random.data() + 4;
 
-    Hmac hmac;
     SlotBytes salt;
-    if (!hmac || !hmac.Compute(first, 4, second, 4, salt.bytes) ||
-        !hmac.Compute(second, 4, first, 4, mixer.bytes)) {
+    if (!Hmac(first, 4, second, 4, salt.bytes) || !Hmac(second, 4, first, 4, mixer.bytes)) {
         if (cfg_is_fips_mode_enabled() != 0) CryptdFipsEnterErrorMode(kNoEntropy);
         return false;
     }
@@ -111,11 +82,8 @@ bool MixRegistryValue(HKEY key, const WCHAR* name, const SlotBytes& mixer, KeySl
         return true;
     }
 
-    Hmac hmac;
     SlotBytes mixed;
-    if (!hmac || !hmac.Compute(slot.Bytes(), kSlotSize, mixer.bytes, kSlotSize, mixed.bytes)) {
-        return false;
-    }
+    if (!Hmac(slot.Bytes(), kSlotSize, mixer.bytes, kSlotSize, mixed.bytes)) return false;
     std::copy_n(mixed.bytes, kSlotSize, slot.Bytes());
     return true;
 }

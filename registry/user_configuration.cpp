@@ -1,5 +1,6 @@
 #include "registry/user_configuration.h"
 
+#include <configuration_format.h>
 #include <product_registry.h>
 #include <utilsdll.h>
 
@@ -248,7 +249,7 @@ Reading ReadValue(const TiXmlElement& element, const SecureText& password, Value
 std::vector<ValueToRestore> ReadSection(const WString& file, const SecureText& password) {
     TiXmlDocument document;
     if (!LoadXmlFile(file, document)) return {};
-    const TiXmlElement* const root = document.FirstChildElement("sentrel_configuration");
+    const TiXmlElement* const root = document.FirstChildElement(kRootElement);
     const TiXmlElement* const section =
         root == nullptr ? nullptr : root->FirstChildElement(kUserConfigurationElement);
     if (section == nullptr) return {};

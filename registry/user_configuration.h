@@ -1,5 +1,5 @@
-// The user_configuration section: the settings that the session's user made for himself, carried in
-// the configuration file.
+// The user_configuration section: the session user's own settings, carried in the configuration
+// file.
 //
 // The section holds one element `value` for each registry value below the user's product key:
 //   key   path of its key below the product key      name  the value's name

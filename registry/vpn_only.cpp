@@ -1,5 +1,7 @@
 #include "registry/vpn_only.h"
 
+#include <configuration_format.h>
+
 #include <tinyxml.h>
 
 #include <algorithm>
@@ -52,7 +54,7 @@ DWORD FilterVpnOnlyConfig(const WString& path) {
         log_error_fmt(g_hLog, kCannotOpen, path.c_str());
         return kVpnOnlyFailed;
     }
-    TiXmlElement* const root = document.FirstChildElement("sentrel_configuration");
+    TiXmlElement* const root = document.FirstChildElement(kRootElement);
     if (root == nullptr) return kVpnOnlyDone;
 
     ReduceToConnections(root);

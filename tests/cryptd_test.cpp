@@ -272,8 +272,8 @@ TEST_F(CryptdProtocolTest, WrongArgumentsNeedNoService) {
     EXPECT_EQ(CryptdGetRandomBytes(&byte, -1, 0, 5'000), -1);
     EXPECT_EQ(CryptdCallPipeServer(nullptr, nullptr, 0), -1);
     EXPECT_EQ(CryptdQueryText(text, 0), -1);
-    const Bytes data(MSGPIPE_MOST_PAYLOAD + 1);
-    EXPECT_EQ(CryptdConfigurationRequest(3, 0, data.data(), MSGPIPE_MOST_PAYLOAD + 1, nullptr,
+    const Bytes data(MSGPIPE_MAX_PAYLOAD + 1);
+    EXPECT_EQ(CryptdConfigurationRequest(3, 0, data.data(), MSGPIPE_MAX_PAYLOAD + 1, nullptr,
                                          nullptr, nullptr, 0),
               MSGPIPE_TOO_LARGE);
     EXPECT_EQ(CryptdConfigurationRequest(3, 0, nullptr, 1, nullptr, nullptr, nullptr, 0),

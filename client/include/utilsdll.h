@@ -182,7 +182,7 @@ typedef struct CryptdMessage {
 } CryptdMessage;
 
 // Largest payload of a message, in bytes.
-#define MSGPIPE_MOST_PAYLOAD 131072
+#define MSGPIPE_MAX_PAYLOAD 131072
 
 // Failures of MsgPipe_SendRecv.
 enum {

@@ -1,4 +1,6 @@
 #include "client/plugins/feature.h"
 
-const Feature kFeature = {PLUGIN_ELEMENT, TEXT("software\\Verdane\\Sentrel\\" PLUGIN_KEY),
-                          PLUGIN_FEATURE, TEXT(PLUGIN_SECTIONS)};
+#include <product_registry.h>
+
+const Feature kFeature = {PLUGIN_ELEMENT, TEXT(SENTREL_PRODUCT_KEY "\\" PLUGIN_KEY), PLUGIN_FEATURE,
+                          TEXT(PLUGIN_SECTIONS)};

@@ -11,6 +11,7 @@
 // any value of the element cannot be read.
 #include <client_export.h>
 #include <config_plugin.h>
+#include <configuration_format.h>
 #include <shlwapi.h>
 #include <utilsdll.h>
 
@@ -27,7 +28,6 @@
 
 namespace {
 
-constexpr const char* kRootElement = "sentrel_configuration";
 constexpr int kFailed = 1;
 constexpr int kLocked = ERROR_ACCESS_DENIED;
 constexpr int kNotSupported = ERROR_NOT_SUPPORTED;

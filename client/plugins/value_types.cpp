@@ -1,5 +1,6 @@
 #include "client/plugins/value_types.h"
 
+#include <configuration_format.h>
 #include <utilsdll.h>
 
 #include <algorithm>
@@ -12,8 +13,6 @@
 #include "common/hex.h"
 
 namespace {
-
-const std::string kEncryptedMarker = "EncX ";
 
 struct FreeText {
     void operator()(WCHAR* text) const { reg_free(text); }
@@ -153,14 +152,14 @@ bool EncryptedForm(WStringView text, const WCHAR* password, std::string& data) {
                        password) != 0) {
         return false;
     }
-    data = kEncryptedMarker + BytesToHex(encrypted.data(), size);
+    data = std::string(kEncryptedValueMarker) + BytesToHex(encrypted.data(), size);
     return true;
 }
 
 bool OpenEncryptedForm(const std::string& data, const WCHAR* password, SecureText& text) {
     std::vector<BYTE> encrypted;
-    if (password == nullptr || data.compare(0, kEncryptedMarker.size(), kEncryptedMarker) != 0 ||
-        !HexToBytes(std::string_view(data).substr(kEncryptedMarker.size()), encrypted)) {
+    if (password == nullptr || !data.starts_with(kEncryptedValueMarker) ||
+        !HexToBytes(std::string_view(data).substr(kEncryptedValueMarker.size()), encrypted)) {
         return false;
     }
     SecureBytes plain(encrypted.size() + sizeof(WCHAR));

@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr DWORD kLongestLine = 4096;  // bytes, or characters on a console
+constexpr DWORD kMaxLine = 4096;  // bytes, or characters on a console
 
 using SecureUnits = std::vector<WCHAR, WipingAllocator<WCHAR>>;
 
@@ -30,11 +30,11 @@ class WithoutEcho {
 // The line that is typed, with its end; empty when it cannot be read.
 SecureUnits ReadConsoleLine(HANDLE console, DWORD mode) {
     WriteErrorText(TEXT("Password: "));
-    SecureUnits line(kLongestLine);
+    SecureUnits line(kMaxLine);
     DWORD got = 0;
     {
         const WithoutEcho silent(console, mode);
-        if (!ReadConsoleW(console, line.data(), kLongestLine, &got, nullptr)) got = 0;
+        if (!ReadConsoleW(console, line.data(), kMaxLine, &got, nullptr)) got = 0;
     }
     WriteErrorText(TEXT("\n"));
     line.resize(got);
@@ -48,7 +48,7 @@ SecureBytes ReadLineBytes(HANDLE input) {
     SecureBytes line;
     BYTE byte = 0;
     DWORD got = 0;
-    while (line.size() < kLongestLine && (line.empty() || line.back() != '\n') &&
+    while (line.size() < kMaxLine && (line.empty() || line.back() != '\n') &&
            ReadFile(input, &byte, 1, &got, nullptr) && got == 1) {
         line.push_back(byte);
     }
@@ -78,7 +78,7 @@ const WCHAR* ReadLine(SecureUnits& line) {
     } else if (!Decode(ReadLineBytes(input), line)) {
         return TEXT("the password is not in UTF-8");
     }
-    return line.size() == kLongestLine ? TEXT("the password is too long") : nullptr;
+    return line.size() == kMaxLine ? TEXT("the password is too long") : nullptr;
 }
 
 // Takes the password out of the line. Null, or what is wrong with it.

@@ -21,8 +21,8 @@ bool ReadWholeFile(const WCHAR* path, SecureBytes& content) {
                                         FILE_ATTRIBUTE_NORMAL, nullptr));
     LARGE_INTEGER size = {};
     if (!file || !GetFileSizeEx(file.get(), &size)) return false;
-    constexpr LONGLONG kLongest = std::numeric_limits<int>::max();
-    if (size.QuadPart > kLongest) {
+    constexpr LONGLONG kMaxSize = std::numeric_limits<int>::max();
+    if (size.QuadPart > kMaxSize) {
         SetLastError(ERROR_NOT_SUPPORTED);
         return false;
     }

@@ -9,8 +9,8 @@ namespace {
 
 struct Command {
     const WCHAR* name;
-    std::size_t fewestArguments;
-    std::size_t mostArguments;
+    std::size_t minArguments;
+    std::size_t maxArguments;
     int (*run)(Arguments arguments);
     const WCHAR* synopsis;
     const WCHAR* help;
@@ -57,7 +57,8 @@ WString HelpOn(const Command& command) {
 }
 
 WString HelpOnAll() {
-    WString text = TEXT("usage: snclient COMMAND [ARGUMENT...]\n\n");
+    WString text =
+        TEXT("usage: snclient COMMAND [ARGUMENT...]\n       snclient --help | --version\n\n");
     for (const Command& command : kCommands) text += HelpOn(command);
     return text + kNotes;
 }
@@ -89,6 +90,10 @@ extern "C" int wmain(int argc, WCHAR** argv) {
         WriteConsoleText(HelpOnAll());
         return kExitOk;
     }
+    if (WStringView(words[1]) == TEXT("--version")) {
+        WriteVersion(TEXT("snclient"));
+        return kExitOk;
+    }
     const Command* const command = FindCommand(words[1]);
     if (command == nullptr) return WrongArgument(TEXT("no command %s; see --help"), words[1]);
 
@@ -97,7 +102,7 @@ extern "C" int wmain(int argc, WCHAR** argv) {
         WriteConsoleText(HelpOn(*command));
         return kExitOk;
     }
-    if (arguments.size() < command->fewestArguments || arguments.size() > command->mostArguments) {
+    if (arguments.size() < command->minArguments || arguments.size() > command->maxArguments) {
         return Usage(TEXT("usage:\n") + HelpOn(*command));
     }
     return command->run(arguments);

@@ -1,27 +1,22 @@
 #include "client/sncryptd/configuration_digest.h"
 
 #include <openssl/evp.h>
+#include <product_registry.h>
 #include <utilsdll.h>
 
-#include <memory>
-
 #include "common/handles.h"
+#include "common/openssl_owner.h"
 #include "common/registry_access.h"
 #include "common/text.h"
 
 namespace {
 
-constexpr const WCHAR* kProductKey = TEXT("software\\Verdane\\Sentrel");
 // Below it; what the client keeps there about itself changes without a configuration change.
 constexpr const WCHAR* kStateKeys[] = {TEXT("SA_LOCK"), TEXT("SA_SNCRYPTD"), TEXT("SA_STATE")};
 
 // Others may change the configuration while it is read: then it is read again.
 constexpr int kFurtherTries = 20;
 constexpr DWORD kPauseMilliseconds = 10;
-
-struct FreeDigest {
-    void operator()(EVP_MD_CTX* digest) const { EVP_MD_CTX_free(digest); }
-};
 
 // Whether a path is, or lies below, a key that holds the client's own state.
 bool IsState(WStringView path) {
@@ -62,7 +57,7 @@ class Digest {
                    EVP_DigestUpdate(context_.get(), bytes, size) == 1;
     }
 
-    std::unique_ptr<EVP_MD_CTX, FreeDigest> context_{EVP_MD_CTX_new()};
+    UniqueOpenSsl<EVP_MD_CTX, EVP_MD_CTX_free> context_{EVP_MD_CTX_new()};
     bool isSound_ = false;
 };
 

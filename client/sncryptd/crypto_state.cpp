@@ -14,14 +14,14 @@ constexpr const WCHAR* kFipsError = TEXT("fips_error");
 constexpr const WCHAR* kOpenChanges = TEXT("open_changes");
 constexpr const WCHAR* kCommitted = TEXT("committed_configuration");
 
-constexpr std::size_t kLongestMessage = 8'191;  // characters
-constexpr DWORD kLongestValue = 65'536;         // bytes
+constexpr std::size_t kMaxMessage = 8'191;  // characters
+constexpr DWORD kMaxValue = 65'536;         // bytes
 
 // The units of a value: none where it is missing, nothing at all when it cannot be read.
 template <typename Unit>
 std::optional<std::vector<Unit>> Read(const WCHAR* name, DWORD wantedType) {
     std::vector<BYTE> bytes;
-    if (kValues.Read(name, wantedType, kLongestValue, bytes) == KeptValues::State::kUnreadable) {
+    if (kValues.Read(name, wantedType, kMaxValue, bytes) == KeptValues::State::kUnreadable) {
         return std::nullopt;
     }
     std::vector<Unit> units(bytes.size() / sizeof(Unit));
@@ -38,7 +38,7 @@ WString FipsError() {
 }
 
 bool SetFipsError(WStringView message) {
-    const WString text(message.substr(0, kLongestMessage));
+    const WString text(message.substr(0, kMaxMessage));
     return kValues.Write(kFipsError, REG_SZ, text.c_str(), (text.size() + 1) * sizeof(WCHAR));
 }
 

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "client/sncryptd/places.h"
+#include "client/sncryptd/connection_limit.h"
 #include "client/sncryptd/requests.h"
 #include "client/sncryptd/workers.h"
 #include "common/console_text.h"
@@ -22,7 +22,7 @@
 
 namespace {
 
-constexpr const WCHAR* kHelp = TEXT("usage: sncryptd\n\n")
+constexpr const WCHAR* kHelp = TEXT("usage: sncryptd [--help | --version]\n\n")
     TEXT("Serves random bytes and the state of the client's FIPS mode on the pipe of the\n")
         TEXT("client's crypto service. It prints \"listening on PIPE\" when it is ready and\n")
             TEXT("runs until it is killed.\n")
@@ -32,7 +32,7 @@ constexpr int kExitOk = 0;
 constexpr int kExitFailed = 1;
 constexpr int kExitUsage = 2;
 
-constexpr std::size_t kLargestMessage = sizeof(MessageHeader) + MSGPIPE_MOST_PAYLOAD;
+constexpr std::size_t kMaxMessage = sizeof(MessageHeader) + MSGPIPE_MAX_PAYLOAD;
 
 // Instances for clients that connect beside those that are answered, and what one may take for its
 // request and for taking its reply: those that are silent hold up no others.
@@ -70,7 +70,7 @@ std::vector<BYTE> AccountOf(HANDLE token) {
     return {bytes, bytes + GetLengthSid(sid)};
 }
 
-// The client with a token; nobody when that is a guest or cannot be learnt.
+// The client with a token; none when it is a guest or cannot be learnt.
 std::optional<Client> ClientWith(HANDLE token, DWORD process) {
     Client client = {.process = process, .account = AccountOf(token)};
     if (client.account.empty() || !IsMemberOf(WinAuthenticatedUserSid, token)) return std::nullopt;
@@ -79,9 +79,9 @@ std::optional<Client> ClientWith(HANDLE token, DWORD process) {
     return client;
 }
 
-// Who has connected, by the process that did: known before it has sent anything, for its place.
-// Those that may not be looked at share the places of one account.
-std::optional<Client> VisitorOf(HANDLE instance) {
+// Who has connected, by the process that did: known before it has sent anything, for the connection
+// limit. Processes that may not be looked at count as one account.
+std::optional<Client> ClientOfConnection(HANDLE instance) {
     Client unknown;
     if (!GetNamedPipeClientProcessId(instance, &unknown.process)) return std::nullopt;
     const UniqueHandle process(
@@ -97,7 +97,7 @@ std::optional<Client> VisitorOf(HANDLE instance) {
 
 // Who has sent the request that was read. The token only identifies the client: nobody but the
 // process itself may open it.
-std::optional<Client> ClientOf(HANDLE instance) {
+std::optional<Client> ClientOfRequest(HANDLE instance) {
     DWORD processId = 0;
     UniqueHandle token;
     {
@@ -112,10 +112,10 @@ std::optional<Client> ClientOf(HANDLE instance) {
 
 // --- The pipe -----------------------------------------------------------------------------------
 
-// A client in its place. The connection goes before the place does, so there is an instance for
-// each.
+// An admitted client. The instance is closed before its slot is released, so the number of
+// instances is limited, too.
 struct Connection {
-    Visit visit;
+    ConnectionSlot slot;
     UniqueHandle instance;
 };
 
@@ -129,7 +129,7 @@ class Server {
     bool Admit(UniqueHandle& instance);
     [[noreturn]] void AcceptClients(UniqueHandle instance);
 
-    Places places_;
+    ConnectionLimit limit_;
     Workers<Connection> workers_{Serve};
 };
 
@@ -140,7 +140,7 @@ UniqueHandle Server::NewInstance(DWORD flags) {
     return UniqueHandle(CreateNamedPipeW(
         kCryptdPipe, PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED | flags,
         PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_WAIT | PIPE_REJECT_REMOTE_CLIENTS,
-        kPlaces + kFreeInstances, kLargestMessage, kLargestMessage, 0, callers.get()));
+        kMaxConnections + kFreeInstances, kMaxMessage, kMaxMessage, 0, callers.get()));
 }
 
 [[noreturn]] void GiveUp(DWORD error) {
@@ -148,36 +148,36 @@ UniqueHandle Server::NewInstance(DWORD flags) {
     std::_Exit(kExitFailed);
 }
 
-// Answers one request. What is too long or no message, and who is nobody, gets no answer.
+// Answers one request. One that is too long or no message, and an unknown client, gets no answer.
 void Server::Serve(const Connection& connection) try {
     const HANDLE instance = connection.instance.get();
-    SecureBytes message(kLargestMessage);
+    SecureBytes message(kMaxMessage);
     DWORD size = 0;
-    if (ReceiveMessage(instance, message.data(), kLargestMessage, size,
-                       kRequestLimitMilliseconds) != ERROR_SUCCESS) {
+    if (ReceiveMessage(instance, message.data(), kMaxMessage, size, kRequestLimitMilliseconds) !=
+        ERROR_SUCCESS) {
         return;
     }
-    const std::optional<Client> client = ClientOf(instance);
+    const std::optional<Client> client = ClientOfRequest(instance);
     if (!client) return;
     const SecureBytes reply = Answer({message.data(), size}, *client);
     if (!reply.empty() && SendMessageTo(instance, reply.data(), static_cast<DWORD>(reply.size()),
                                         kReplyLimitMilliseconds) == ERROR_SUCCESS) {
         // A reply that was not read yet goes with the connection: the client hangs up first.
-        ReceiveMessage(instance, message.data(), kLargestMessage, size, kReplyLimitMilliseconds);
+        ReceiveMessage(instance, message.data(), kMaxMessage, size, kReplyLimitMilliseconds);
     }
 } catch (const std::exception&) {
-    // Memory ran out: this client gets no answer.
+    // Out of memory: this client gets no answer.
 }
 
-// Hands an instance's client to the workers, with the instance, in whose stead a new one comes.
-// False when the client is not to be served.
+// Hands an instance with its client to the workers and makes a new instance. False when the client
+// is not to be served.
 bool Server::Admit(UniqueHandle& instance) try {
-    std::optional<Client> visitor = VisitorOf(instance.get());
-    if (!visitor || !places_.Take(*visitor)) return false;
-    Visit visit(places_, std::move(*visitor));
+    std::optional<Client> client = ClientOfConnection(instance.get());
+    if (!client || !limit_.Acquire(*client)) return false;
+    ConnectionSlot slot(limit_, std::move(*client));
     UniqueHandle next = NewInstance(0);
     if (!next) return false;
-    workers_.Take({std::move(visit), std::exchange(instance, std::move(next))});
+    workers_.Take({std::move(slot), std::exchange(instance, std::move(next))});
     return true;
 } catch (const std::exception&) {
     return false;  // no thread or no memory is to be had: this client gets no answer
@@ -219,6 +219,10 @@ void Server::Run() try {
 extern "C" int wmain(int argc, WCHAR** argv) {
     if (argc == 2 && WStringView(argv[1]) == TEXT("--help")) {
         WriteConsoleText(kHelp);
+        return kExitOk;
+    }
+    if (argc == 2 && WStringView(argv[1]) == TEXT("--version")) {
+        WriteVersion(TEXT("sncryptd"));
         return kExitOk;
     }
     if (argc != 1) {

@@ -105,7 +105,7 @@ enum Verdict {
     kUnknownOperation = -5,  // nothing that the service knows
 };
 
-constexpr std::size_t kMostOpenChanges = 1'000;
+constexpr std::size_t kMaxOpenChanges = 1'000;
 
 // Who is no administrator cannot change the configuration, but backs it up: such a client's begin
 // and commit are taken, and leave nothing behind.
@@ -161,7 +161,7 @@ SecureBytes BeginChange(const Request& request) {
     if (!change) return Refuse(ERROR_ACCESS_DENIED);
     const std::lock_guard lock(changesMutex);
     std::vector<OpenChange> changes = ChangesOfLivingProcesses();
-    if (changes.size() >= kMostOpenChanges) return Refuse(ERROR_NO_SYSTEM_RESOURCES);
+    if (changes.size() >= kMaxOpenChanges) return Refuse(ERROR_NO_SYSTEM_RESOURCES);
     changes.push_back(*change);
     return SetOpenChanges(changes) ? ReplyTo(request, kDone) : Refuse(ERROR_WRITE_FAULT);
 }

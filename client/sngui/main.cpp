@@ -18,13 +18,16 @@
 
 namespace {
 
-constexpr const WCHAR* kHelp = TEXT("usage: sngui SESSION [--count N]\n\n") TEXT(
-    "Serves the user interface's pipe of a session and prints a line for each message:\n\n")
-    TEXT("  listening on PIPE         once, when it is ready\n") TEXT(
-        "  code CODE P1 P2 P3 P4     a notification code and its parameters, in decimal\n")
-        TEXT("  tray TEXT                 a tray notification; control characters as \\xNN\n\n")
-            TEXT("It runs until it is killed, or with --count until it has shown N messages.\n")
-                TEXT("Exit codes: 0 all shown, 1 the pipe cannot be served, 2 wrong arguments.\n");
+constexpr const WCHAR* kHelp =
+    TEXT("usage: sngui SESSION [--count N]\n       sngui --help | --version\n\n") TEXT(
+        "Serves the user interface's pipe of a session and prints a line for each message:\n\n")
+        TEXT("  listening on PIPE         once, when it is ready\n") TEXT(
+            "  code CODE P1 P2 P3 P4     a notification code and its parameters, in decimal\n")
+            TEXT("  tray TEXT                 a tray notification; control characters as \\xNN\n\n")
+                TEXT("It runs until it is killed, or with --count until it has shown N messages.\n")
+                    TEXT(
+                        "Exit codes: 0 all shown, 1 the pipe cannot be served, 2 wrong "
+                        "arguments.\n");
 
 constexpr int kExitOk = 0;
 constexpr int kExitFailed = 1;
@@ -185,6 +188,10 @@ int Server::Run() {
 extern "C" int wmain(int argc, WCHAR** argv) {
     if (argc == 2 && WStringView(argv[1]) == TEXT("--help")) {
         WriteConsoleText(kHelp);
+        return kExitOk;
+    }
+    if (argc == 2 && WStringView(argv[1]) == TEXT("--version")) {
+        WriteVersion(TEXT("sngui"));
         return kExitOk;
     }
     const auto options = ParseOptions(argc, argv);

@@ -1,11 +1,11 @@
 #include "client/utilsdll/cipher.h"
 
+#include <configuration_format.h>
 #include <openssl/evp.h>
 
 #include <algorithm>
 #include <array>
 #include <limits>
-#include <memory>
 #include <span>
 
 #include "client/include/utilsdll.h"
@@ -13,6 +13,7 @@
 #include "client/utilsdll/crypto_context.h"
 #include "client/utilsdll/kdf.h"
 #include "client/utilsdll/key_ring.h"
+#include "common/openssl_owner.h"
 
 namespace utilsdll {
 namespace {
@@ -23,15 +24,10 @@ constexpr std::size_t kTagSize = 16;
 constexpr std::size_t kOverhead = kHeaderSize + kTagSize;
 constexpr std::size_t kKeySize = 32;
 constexpr std::size_t kNonceSize = 12;
-constexpr std::string_view kMarker = "Enc ";
 constexpr int kFailed = 1;
 
-struct FreeCipher {
-    void operator()(EVP_CIPHER* algorithm) const { EVP_CIPHER_free(algorithm); }
-    void operator()(EVP_CIPHER_CTX* context) const { EVP_CIPHER_CTX_free(context); }
-};
-using Algorithm = std::unique_ptr<EVP_CIPHER, FreeCipher>;
-using CipherContext = std::unique_ptr<EVP_CIPHER_CTX, FreeCipher>;
+using Algorithm = UniqueOpenSsl<EVP_CIPHER, EVP_CIPHER_free>;
+using CipherContext = UniqueOpenSsl<EVP_CIPHER_CTX, EVP_CIPHER_CTX_free>;
 
 // Wiped when the library is unloaded.
 KeyRing keys;
@@ -143,8 +139,8 @@ int Decrypt(Bytes message, BYTE* output, DWORD* outputSize, const WCHAR* passPhr
 }
 
 bool HasMarker(Bytes message) {
-    return message.size() >= kMarker.size() &&
-           std::equal(kMarker.begin(), kMarker.end(), message.begin());
+    return message.size() >= kEncryptedFileMarker.size() &&
+           std::equal(kEncryptedFileMarker.begin(), kEncryptedFileMarker.end(), message.begin());
 }
 
 // An output that will hold nothing may be null.
@@ -174,8 +170,8 @@ extern "C" int decrypt_buffer(const void* input, DWORD inputSize, void* output, 
         const Bytes message(static_cast<const BYTE*>(input), inputSize);
         auto* const plain = static_cast<BYTE*>(output);
         // A salt may happen to spell the marker: what does not open behind it is tried whole.
-        if (HasMarker(message) &&
-            Decrypt(message.subspan(kMarker.size()), plain, outputSize, passPhrase) == 0) {
+        if (HasMarker(message) && Decrypt(message.subspan(kEncryptedFileMarker.size()), plain,
+                                          outputSize, passPhrase) == 0) {
             return 0;
         }
         return Decrypt(message, plain, outputSize, passPhrase);

@@ -1,18 +1,20 @@
 #include "client/utilsdll/client_state.h"
 
+#include <product_registry.h>
+
 #include <cstring>
 
 namespace utilsdll {
 namespace {
 
-constexpr KeptValues kValues = {TEXT("software\\Verdane\\Sentrel\\SA_STATE")};
-constexpr DWORD kLongestState = 256;  // bytes
+constexpr KeptValues kValues = {TEXT(SENTREL_PRODUCT_KEY "\\SA_STATE")};
+constexpr DWORD kMaxState = 256;  // bytes
 
 }  // namespace
 
 bool ReadStateFlag(const WCHAR* name) {
     std::vector<BYTE> bytes;
-    const StateBytes state = kValues.Read(name, REG_DWORD, kLongestState, bytes);
+    const StateBytes state = kValues.Read(name, REG_DWORD, kMaxState, bytes);
     DWORD flag = 0;
     if (state != StateBytes::kRead || bytes.size() != sizeof flag) {
         return state != StateBytes::kNone;
@@ -27,7 +29,7 @@ bool WriteStateFlag(const WCHAR* name, bool on) {
 }
 
 StateBytes ReadStateBytes(const WCHAR* name, std::vector<BYTE>& bytes) {
-    return kValues.Read(name, REG_BINARY, kLongestState, bytes);
+    return kValues.Read(name, REG_BINARY, kMaxState, bytes);
 }
 
 bool WriteStateBytes(const WCHAR* name, const std::vector<BYTE>& bytes) {

@@ -1,3 +1,4 @@
+#include <product_registry.h>
 #include <shlobj.h>
 
 #include "client/include/utilsdll.h"
@@ -11,8 +12,6 @@
 
 namespace utilsdll {
 namespace {
-
-constexpr const WCHAR* kProductKey = TEXT("software\\Verdane\\Sentrel");
 
 WString InstallFolderValue() {
     UniqueRegKey key;

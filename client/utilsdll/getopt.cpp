@@ -1,6 +1,6 @@
-// The C library reads bytes. It is given a shadow of the wide words in which every wide character
-// is exactly one byte - an ASCII character itself, any other one byte that is in no switch - so a
-// place in the shadow is the same place in the wide word.
+// The C library reads bytes. It is given a narrow copy of the wide words in which every UTF-16 unit
+// is exactly one byte - an ASCII character itself, any other a byte that is in no switch - so an
+// offset in the narrow word is the same offset in the wide word.
 #include <getopt.h>
 
 #include <algorithm>
@@ -27,10 +27,10 @@ std::string Narrow(WStringView text) {
     return narrow;
 }
 
-// The shadow of one argument vector. Its text may hold a password and is wiped.
-class Shadow {
+// The narrow copy of one argument vector. Its text may hold a password and is wiped.
+class NarrowCopy {
   public:
-    Shadow(int argc, WCHAR* const* argv) : vector_(argv), wide_(argv, argv + argc) {
+    NarrowCopy(int argc, WCHAR* const* argv) : vector_(argv), wide_(argv, argv + argc) {
         std::size_t size = 0;
         for (const WCHAR* word : wide_) size += WStringView(word).size() + 1;
         text_.reserve(size);
@@ -43,20 +43,20 @@ class Shadow {
         pointers_.push_back(nullptr);
     }
 
-    // Whether this is the shadow of the vector in the order in which it was left, and of its text.
+    // Whether this is the copy of the vector in the order in which it was left, and of its text.
     bool IsOf(int argc, WCHAR* const* argv) const {
         if (argv != vector_ || !std::equal(wide_.begin(), wide_.end(), argv, argv + argc)) {
             return false;
         }
         return std::ranges::all_of(words_, [](const Word& word) {
             const WStringView text = word.wide;
-            return std::ranges::equal(text, std::string_view(word.shadow), {}, NarrowUnit);
+            return std::ranges::equal(text, std::string_view(word.narrow), {}, NarrowUnit);
         });
     }
 
     char** Pointers() { return pointers_.data(); }
 
-    // Moves the wide words to where the C library moved their shadows.
+    // Moves the wide words to where the C library moved their copies.
     void FollowPermutation() {
         auto* argv = const_cast<WCHAR**>(vector_);
         for (std::size_t i = 0; i < wide_.size(); ++i) {
@@ -65,24 +65,24 @@ class Shadow {
         }
     }
 
-    // The wide place of a place in the shadow.
-    WCHAR* WidePlace(const char* place) const {
-        if (place == nullptr) return nullptr;
-        const Word& word = WordAt(place);
-        return word.wide + (place - word.shadow);
+    // The wide position of a position in the copy.
+    WCHAR* WidePosition(const char* position) const {
+        if (position == nullptr) return nullptr;
+        const Word& word = WordAt(position);
+        return word.wide + (position - word.narrow);
     }
 
   private:
     struct Word {
-        const char* shadow;
+        const char* narrow;
         WCHAR* wide;
     };
 
-    // The word in whose shadow the place lies; words_ is in the order of the text.
-    const Word& WordAt(const char* place) const {
+    // The word whose copy holds the position; words_ is in the order of the text.
+    const Word& WordAt(const char* position) const {
         const auto after = std::upper_bound(
-            words_.begin(), words_.end(), place,
-            [](const char* at, const Word& word) { return std::less<>()(at, word.shadow); });
+            words_.begin(), words_.end(), position,
+            [](const char* at, const Word& word) { return std::less<>()(at, word.narrow); });
         return *(after - 1);
     }
 
@@ -95,15 +95,15 @@ class Shadow {
 
 // What lasts from one call to the next; none before the first call and after the last one of a
 // scan.
-std::optional<Shadow> lastShadow;
+std::optional<NarrowCopy> lastCopy;
 
 int NextSwitch(int argc, WCHAR* const* argv, const WCHAR* shortOptions,
                const utils::option* longOptions, int* longIndex) {
-    if (!lastShadow || !lastShadow->IsOf(argc, argv)) {
-        lastShadow.emplace(argc, argv);
+    if (!lastCopy || !lastCopy->IsOf(argc, argv)) {
+        lastCopy.emplace(argc, argv);
         ::optind = 0;  // the C library's sign to start over
     }
-    Shadow& shadow = *lastShadow;
+    NarrowCopy& copy = *lastCopy;
 
     const std::string letters = Narrow(shortOptions);
     std::vector<std::string> names;
@@ -119,10 +119,10 @@ int NextSwitch(int argc, WCHAR* const* argv, const WCHAR* shortOptions,
 
     ::opterr = 0;
     const int result =
-        ::getopt_long(argc, shadow.Pointers(), letters.c_str(), table.data(), longIndex);
-    shadow.FollowPermutation();
-    utils::optarg = shadow.WidePlace(::optarg);
-    if (result == -1) lastShadow.reset();
+        ::getopt_long(argc, copy.Pointers(), letters.c_str(), table.data(), longIndex);
+    copy.FollowPermutation();
+    utils::optarg = copy.WidePosition(::optarg);
+    if (result == -1) lastCopy.reset();
     return result;
 }
 

@@ -4,17 +4,11 @@
 #include <openssl/kdf.h>
 #include <openssl/params.h>
 
-#include <memory>
-
 #include "client/utilsdll/crypto_context.h"
+#include "common/openssl_owner.h"
 
 namespace utilsdll {
 namespace {
-
-struct FreeKdf {
-    void operator()(EVP_KDF* kdf) const { EVP_KDF_free(kdf); }
-    void operator()(EVP_KDF_CTX* context) const { EVP_KDF_CTX_free(context); }
-};
 
 // The parameter only reads the bytes, although its type says otherwise.
 OSSL_PARAM ByteParameter(const char* name, Bytes bytes) {
@@ -27,8 +21,8 @@ bool Derive(const char* name, const OSSL_PARAM* parameters, std::size_t size,
             SecureBytes& derived) {
     const auto library = CryptoContext();
     if (!library) return false;
-    const std::unique_ptr<EVP_KDF, FreeKdf> kdf(EVP_KDF_fetch(*library, name, nullptr));
-    const std::unique_ptr<EVP_KDF_CTX, FreeKdf> context(EVP_KDF_CTX_new(kdf.get()));
+    const UniqueOpenSsl<EVP_KDF, EVP_KDF_free> kdf(EVP_KDF_fetch(*library, name, nullptr));
+    const UniqueOpenSsl<EVP_KDF_CTX, EVP_KDF_CTX_free> context(EVP_KDF_CTX_new(kdf.get()));
     SecureBytes bytes(size);
     if (!context || EVP_KDF_derive(context.get(), bytes.data(), size, parameters) != 1) {
         return false;

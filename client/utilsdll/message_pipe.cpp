@@ -69,13 +69,12 @@ extern "C" int MsgPipe_SendRecv(const WCHAR* pipe, DWORD cmdId, int param1, int 
             (replyBuffer == nullptr && capacity != 0)) {
             return MSGPIPE_BAD_ARGUMENTS;
         }
-        if (dataSize > MSGPIPE_MOST_PAYLOAD) return MSGPIPE_TOO_LARGE;
+        if (dataSize > MSGPIPE_MAX_PAYLOAD) return MSGPIPE_TOO_LARGE;
 
         // A reply that is larger than the caller's buffer does not fit this one either.
         const SecureBytes request = MakeMessage(
             {.cmdId = cmdId, .param1 = param1, .param2 = param2, .payloadSize = dataSize}, data);
-        SecureBytes message(sizeof(MessageHeader) +
-                            std::min<DWORD>(capacity, MSGPIPE_MOST_PAYLOAD));
+        SecureBytes message(sizeof(MessageHeader) + std::min<DWORD>(capacity, MSGPIPE_MAX_PAYLOAD));
         auto size = static_cast<DWORD>(message.size());
         const DWORD error = CallPipe(pipe, request.data(), static_cast<DWORD>(request.size()),
                                      message.data(), size, milliseconds, PipeServer::kTrusted);

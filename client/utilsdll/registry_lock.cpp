@@ -1,5 +1,7 @@
 #include "client/utilsdll/registry_lock.h"
 
+#include <product_registry.h>
+
 #include <atomic>
 #include <vector>
 
@@ -19,8 +21,7 @@ using NtQueryKeyFunction = LONG(WINAPI*)(HANDLE key, KEY_INFORMATION_CLASS what,
 namespace utilsdll {
 namespace {
 
-constexpr const WCHAR* kProductKey = TEXT("software\\Verdane\\Sentrel");
-constexpr const WCHAR* kLockKey = TEXT("software\\Verdane\\Sentrel\\SA_LOCK");
+constexpr const WCHAR* kLockKey = TEXT(SENTREL_PRODUCT_KEY "\\SA_LOCK");
 constexpr const WCHAR* kLockValue = TEXT("registry_locked");
 
 // --- Keys ---------------------------------------------------------------------------------------

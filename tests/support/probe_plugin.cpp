@@ -28,11 +28,11 @@ std::filesystem::path OwnPath() {
 }
 
 void LetTheTestLook() {
-    constexpr DWORD kLongestLook = 30'000;  // milliseconds
+    constexpr DWORD kMaxLook = 30'000;  // milliseconds
     const UniqueHandle called(
         OpenEventW(EVENT_MODIFY_STATE, FALSE, TEXT("Global\\SN_PROBE_CALLED")));
     const UniqueHandle goOn(OpenEventW(SYNCHRONIZE, FALSE, TEXT("Global\\SN_PROBE_GO_ON")));
-    if (called && goOn && SetEvent(called.get())) WaitForSingleObject(goOn.get(), kLongestLook);
+    if (called && goOn && SetEvent(called.get())) WaitForSingleObject(goOn.get(), kMaxLook);
 }
 
 int Tell(const WString& call) {

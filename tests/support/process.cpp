@@ -7,7 +7,7 @@
 using Clock = std::chrono::steady_clock;
 
 // A program that computes and writes nothing for that long while a test waits for it hangs.
-static constexpr std::chrono::seconds kLongestStandstill(20);
+static constexpr std::chrono::seconds kMaxStandstill(20);
 
 struct BackgroundProcess::Watch {
     explicit Watch(std::unique_ptr<ChildProcess> child) : process(std::move(child)) {}
@@ -28,7 +28,7 @@ struct BackgroundProcess::Watch {
             isOver = EndsWithin(std::chrono::milliseconds(5));
             const auto now = Clock::now();
             if (std::exchange(progress, Progress()) != progress) progressed = now;
-            if (now > limit || now > progressed + kLongestStandstill) isOver = true;
+            if (now > limit || now > progressed + kMaxStandstill) isOver = true;
             if (holds()) return true;
         }
         return false;
