@@ -1,5 +1,3 @@
-#include <variant>
-
 #include "reg_file.h"
 #include "tests/support/machine.h"
 
@@ -13,16 +11,13 @@ const std::string kKeyLine = "[HKEY_LOCAL_MACHINE\\Software\\Test]\r\n";
 
 // The line of a file's error; 0 when it has none.
 std::size_t ErrorLine(const std::string& bytes) {
-    const auto parsed = ParseRegFile(bytes);
-    const auto* error = std::get_if<RegFileError>(&parsed);
-    if (error == nullptr) return 0;
-    EXPECT_FALSE(error->what.empty());
-    return error->line;
-}
-
-std::vector<RegOperation> Operations(const std::string& bytes) {
-    EXPECT_EQ(ErrorLine(bytes), 0u);
-    return std::get<std::vector<RegOperation>>(ParseRegFile(bytes));
+    try {
+        ParseRegFile(bytes);
+        return 0;
+    } catch (const RegFileError& error) {
+        EXPECT_FALSE(error.what.empty());
+        return error.line;
+    }
 }
 
 std::string Utf16File(const std::string& text) {
@@ -43,16 +38,16 @@ TEST(RegFile, ReadsKeysValuesAndDeletionsInEveryEncoding) {
     std::erase(withLf, '\r');
     for (const std::string& file :
          {text, withLf, "\xEF\xBB\xBF" + text, Utf16File(text), Utf16File(withLf)}) {
-        const auto operations = Operations(file);
+        const auto operations = ParseRegFile(file);
         ASSERT_EQ(operations.size(), 5u);
         EXPECT_EQ(operations[0].action, RegAction::kOpenKey);
         EXPECT_EQ(operations[0].key.root, HKEY_LOCAL_MACHINE);
         EXPECT_EQ(operations[0].key.path, TEXT("Software\\A[1]"));
-        EXPECT_EQ(operations[1].name, TEXT(""));
-        EXPECT_EQ(operations[1].data.size(), 16u);
-        EXPECT_EQ(operations[2].name, TEXT("n\\a\"me"));
-        EXPECT_EQ(operations[2].type, static_cast<DWORD>(REG_DWORD));
-        EXPECT_EQ(operations[2].data, (Bytes{0x2A, 0, 0, 0}));
+        EXPECT_EQ(operations[1].value.name, TEXT(""));
+        EXPECT_EQ(operations[1].value.data.size(), 16u);
+        EXPECT_EQ(operations[2].value.name, TEXT("n\\a\"me"));
+        EXPECT_EQ(operations[2].value.type, static_cast<DWORD>(REG_DWORD));
+        EXPECT_EQ(operations[2].value.data, (Bytes{0x2A, 0, 0, 0}));
         EXPECT_EQ(operations[3].action, RegAction::kDeleteValue);
         EXPECT_EQ(operations[4].action, RegAction::kDeleteKey);
         EXPECT_EQ(operations[4].key.full, TEXT("HKEY_CURRENT_USER\\Software\\Größe"));
@@ -114,7 +109,7 @@ TEST_F(Snreg, ImportsAllOrNothingAndExportsWhatItImported) {
     EXPECT_EQ(Run({"export", "HKCU\\Software\\Test", copy}), done_);
     EXPECT_EQ(ReadWholeFile(copy), Utf16File(text));
     EXPECT_EQ(Run({"export", "HKCU\\Software\\Test\\Sub", copy}, 1),
-              "ERROR: The operation was canceled by the user.\n");
+              "ERROR: The file exists: give /y to go on.\n");
     EXPECT_EQ(ReadWholeFile(copy), Utf16File(text));
 
     WriteWholeFile(file, kStart +

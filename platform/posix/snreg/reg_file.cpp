@@ -1,7 +1,8 @@
 #include "reg_file.h"
 
 #include <algorithm>
-#include <optional>
+#include <cctype>
+#include <cstring>
 
 #include "common/format.h"
 
@@ -11,99 +12,59 @@ constexpr WStringView kFirstLine = TEXT("Windows Registry Editor Version 5.00");
 constexpr WStringView kLineEnd = TEXT("\r\n");
 constexpr std::string_view kUtf16Mark = "\xFF\xFE";
 constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
-constexpr std::size_t kWidth = 80;               // of a line with hex digits
-constexpr std::size_t kLargestData = 64u << 20;  // what the registry takes
+constexpr std::size_t kWidth = 80;           // of a line with hex digits
+constexpr std::size_t kMaxData = 64u << 20;  // what the registry takes
 
 bool IsBlank(WCHAR unit) {
     return unit == ' ' || unit == '\t';
 }
 
-int DigitOf(WCHAR unit) {
-    if (unit >= '0' && unit <= '9') return unit - '0';
-    if (unit >= 'a' && unit <= 'f') return unit - 'a' + 10;
-    if (unit >= 'A' && unit <= 'F') return unit - 'A' + 10;
-    return -1;
+bool IsHexDigit(WCHAR unit) {
+    return unit < 0x80 && std::isxdigit(unit) != 0;
 }
 
-void AppendUnit(std::vector<BYTE>& data, WCHAR unit) {
-    data.push_back(static_cast<BYTE>(unit & 0xFF));
-    data.push_back(static_cast<BYTE>(unit >> 8));
-}
-
-// --- Lines --------------------------------------------------------------------------------------
-
-void CutLineEnd(WString& line) {
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-}
-
-std::vector<WString> Utf16Lines(std::string_view bytes) {
-    if (bytes.size() % 2 != 0) throw RegFileError{1, "half a character at the end of the file"};
-    std::vector<WString> lines(1);
-    for (std::size_t i = 0; i < bytes.size(); i += 2) {
-        const auto low = static_cast<unsigned char>(bytes[i]);
-        const auto high = static_cast<unsigned char>(bytes[i + 1]);
-        const auto unit = static_cast<WCHAR>(low | high << 8);
-        if (unit == 0) throw RegFileError{lines.size(), "a null character"};
-        if (unit == '\n') {
-            CutLineEnd(lines.back());
-            lines.emplace_back();
-        } else {
-            lines.back() += unit;
-        }
+WString TextOfFile(std::string_view bytes) {
+    if (bytes.starts_with(kUtf16Mark)) {
+        if (bytes.size() % 2 != 0) throw RegFileError{1, "half a character at the end of the file"};
+        WString text((bytes.size() - kUtf16Mark.size()) / sizeof(WCHAR), WCHAR{0});
+        std::memcpy(text.data(), bytes.data() + kUtf16Mark.size(), text.size() * sizeof(WCHAR));
+        return text;
     }
-    CutLineEnd(lines.back());
-    return lines;
-}
-
-WString Utf8Line(std::string_view bytes, std::size_t number) {
-    if (bytes.find('\0') != std::string_view::npos) throw RegFileError{number, "a null character"};
-    if (bytes.empty()) return {};
-    if (bytes.size() > INT32_MAX) throw RegFileError{number, "the line is too long"};
-    const int size = static_cast<int>(bytes.size());
-    const int units =
-        MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, bytes.data(), size, nullptr, 0);
-    if (units <= 0) throw RegFileError{number, "text that is not UTF-8"};
-    WString line(static_cast<std::size_t>(units), WCHAR{0});
-    MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, bytes.data(), size, line.data(), units);
-    CutLineEnd(line);
-    return line;
-}
-
-std::vector<WString> Utf8Lines(std::string_view bytes) {
-    std::vector<WString> lines;
-    for (;;) {
-        const std::size_t end = bytes.find('\n');
-        lines.push_back(Utf8Line(bytes.substr(0, end), lines.size() + 1));
-        if (end == std::string_view::npos) return lines;
-        bytes.remove_prefix(end + 1);
-    }
-}
-
-std::vector<WString> LinesOf(std::string_view bytes) {
-    if (bytes.starts_with(kUtf16Mark)) return Utf16Lines(bytes.substr(kUtf16Mark.size()));
     if (bytes.starts_with(kUtf8Mark)) bytes.remove_prefix(kUtf8Mark.size());
-    return Utf8Lines(bytes);
+    WString text = Utf8ToWide(bytes);
+    const std::string read = WideToUtf8(text);
+    if (read == bytes) return text;
+    const auto* const wrong = std::ranges::mismatch(bytes, read).in1;
+    const auto lines = static_cast<std::size_t>(std::count(bytes.begin(), wrong, '\n'));
+    throw RegFileError{lines + 1, "text that is not UTF-8"};
 }
-
-// --- Reading ------------------------------------------------------------------------------------
 
 // Reads the lines from the first to the last; fails by throwing RegFileError.
 class Reader {
   public:
-    explicit Reader(std::vector<WString> lines) : lines_(std::move(lines)), rest_(lines_.front()) {}
+    explicit Reader(WString text) : text_(std::move(text)), unread_(text_) {}
 
     std::vector<RegOperation> ReadFile() {
-        ReadFirstLine();
+        NextLine();
+        if (!Skip(kFirstLine)) Fail("not a registry file of version 5.00");
+        ReadEnd();
         while (NextLine()) ReadLine();
         return std::move(operations_);
     }
 
   private:
-    [[noreturn]] void Fail(const char* what) const { throw RegFileError{line_ + 1, what}; }
+    [[noreturn]] void Fail(const char* what) const { throw RegFileError{line_, what}; }
 
+    // False at the end of the file.
     bool NextLine() {
-        if (++line_ >= lines_.size()) return false;
-        rest_ = lines_[line_];
+        if (isLast_) return false;
+        ++line_;
+        const std::size_t end = unread_.find(WCHAR{'\n'});
+        isLast_ = end == WStringView::npos;
+        rest_ = unread_.substr(0, end);
+        if (!isLast_) unread_.remove_prefix(end + 1);
+        if (rest_.ends_with(WCHAR{'\r'})) rest_.remove_suffix(1);
+        if (rest_.find(WCHAR{0}) != WStringView::npos) Fail("a null character");
         return true;
     }
     void SkipBlanks() {
@@ -111,18 +72,13 @@ class Reader {
     }
     bool AtEnd() const { return rest_.empty() || rest_.front() == ';'; }
     bool Skip(WStringView text) {
-        if (!EqualWithoutCase(rest_.substr(0, text.size()), text)) return false;
+        if (!EqualIgnoringCase(rest_.substr(0, text.size()), text)) return false;
         rest_.remove_prefix(text.size());
         return true;
     }
     void ReadEnd() {
         SkipBlanks();
         if (!AtEnd()) Fail("unexpected text at the end of the line");
-    }
-
-    void ReadFirstLine() {
-        if (!Skip(kFirstLine)) Fail("not a registry file of version 5.00");
-        ReadEnd();
     }
 
     void ReadLine() {
@@ -151,23 +107,26 @@ class Reader {
 
     void ReadValue() {
         // 1. The name.
-        RegOperation value{RegAction::kSetValue, {}};
+        RegOperation operation{RegAction::kSetValue, {}};
+        RegValue& value = operation.value;
         if (!Skip(TEXT("@"))) value.name = ReadText();
-        if (value.name.size() > kLongestValueName) Fail("the name of the value is too long");
+        if (value.name.size() > kMaxValueName) Fail("the name of the value is too long");
         if (!inKey_) Fail("a value without a key");
         SkipBlanks();
         if (!Skip(TEXT("="))) Fail("a value without \"=\"");
         SkipBlanks();
         // 2. The data.
         if (Skip(TEXT("-"))) {
-            value.action = RegAction::kDeleteValue;
+            operation.action = RegAction::kDeleteValue;
         } else if (rest_.starts_with(WCHAR{'"'})) {
             value.type = REG_SZ;
-            for (const WCHAR unit : ReadText()) AppendUnit(value.data, unit);
-            AppendUnit(value.data, 0);
+            value.data = TextData(ReadText());
         } else if (Skip(TEXT("dword:"))) {
+            SkipBlanks();
+            const DWORD number = ReadNumber();
             value.type = REG_DWORD;
-            ReadDword(value.data);
+            value.data.resize(sizeof number);
+            std::memcpy(value.data.data(), &number, sizeof number);
         } else if (Skip(TEXT("hex:"))) {
             value.type = REG_BINARY;
             ReadBytes(value.data);
@@ -178,10 +137,10 @@ class Reader {
         } else {
             Fail("unknown form of data");
         }
-        if (value.data.size() > kLargestData) Fail("the data is too large");
+        if (value.data.size() > kMaxData) Fail("the data is too large");
         // 3. Nothing but a comment.
         ReadEnd();
-        operations_.push_back(std::move(value));
+        operations_.push_back(std::move(operation));
     }
 
     WString ReadText() {
@@ -201,20 +160,12 @@ class Reader {
 
     // One to eight hexadecimal digits.
     DWORD ReadNumber() {
-        DWORD number = 0;
-        int digits = 0;
-        for (; !rest_.empty() && DigitOf(rest_.front()) >= 0; rest_.remove_prefix(1), ++digits) {
-            number = number << 4 | static_cast<DWORD>(DigitOf(rest_.front()));
+        std::string digits;
+        for (; !rest_.empty() && IsHexDigit(rest_.front()); rest_.remove_prefix(1)) {
+            digits += static_cast<char>(rest_.front());
         }
-        if (digits < 1 || digits > 8) Fail("one to eight hexadecimal digits expected");
-        return number;
-    }
-
-    void ReadDword(std::vector<BYTE>& data) {
-        SkipBlanks();
-        const DWORD number = ReadNumber();
-        for (int shift = 0; shift < 32; shift += 8)
-            data.push_back(static_cast<BYTE>(number >> shift));
+        if (digits.empty() || digits.size() > 8) Fail("one to eight hexadecimal digits expected");
+        return static_cast<DWORD>(std::stoul(digits, nullptr, 16));
     }
 
     // Bytes with commas between them. A backslash at the end of a line goes on in the next one.
@@ -225,10 +176,7 @@ class Reader {
             if (Skip(TEXT("\\"))) {
                 SkipBlanks();
                 if (!rest_.empty()) Fail("a backslash within a line");
-                if (!NextLine()) {
-                    --line_;
-                    Fail("the file ends within a value");
-                }
+                if (!NextLine()) Fail("the file ends within a value");
             } else if (AtEnd()) {
                 return;
             } else if (needsComma) {
@@ -243,14 +191,14 @@ class Reader {
         }
     }
 
-    std::vector<WString> lines_;
-    std::size_t line_ = 0;
-    WStringView rest_;  // of the line
+    const WString text_;
+    WStringView unread_;    // the lines behind the present one
+    WStringView rest_;      // of the present line
+    std::size_t line_ = 0;  // its number
+    bool isLast_ = false;
     bool inKey_ = false;
     std::vector<RegOperation> operations_;
 };
-
-// --- Writing ------------------------------------------------------------------------------------
 
 void AppendQuoted(WString& out, WStringView text) {
     out += WCHAR{'"'};
@@ -263,15 +211,11 @@ void AppendQuoted(WString& out, WStringView text) {
 
 // The text of data that is one terminated text and nothing else; nothing for other data.
 std::optional<WString> TextOf(const std::vector<BYTE>& data) {
-    if (data.size() < 2 || data.size() % 2 != 0) return std::nullopt;
-    WString text;
-    for (std::size_t i = 0; i < data.size(); i += 2) {
-        text += static_cast<WCHAR>(data[i] | data[i + 1] << 8);
-    }
-    if (text.back() != 0) return std::nullopt;
-    text.pop_back();
-    if (!FitsRegFile(text)) return std::nullopt;
-    return text;
+    WString text(data.size() / sizeof(WCHAR), WCHAR{0});
+    std::memcpy(text.data(), data.data(), text.size() * sizeof(WCHAR));
+    if (!text.empty()) text.pop_back();
+    const bool isText = TextData(text) == data && FitsRegFile(text);
+    return isText ? std::optional(text) : std::nullopt;
 }
 
 void AppendBytes(WString& line, const std::vector<BYTE>& data) {
@@ -287,53 +231,44 @@ void AppendBytes(WString& line, const std::vector<BYTE>& data) {
     }
 }
 
+WString ValueLine(const RegValue& value) {
+    WString line;
+    if (value.name.empty()) {
+        line = TEXT("@");
+    } else {
+        AppendQuoted(line, value.name);
+    }
+    line += WCHAR{'='};
+    const auto text = value.type == REG_SZ ? TextOf(value.data) : std::nullopt;
+    DWORD number = 0;
+    if (text) {
+        AppendQuoted(line, *text);
+    } else if (value.type == REG_DWORD && value.data.size() == sizeof number) {
+        std::memcpy(&number, value.data.data(), sizeof number);
+        line += FormatWide(TEXT("dword:%08x"), number);
+    } else {
+        line += value.type == REG_BINARY ? WString(TEXT("hex:"))
+                                         : FormatWide(TEXT("hex(%x):"), value.type);
+        AppendBytes(line, value.data);
+    }
+    return line.append(kLineEnd);
+}
+
 }  // namespace
 
-std::variant<std::vector<RegOperation>, RegFileError> ParseRegFile(std::string_view bytes) {
-    try {
-        return Reader(LinesOf(bytes)).ReadFile();
-    } catch (const RegFileError& error) {
-        return error;
-    }
+std::vector<RegOperation> ParseRegFile(std::string_view bytes) {
+    return Reader(TextOfFile(bytes)).ReadFile();
 }
 
 WString RegFileStart() {
     return WString(kFirstLine).append(kLineEnd).append(kLineEnd);
 }
 
-WString RegKeyLine(WStringView fullName) {
-    WString line(1, WCHAR{'['});
-    return line.append(fullName).append(TEXT("]")).append(kLineEnd);
-}
-
-WString RegValueLine(WStringView name, DWORD type, const std::vector<BYTE>& data) {
-    WString line;
-    if (name.empty()) {
-        line = TEXT("@");
-    } else {
-        AppendQuoted(line, name);
-    }
-    line += WCHAR{'='};
-    const auto text = type == REG_SZ ? TextOf(data) : std::nullopt;
-    if (text) {
-        AppendQuoted(line, *text);
-    } else if (type == REG_DWORD && data.size() == sizeof(DWORD)) {
-        DWORD number = 0;
-        for (std::size_t i = sizeof(DWORD); i-- > 0;) number = number << 8 | data[i];
-        line += FormatWide(TEXT("dword:%08x"), number);
-    } else {
-        if (type == REG_BINARY) {
-            line += TEXT("hex:");
-        } else {
-            line += FormatWide(TEXT("hex(%x):"), type);
-        }
-        AppendBytes(line, data);
-    }
-    return line.append(kLineEnd);
-}
-
-WString RegKeyEnd() {
-    return WString(kLineEnd);
+WString RegKeyText(WStringView fullName, const std::vector<RegValue>& values) {
+    WString text(1, WCHAR{'['});
+    text.append(fullName).append(TEXT("]")).append(kLineEnd);
+    for (const RegValue& value : values) text += ValueLine(value);
+    return text.append(kLineEnd);
 }
 
 bool FitsRegFile(WStringView name) {
@@ -343,9 +278,11 @@ bool FitsRegFile(WStringView name) {
 
 std::string RegFileBytes(WStringView text) {
     std::string bytes(kUtf16Mark);
-    for (const WCHAR unit : text) {
-        bytes += static_cast<char>(unit & 0xFF);
-        bytes += static_cast<char>(unit >> 8);
-    }
-    return bytes;
+    return bytes.append(reinterpret_cast<const char*>(text.data()), text.size() * sizeof(WCHAR));
+}
+
+std::vector<BYTE> TextData(WStringView text) {
+    std::vector<BYTE> data((text.size() + 1) * sizeof(WCHAR));
+    std::memcpy(data.data(), text.data(), text.size() * sizeof(WCHAR));
+    return data;
 }

@@ -2,12 +2,9 @@
 // ended by CR LF or LF. Nothing here reads or writes files or the registry.
 #pragma once
 
-#include <string>
 #include <string_view>
-#include <variant>
-#include <vector>
 
-#include "key_name.h"
+#include "registry_access.h"
 
 // What a file asks for, in its order. A value operation belongs to the kOpenKey before it.
 enum class RegAction {
@@ -19,10 +16,8 @@ enum class RegAction {
 
 struct RegOperation {
     RegAction action;
-    KeyName key;            // of key operations
-    WString name{};         // of value operations; empty: the default value
-    DWORD type = REG_NONE;  // of kSetValue
-    std::vector<BYTE> data{};
+    KeyName key;       // of key operations
+    RegValue value{};  // of value operations; an empty name: the default value
 };
 
 struct RegFileError {
@@ -30,20 +25,20 @@ struct RegFileError {
     std::string what;
 };
 
-// Reads a whole file: all of its operations, or its first error. Text values get their terminator.
+// Reads a whole file; throws its first error as RegFileError. Text values get their terminator.
 // Comments (;) may stand on lines of their own and after keys and values. Text goes to the end of
 // its line at most; other text, and data whose size does not fit its type, stands as hex(type):.
-std::variant<std::vector<RegOperation>, RegFileError> ParseRegFile(std::string_view bytes);
+std::vector<RegOperation> ParseRegFile(std::string_view bytes);
 
-// The pieces of a file, each with its line ends: the first line, then for every key its line, its
-// values and an empty line.
+// The text of a file: its start, then each key with its values.
 WString RegFileStart();
-WString RegKeyLine(WStringView fullName);
-WString RegValueLine(WStringView name, DWORD type, const std::vector<BYTE>& data);
-WString RegKeyEnd();
+WString RegKeyText(WStringView fullName, const std::vector<RegValue>& values);
 
 // True for names that a file can hold: they have no line ends and no null characters.
 bool FitsRegFile(WStringView name);
 
 // The bytes of a file with this text: UTF-16LE with its mark.
 std::string RegFileBytes(WStringView text);
+
+// Text as a value holds it, with its terminator.
+std::vector<BYTE> TextData(WStringView text);

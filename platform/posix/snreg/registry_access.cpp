@@ -1,14 +1,52 @@
 #include "registry_access.h"
 
-#include <shlwapi.h>
+#include <algorithm>
 
 namespace {
+
+struct Root {
+    WStringView name;
+    WStringView shortName;
+    HKEY key;
+};
+
+const Root kRoots[] = {
+    {TEXT("HKEY_LOCAL_MACHINE"), TEXT("HKLM"), HKEY_LOCAL_MACHINE},
+    {TEXT("HKEY_CURRENT_USER"), TEXT("HKCU"), HKEY_CURRENT_USER},
+    {TEXT("HKEY_CLASSES_ROOT"), TEXT("HKCR"), HKEY_CLASSES_ROOT},
+    {TEXT("HKEY_USERS"), TEXT("HKU"), HKEY_USERS},
+};
+
+bool IsPath(WStringView path) {
+    std::size_t depth = 0;
+    while (!path.empty()) {
+        const std::size_t end = std::min(path.find(WCHAR{'\\'}), path.size());
+        if (end == 0 || end > kMaxKeyName || ++depth > kMaxKeyDepth) return false;
+        path.remove_prefix(std::min(end + 1, path.size()));
+    }
+    return true;
+}
+
+}  // namespace
+
+std::optional<KeyName> ParseKeyName(WStringView text, RootForms forms) {
+    const std::size_t end = std::min(text.find(WCHAR{'\\'}), text.size());
+    const WStringView rootName = text.substr(0, end);
+    WStringView path = text.substr(std::min(end + 1, text.size()));
+    while (!path.empty() && path.back() == '\\') path.remove_suffix(1);
+    const auto* const root = std::ranges::find_if(kRoots, [&](const Root& known) {
+        return EqualIgnoringCase(rootName, known.name) ||
+               (forms == RootForms::kLongAndShort && EqualIgnoringCase(rootName, known.shortName));
+    });
+    if (root == std::end(kRoots) || !IsPath(path)) return std::nullopt;
+    KeyName name{root->key, WString(path), WString(root->name)};
+    if (!path.empty()) (name.full += WCHAR{'\\'}) += path;
+    return name;
+}
 
 void Check(LSTATUS code) {
     if (code != ERROR_SUCCESS) throw RegistryError{code};
 }
-
-}  // namespace
 
 UniqueRegKey OpenKey(HKEY parent, const WString& path, REGSAM rights) {
     UniqueRegKey key;
@@ -23,13 +61,9 @@ UniqueRegKey CreateKey(HKEY parent, const WString& path) {
     return key;
 }
 
-void DeleteTree(const KeyName& key) {
-    Check(SHDeleteKeyW(key.root, key.path.c_str()));
-}
-
 std::vector<RegValue> ValuesOf(HKEY key) {
     std::vector<RegValue> values;
-    std::vector<WCHAR> name(kLongestValueName + 1);
+    std::vector<WCHAR> name(kMaxValueName + 1);
     std::vector<BYTE> data(4096);
     for (;;) {
         RegValue value;
@@ -52,8 +86,8 @@ std::vector<RegValue> ValuesOf(HKEY key) {
 std::vector<WString> SubkeysOf(HKEY key) {
     std::vector<WString> names;
     for (;;) {
-        WCHAR name[kLongestKeyName + 1];
-        DWORD length = kLongestKeyName + 1;
+        WCHAR name[kMaxKeyName + 1];
+        DWORD length = kMaxKeyName + 1;
         const LSTATUS result = RegEnumKeyExW(key, static_cast<DWORD>(names.size()), name, &length,
                                              nullptr, nullptr, nullptr, nullptr);
         if (result == ERROR_NO_MORE_ITEMS) return names;
@@ -63,25 +97,13 @@ std::vector<WString> SubkeysOf(HKEY key) {
 }
 
 std::optional<RegValue> FindValue(HKEY key, const WString& name) {
-    RegValue value{name, REG_NONE, {}};
-    DWORD size = 0;
-    for (;;) {
-        value.data.resize(size);
-        const LSTATUS result = RegQueryValueExW(key, name.c_str(), nullptr, &value.type,
-                                                size == 0 ? nullptr : value.data.data(), &size);
-        if (result == ERROR_FILE_NOT_FOUND) return std::nullopt;
-        if (result != ERROR_MORE_DATA) Check(result);
-        if (result == ERROR_SUCCESS && size <= value.data.size()) break;
-    }
-    value.data.resize(size);
-    return value;
+    const std::vector<RegValue> values = ValuesOf(key);
+    const auto found = std::ranges::find_if(
+        values, [&](const RegValue& value) { return EqualIgnoringCase(value.name, name); });
+    return found == values.end() ? std::nullopt : std::optional(*found);
 }
 
 void SetValue(HKEY key, const RegValue& value) {
     Check(RegSetValueExW(key, value.name.c_str(), 0, value.type, value.data.data(),
                          static_cast<DWORD>(value.data.size())));
-}
-
-void DeleteValue(HKEY key, const WString& name) {
-    Check(RegDeleteValueW(key, name.c_str()));
 }
