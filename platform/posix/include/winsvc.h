@@ -1,6 +1,7 @@
 // The service manager. The machine's services are the keys below
 // HKEY_LOCAL_MACHINE\SYSTEM\CurrentControlSet\Services. Here a service runs from its start to its
-// stop as far as every process of the machine can see, but no program is started for it.
+// stop as far as every process of the machine can see - its key has a value "IsRunning" meanwhile -
+// but no program is started for it.
 //
 // Everybody may ask for a service's state; what changes something is the administrator's
 // (ERROR_ACCESS_DENIED). A handle can do what it was opened for (ERROR_ACCESS_DENIED). Names
@@ -43,7 +44,7 @@ WINAPI_EXPORT SC_HANDLE WINAPI OpenSCManagerW(LPCWSTR lpMachineName, LPCWSTR lpD
 WINAPI_EXPORT SC_HANDLE WINAPI OpenServiceW(SC_HANDLE hSCManager, LPCWSTR lpServiceName,
                                             DWORD dwDesiredAccess);
 // Makes a service and opens it. ERROR_SERVICE_EXISTS. Load groups, tags, dependencies and accounts
-// are not supported.
+// are not supported; names to show, programs and ways to start are not kept.
 WINAPI_EXPORT SC_HANDLE WINAPI CreateServiceW(SC_HANDLE hSCManager, LPCWSTR lpServiceName,
                                               LPCWSTR lpDisplayName, DWORD dwDesiredAccess,
                                               DWORD dwServiceType, DWORD dwStartType,
