@@ -10,9 +10,9 @@ extern "C" {
 WINAPI_EXPORT DWORD WINAPI GetProcessImageFileNameW(HANDLE hProcess, LPWSTR lpImageFileName,
                                                     DWORD nSize);
 
-// The modules of a process, its program first, as the addresses where they lie in it. *lpcbNeeded
-// becomes the bytes of the whole list, of which as many as fit are stored. The handle needs the
-// rights to query information and to read memory, here and below.
+// The modules of a process, of which its program alone is told: a value for the call below, not an
+// address. *lpcbNeeded becomes the bytes of the whole list. The handle needs the rights to query
+// information and to read memory, here and below.
 WINAPI_EXPORT BOOL WINAPI EnumProcessModules(HANDLE hProcess, HMODULE* lphModule, DWORD cb,
                                              LPDWORD lpcbNeeded);
 // The path of such a module; null names the program. Returns its length; in a small buffer it is

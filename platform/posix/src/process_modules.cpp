@@ -1,10 +1,7 @@
 #include <psapi.h>
 
 #include <algorithm>
-#include <set>
-#include <sstream>
 #include <string>
-#include <vector>
 
 #include "last_error.h"
 #include "process_object.h"
@@ -13,51 +10,8 @@
 namespace platform {
 namespace {
 
-struct Module {
-    HMODULE base;
-    std::string path;
-};
-
-// One line of a process's "maps" file: "start-end rights offset device file path".
-struct Mapping {
-    ULONG_PTR start = 0;
-    bool isExecutable = false;
-    std::string path;
-};
-
-Mapping ReadMapping(const std::string& line) {
-    Mapping mapping;
-    std::istringstream fields(line);
-    std::string range, rights, offset, device, file;
-    fields >> range >> rights >> offset >> device >> file >> std::ws;
-    std::getline(fields, mapping.path);
-    mapping.start = std::stoull(range, nullptr, 16);
-    mapping.isExecutable = rights.size() > 2 && rights[2] == 'x';
-    return mapping;
-}
-
-// Every file of which a process has code mapped, at the lowest address where it lies; the program
-// first.
-std::vector<Module> ListModules(const ProcessFolder& process) {
-    std::vector<Module> modules;
-    std::set<std::string> withCode;
-    std::istringstream maps(process.Read("maps"));
-    for (std::string line; std::getline(maps, line);) {
-        const Mapping mapping = ReadMapping(line);
-        if (!mapping.path.starts_with('/')) continue;
-        if (mapping.isExecutable) withCode.insert(mapping.path);
-        const auto isSame = [&](const Module& module) { return module.path == mapping.path; };
-        if (std::none_of(modules.begin(), modules.end(), isSame)) {
-            modules.push_back({reinterpret_cast<HMODULE>(mapping.start), mapping.path});
-        }
-    }
-    std::erase_if(modules, [&](const Module& module) { return !withCode.contains(module.path); });
-    const std::string program = process.ProgramPath();
-    std::stable_partition(modules.begin(), modules.end(), [&](const Module& module) {
-        return module.path == program || module.path == program + " (deleted)";
-    });
-    return modules;
-}
+// What EnumProcessModules tells of a process: its program. It is no address.
+const HMODULE kProgramModule = reinterpret_cast<HMODULE>(LONG_PTR{4});
 
 DWORD NoText(DWORD error) {
     Fail(error);
@@ -95,12 +49,9 @@ BOOL WINAPI EnumProcessModules(HANDLE hProcess, HMODULE* lphModule, DWORD cb, LP
     if (lpcbNeeded == nullptr) return Fail(ERROR_INVALID_PARAMETER);
     const auto process = platform::ReadableProcess(hProcess);
     if (!process) return FALSE;
-    const auto modules = platform::ListModules(process->Folder());
-    if (modules.empty()) return Fail(ERROR_ACCESS_DENIED);
-    *lpcbNeeded = static_cast<DWORD>(modules.size() * sizeof(HMODULE));
-    for (std::size_t i = 0; i < std::min(modules.size(), cb / sizeof(HMODULE)); ++i) {
-        lphModule[i] = modules[i].base;
-    }
+    if (process->Folder().ProgramPath().empty()) return Fail(ERROR_ACCESS_DENIED);
+    *lpcbNeeded = sizeof(HMODULE);
+    if (cb >= sizeof(HMODULE)) *lphModule = platform::kProgramModule;
     return TRUE;
 }
 
@@ -109,13 +60,10 @@ DWORD WINAPI GetModuleFileNameExW(HANDLE hProcess, HMODULE hModule, LPWSTR lpFil
     const auto process = platform::ReadableProcess(hProcess);
     if (!process) return 0;
     if (lpFilename == nullptr || nSize == 0) return platform::NoText(ERROR_INVALID_PARAMETER);
-    const auto modules = platform::ListModules(process->Folder());
-    const auto found =
-        std::find_if(modules.begin(), modules.end(), [&](const platform::Module& module) {
-            return hModule == nullptr || module.base == hModule;
-        });
-    if (found == modules.end()) return platform::NoText(ERROR_INVALID_HANDLE);
-    const std::u16string path = platform::WideOf(found->path);
+    const std::u16string path = platform::WideOf(process->Folder().ProgramPath());
+    if (path.empty() || (hModule != nullptr && hModule != platform::kProgramModule)) {
+        return platform::NoText(ERROR_INVALID_HANDLE);
+    }
     const std::size_t length = std::min<std::size_t>(path.size(), nSize - 1);
     std::copy_n(path.data(), length, lpFilename);
     lpFilename[length] = 0;
