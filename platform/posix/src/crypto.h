@@ -4,7 +4,6 @@
 
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
-#include <openssl/kdf.h>
 
 #include <array>
 #include <cstddef>
@@ -38,7 +37,5 @@ struct OpenSslDeleter {
 };
 using CipherPointer = std::unique_ptr<EVP_CIPHER, OpenSslDeleter<EVP_CIPHER_free>>;
 using CipherContextPointer = std::unique_ptr<EVP_CIPHER_CTX, OpenSslDeleter<EVP_CIPHER_CTX_free>>;
-using KdfPointer = std::unique_ptr<EVP_KDF, OpenSslDeleter<EVP_KDF_free>>;
-using KdfContextPointer = std::unique_ptr<EVP_KDF_CTX, OpenSslDeleter<EVP_KDF_CTX_free>>;
 
 }  // namespace platform

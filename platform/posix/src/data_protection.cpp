@@ -1,26 +1,21 @@
-// CryptProtectData and CryptUnprotectData. A protected blob, version 1:
+// CryptProtectData and CryptUnprotectData. A protected blob, version 2:
 //
 //   offset  size
 //   0       4     "SNDP"
-//   4       1     version, 1
+//   4       1     version, 2
 //   5       1     scope: 0 machine, 1 user
-//   6       2     zero
-//   8       4     size of the description in bytes, least significant byte first
-//   12      16    random salt
-//   28      12    random nonce
-//   40      n     description (UTF-16, no terminator) and data, encrypted with AES-256-GCM
-//   40 + n  16    tag, over the first 40 bytes as well
+//   6       28    random salt; its first 12 bytes are the nonce, too
+//   34      n     data, encrypted with AES-256-GCM
+//   34 + n  16    tag, over the first 34 bytes as well
 //
-// The key of a blob is HKDF-SHA256(key of the scope followed by the caller's entropy, salt).
+// The key of a blob is HMAC-SHA256(key of the scope, salt followed by the caller's entropy).
 #include <dpapi.h>
-#include <openssl/core_names.h>
-#include <openssl/params.h>
 #include <winbase.h>
 
-#include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <limits>
-#include <string_view>
+#include <memory>
 #include <vector>
 
 #include "crypto.h"
@@ -31,158 +26,72 @@ namespace platform {
 namespace {
 
 struct BlobHeader {
-    BYTE magic[4];
-    BYTE version;
-    BYTE scope;
-    BYTE zero[2];
-    BYTE descriptionSize[4];
-    BYTE salt[16];
-    BYTE nonce[12];
+    BYTE magic[4] = {'S', 'N', 'D', 'P'};
+    BYTE version = 2;
+    BYTE scope = 0;
+    BYTE salt[28] = {};
 };
-static_assert(sizeof(BlobHeader) == 40);
+static_assert(sizeof(BlobHeader) == 34);
 
-constexpr BYTE kMagic[4] = {'S', 'N', 'D', 'P'};
-constexpr BYTE kVersion = 1;
-constexpr std::size_t kTagSize = 16;
-constexpr std::size_t kOverhead = sizeof(BlobHeader) + kTagSize;
-constexpr char kKeyPurpose[] = "data protection blob, version 1";
+constexpr int kTagSize = 16;
+constexpr DWORD kOverhead = sizeof(BlobHeader) + kTagSize;
+constexpr DWORD kMaxSize = std::numeric_limits<int>::max() - kOverhead;  // the cipher counts in int
 
-BlobHeader NewHeader(ProtectionScope scope, std::size_t descriptionSize) {
-    BlobHeader header{};
-    std::copy(std::begin(kMagic), std::end(kMagic), header.magic);
-    header.version = kVersion;
-    header.scope = static_cast<BYTE>(scope);
-    for (unsigned i = 0; i < 4; ++i) {
-        header.descriptionSize[i] = static_cast<BYTE>(descriptionSize >> (8 * i));
-    }
-    FillRandom(header.salt, sizeof header.salt);
-    FillRandom(header.nonce, sizeof header.nonce);
-    return header;
-}
+enum class Direction { kDecrypt = 0, kEncrypt = 1 };
 
-std::size_t DescriptionSize(const BlobHeader& header) {
-    std::size_t size = 0;
-    for (unsigned i = 0; i < 4; ++i) {
-        size |= static_cast<std::size_t>(header.descriptionSize[i]) << (8 * i);
-    }
-    return size;
-}
-
-// Takes the header of a blob; false when it cannot be one that this version made.
-bool ReadHeader(const DATA_BLOB& blob, BlobHeader& header) {
-    if (blob.pbData == nullptr || blob.cbData < kOverhead) return false;
-    std::memcpy(&header, blob.pbData, sizeof header);
-    const std::size_t descriptionSize = DescriptionSize(header);
-    return std::equal(std::begin(kMagic), std::end(kMagic), header.magic) &&
-           header.version == kVersion &&
-           header.scope <= static_cast<BYTE>(ProtectionScope::kUser) &&
-           descriptionSize % sizeof(WCHAR) == 0 && descriptionSize <= blob.cbData - kOverhead;
-}
-
-bool DeriveBlobKey(const ProtectionKey& scopeKey, const DATA_BLOB* entropy, BlobHeader& header,
-                   SecretKey<32>& key) {
+bool DeriveKey(const ProtectionKey& scopeKey, const BlobHeader& header, const DATA_BLOB* entropy,
+               ProtectionKey& key) {
     const std::size_t entropySize = entropy == nullptr ? 0 : entropy->cbData;
-    // Room for all at once: a vector that grew would leave the key behind.
-    std::vector<BYTE> input;
-    input.reserve(scopeKey.size() + entropySize);
-    input.assign(scopeKey.begin(), scopeKey.end());
-    if (entropySize > 0) input.insert(input.end(), entropy->pbData, entropy->pbData + entropySize);
-
-    char digest[] = "SHA256";
-    std::string_view purpose(kKeyPurpose);
-    const OSSL_PARAM parameters[] = {
-        OSSL_PARAM_construct_utf8_string(OSSL_KDF_PARAM_DIGEST, digest, 0),
-        OSSL_PARAM_construct_octet_string(OSSL_KDF_PARAM_KEY, input.data(), input.size()),
-        OSSL_PARAM_construct_octet_string(OSSL_KDF_PARAM_SALT, header.salt, sizeof header.salt),
-        OSSL_PARAM_construct_octet_string(OSSL_KDF_PARAM_INFO, const_cast<char*>(purpose.data()),
-                                          purpose.size()),
-        OSSL_PARAM_construct_end()};
-    const KdfPointer kdf(EVP_KDF_fetch(CryptoContext(), "HKDF", nullptr));
-    const KdfContextPointer context(kdf ? EVP_KDF_CTX_new(kdf.get()) : nullptr);
-    const bool derived =
-        context && EVP_KDF_derive(context.get(), key.data(), key.size(), parameters) == 1;
-    OPENSSL_cleanse(input.data(), input.size());
-    return derived;
+    std::vector<BYTE> message(sizeof header.salt + entropySize);
+    std::memcpy(message.data(), header.salt, sizeof header.salt);
+    if (entropySize > 0) {
+        std::memcpy(message.data() + sizeof header.salt, entropy->pbData, entropySize);
+    }
+    const bool isMade = EVP_Q_mac(CryptoContext(), "HMAC", nullptr, "SHA256", nullptr,
+                                  scopeKey.data(), scopeKey.size(), message.data(), message.size(),
+                                  key.data(), key.size(), nullptr) != nullptr;
+    OPENSSL_cleanse(message.data(), message.size());
+    return isMade;
 }
 
-// One blob's authenticated cipher; the header is authenticated with the content.
-class BlobCipher {
-  public:
-    enum Direction { kDecrypt = 0, kEncrypt = 1 };
-
-    BlobCipher(Direction direction, const SecretKey<32>& key, const BlobHeader& header)
-        : context_(EVP_CIPHER_CTX_new()) {
-        const CipherPointer cipher(EVP_CIPHER_fetch(CryptoContext(), "AES-256-GCM", nullptr));
-        ok_ = cipher && context_ &&
-              EVP_CipherInit_ex2(context_.get(), cipher.get(), key.data(), header.nonce, direction,
-                                 nullptr) == 1;
-        BYTE bytes[sizeof header];
-        std::memcpy(bytes, &header, sizeof header);
-        Update(nullptr, bytes, sizeof bytes);
-    }
-
-    void Transform(BYTE* output, const BYTE* input, std::size_t size) {
-        constexpr std::size_t kPiece = std::size_t{1} << 26;  // the cipher counts in int
-        for (std::size_t done = 0; done < size; done += kPiece) {
-            Update(output + done, input + done, std::min(kPiece, size - done));
-        }
-    }
-
-    // The end of an encryption: stores the tag.
-    bool Seal(BYTE* tag) {
-        Finish();
-        return ok_ &&
-               EVP_CIPHER_CTX_ctrl(context_.get(), EVP_CTRL_AEAD_GET_TAG, int{kTagSize}, tag) == 1;
-    }
-
-    // The end of a decryption: true when nothing was changed since the encryption.
-    bool Verify(const BYTE* tag) {
-        ok_ = ok_ && EVP_CIPHER_CTX_ctrl(context_.get(), EVP_CTRL_AEAD_SET_TAG, int{kTagSize},
-                                         const_cast<BYTE*>(tag)) == 1;
-        Finish();
-        return ok_;
-    }
-
-  private:
-    void Update(BYTE* output, const BYTE* input, std::size_t size) {
+// Encrypts and makes the tag, or decrypts and checks it; the header is authenticated with the data.
+bool Transform(Direction direction, const ProtectionKey& key, const BlobHeader& header,
+               const BYTE* input, DWORD size, BYTE* output, BYTE* tag) {
+    const CipherPointer cipher(EVP_CIPHER_fetch(CryptoContext(), "AES-256-GCM", nullptr));
+    const CipherContextPointer context(EVP_CIPHER_CTX_new());
+    const auto update = [&](BYTE* to, const void* from, std::size_t bytes) {
         int written = 0;
-        ok_ = ok_ && EVP_CipherUpdate(context_.get(), output, &written, input,
-                                      static_cast<int>(size)) == 1;
-    }
-
-    void Finish() {
-        BYTE none[1];
-        int written = 0;
-        ok_ = ok_ && EVP_CipherFinal_ex(context_.get(), none, &written) == 1;
-    }
-
-    CipherContextPointer context_;
-    bool ok_ = false;
-};
+        return bytes == 0 ||
+               EVP_CipherUpdate(context.get(), to, &written, static_cast<const BYTE*>(from),
+                                static_cast<int>(bytes)) == 1;
+    };
+    const auto exchangeTag = [&](Direction when, int command) {
+        return when != direction || EVP_CIPHER_CTX_ctrl(context.get(), command, kTagSize, tag) == 1;
+    };
+    BYTE none[1];
+    int written = 0;
+    return cipher && context &&
+           EVP_CipherInit_ex2(context.get(), cipher.get(), key.data(), header.salt,
+                              static_cast<int>(direction), nullptr) == 1 &&
+           exchangeTag(Direction::kDecrypt, EVP_CTRL_AEAD_SET_TAG) &&
+           update(nullptr, &header, sizeof header) && update(output, input, size) &&
+           EVP_CipherFinal_ex(context.get(), none, &written) == 1 &&
+           exchangeTag(Direction::kEncrypt, EVP_CTRL_AEAD_GET_TAG);
+}
 
 // Memory for the caller, wiped and freed unless it is handed out.
-class LocalMemory {
-  public:
-    explicit LocalMemory(std::size_t size)
-        : bytes_(static_cast<BYTE*>(LocalAlloc(LMEM_FIXED, size))), size_(size) {}
-    LocalMemory(const LocalMemory&) = delete;
-    LocalMemory& operator=(const LocalMemory&) = delete;
-    ~LocalMemory() {
-        if (bytes_ == nullptr) return;
-        OPENSSL_cleanse(bytes_, size_);
-        LocalFree(bytes_);
+struct WipeAndFree {
+    std::size_t size;
+    void operator()(BYTE* bytes) const {
+        OPENSSL_cleanse(bytes, size);
+        LocalFree(bytes);
     }
-    BYTE* get() const { return bytes_; }
-    BYTE* release() {
-        BYTE* const bytes = bytes_;
-        bytes_ = nullptr;
-        return bytes;
-    }
-
-  private:
-    BYTE* bytes_;
-    std::size_t size_;
 };
+using LocalMemory = std::unique_ptr<BYTE, WipeAndFree>;
+
+LocalMemory AllocateLocal(std::size_t size) {
+    return {static_cast<BYTE*>(LocalAlloc(LMEM_FIXED, size)), WipeAndFree{size}};
+}
 
 // Checks what both directions take; false with the last error set.
 bool CheckArguments(const DATA_BLOB* in, const DATA_BLOB* entropy, const void* reserved,
@@ -199,59 +108,52 @@ bool CheckArguments(const DATA_BLOB* in, const DATA_BLOB* entropy, const void* r
     return true;
 }
 
-bool Protect(const DATA_BLOB& in, std::u16string_view description, const DATA_BLOB* entropy,
-             ProtectionScope scope, DATA_BLOB& out) {
-    const std::size_t descriptionSize = description.size() * sizeof(WCHAR);
-    const std::size_t size = kOverhead + descriptionSize + in.cbData;
-    if (size > std::numeric_limits<DWORD>::max()) return Fail(ERROR_INVALID_PARAMETER);
-
+bool Protect(const DATA_BLOB& in, const DATA_BLOB* entropy, ProtectionScope scope, DATA_BLOB& out) {
+    if (in.cbData > kMaxSize) return Fail(ERROR_INVALID_PARAMETER);
+    BlobHeader header;
+    header.scope = static_cast<BYTE>(scope);
+    FillRandom(header.salt, sizeof header.salt);
     ProtectionKey scopeKey;
+    ProtectionKey key;
     if (!LoadProtectionKey(scope, MissingKey::kMake, scopeKey)) return false;
-    BlobHeader header = NewHeader(scope, descriptionSize);
-    SecretKey<32> key;
-    if (!DeriveBlobKey(scopeKey, entropy, header, key)) return Fail(ERROR_GEN_FAILURE);
-    LocalMemory blob(size);
-    if (blob.get() == nullptr) return Fail(ERROR_NOT_ENOUGH_MEMORY);
-
-    BYTE* const content = blob.get() + sizeof header;
+    LocalMemory blob = AllocateLocal(kOverhead + in.cbData);
+    if (!blob) return false;
     std::memcpy(blob.get(), &header, sizeof header);
-    BlobCipher cipher(BlobCipher::kEncrypt, key, header);
-    cipher.Transform(content, reinterpret_cast<const BYTE*>(description.data()), descriptionSize);
-    cipher.Transform(content + descriptionSize, in.pbData, in.cbData);
-    if (!cipher.Seal(content + descriptionSize + in.cbData)) return Fail(ERROR_GEN_FAILURE);
-    out = {static_cast<DWORD>(size), blob.release()};
+    BYTE* const content = blob.get() + sizeof header;
+    if (!DeriveKey(scopeKey, header, entropy, key) ||
+        !Transform(Direction::kEncrypt, key, header, in.pbData, in.cbData, content,
+                   content + in.cbData)) {
+        return Fail(ERROR_GEN_FAILURE);
+    }
+    out = {kOverhead + in.cbData, blob.release()};
     return true;
 }
 
-bool Unprotect(const DATA_BLOB& in, LPWSTR* descriptionOut, const DATA_BLOB* entropy,
-               DATA_BLOB& out) {
-    BlobHeader header{};
-    if (!ReadHeader(in, header)) return Fail(ERROR_INVALID_DATA);
+bool Unprotect(const DATA_BLOB& in, const DATA_BLOB* entropy, DATA_BLOB& out) {
+    const BlobHeader known;
+    BlobHeader header;
+    if (in.cbData < kOverhead || in.cbData > kMaxSize) return Fail(ERROR_INVALID_DATA);
+    std::memcpy(&header, in.pbData, sizeof header);
+    if (std::memcmp(&header, &known, offsetof(BlobHeader, scope)) != 0 ||
+        header.scope > static_cast<BYTE>(ProtectionScope::kUser)) {
+        return Fail(ERROR_INVALID_DATA);
+    }
     ProtectionKey scopeKey;
-    const auto scope = static_cast<ProtectionScope>(header.scope);
-    if (!LoadProtectionKey(scope, MissingKey::kFail, scopeKey)) {
+    ProtectionKey key;
+    if (!LoadProtectionKey(static_cast<ProtectionScope>(header.scope), MissingKey::kFail,
+                           scopeKey)) {
         // Without the key that made it, a blob is one of another machine or account.
         return Fail(GetLastError() == ERROR_FILE_NOT_FOUND ? ERROR_INVALID_DATA : GetLastError());
     }
-    SecretKey<32> key;
-    if (!DeriveBlobKey(scopeKey, entropy, header, key)) return Fail(ERROR_GEN_FAILURE);
-    const std::size_t descriptionSize = DescriptionSize(header);
-    const std::size_t size = in.cbData - kOverhead - descriptionSize;
-    LocalMemory description(descriptionSize + sizeof(WCHAR));
-    LocalMemory plain(size);
-    if (description.get() == nullptr || plain.get() == nullptr) {
-        return Fail(ERROR_NOT_ENOUGH_MEMORY);
+    const DWORD size = in.cbData - kOverhead;
+    LocalMemory plain = AllocateLocal(size);
+    if (!plain) return false;
+    BYTE* const content = in.pbData + sizeof header;
+    if (!DeriveKey(scopeKey, header, entropy, key)) return Fail(ERROR_GEN_FAILURE);
+    if (!Transform(Direction::kDecrypt, key, header, content, size, plain.get(), content + size)) {
+        return Fail(ERROR_INVALID_DATA);
     }
-
-    const BYTE* const content = in.pbData + sizeof header;
-    BlobCipher cipher(BlobCipher::kDecrypt, key, header);
-    cipher.Transform(description.get(), content, descriptionSize);
-    cipher.Transform(plain.get(), content + descriptionSize, size);
-    if (!cipher.Verify(content + descriptionSize + size)) return Fail(ERROR_INVALID_DATA);
-    std::memset(description.get() + descriptionSize, 0, sizeof(WCHAR));
-    if (descriptionOut != nullptr)
-        *descriptionOut = reinterpret_cast<LPWSTR>(description.release());
-    out = {static_cast<DWORD>(size), plain.release()};
+    out = {size, plain.release()};
     return true;
 }
 
@@ -260,9 +162,10 @@ bool Unprotect(const DATA_BLOB& in, LPWSTR* descriptionOut, const DATA_BLOB* ent
 
 extern "C" {
 
-BOOL WINAPI CryptProtectData(DATA_BLOB* pDataIn, LPCWSTR szDataDescr, DATA_BLOB* pOptionalEntropy,
-                             PVOID pvReserved, CRYPTPROTECT_PROMPTSTRUCT* pPromptStruct,
-                             DWORD dwFlags, DATA_BLOB* pDataOut) {
+BOOL WINAPI CryptProtectData(DATA_BLOB* pDataIn, LPCWSTR /*szDataDescr*/,
+                             DATA_BLOB* pOptionalEntropy, PVOID pvReserved,
+                             CRYPTPROTECT_PROMPTSTRUCT* pPromptStruct, DWORD dwFlags,
+                             DATA_BLOB* pDataOut) {
     if (!platform::CheckArguments(pDataIn, pOptionalEntropy, pvReserved, pPromptStruct, dwFlags,
                                   pDataOut)) {
         return FALSE;
@@ -270,9 +173,7 @@ BOOL WINAPI CryptProtectData(DATA_BLOB* pDataIn, LPCWSTR szDataDescr, DATA_BLOB*
     const auto scope = (dwFlags & CRYPTPROTECT_LOCAL_MACHINE) != 0
                            ? platform::ProtectionScope::kMachine
                            : platform::ProtectionScope::kUser;
-    const std::u16string_view description = szDataDescr == nullptr ? u"" : szDataDescr;
-    return platform::Protect(*pDataIn, description, pOptionalEntropy, scope, *pDataOut) ? TRUE
-                                                                                        : FALSE;
+    return platform::Protect(*pDataIn, pOptionalEntropy, scope, *pDataOut) ? TRUE : FALSE;
 }
 
 BOOL WINAPI CryptUnprotectData(DATA_BLOB* pDataIn, LPWSTR* ppszDataDescr,
@@ -283,6 +184,7 @@ BOOL WINAPI CryptUnprotectData(DATA_BLOB* pDataIn, LPWSTR* ppszDataDescr,
                                   pDataOut)) {
         return FALSE;
     }
-    return platform::Unprotect(*pDataIn, ppszDataDescr, pOptionalEntropy, *pDataOut) ? TRUE : FALSE;
+    if (ppszDataDescr != nullptr) return platform::Fail(ERROR_NOT_SUPPORTED);
+    return platform::Unprotect(*pDataIn, pOptionalEntropy, *pDataOut) ? TRUE : FALSE;
 }
 }
