@@ -3,7 +3,6 @@
 
 #include <winnt.h>
 
-#define GET_MODULE_HANDLE_EX_FLAG_PIN 0x00000001
 #define GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT 0x00000002
 #define GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS 0x00000004
 
@@ -20,6 +19,8 @@ WINAPI_EXPORT FARPROC WINAPI GetProcAddress(HMODULE hModule, LPCSTR lpProcName);
 
 // A loaded library without counting a use of it; null names the program.
 WINAPI_EXPORT HMODULE WINAPI GetModuleHandleW(LPCWSTR lpModuleName);
+// The library or program in which an address lies, without counting a use of it: both flags must be
+// given.
 WINAPI_EXPORT BOOL WINAPI GetModuleHandleExW(DWORD dwFlags, LPCWSTR lpModuleName,
                                              HMODULE* phModule);
 // The full path of a library, or of the program for null. Returns its length; with a small buffer

@@ -41,6 +41,10 @@ const link_map* ModuleAt(const void* address) {
                                                                : nullptr;
 }
 
+HMODULE OwnModule() {
+    return HandleOf(ModuleAt(reinterpret_cast<void*>(&LoadLibraryW)));
+}
+
 const link_map* Program() {
     // Never the last reference.
     static void* const handle = dlopen(nullptr, RTLD_LAZY);
@@ -59,11 +63,6 @@ std::string FileOf(const link_map* map) {
     std::error_code ignored;
     if (map->l_name[0] == '\0') return std::filesystem::read_symlink("/proc/self/exe", ignored);
     return std::filesystem::absolute(map->l_name, ignored).lexically_normal();
-}
-
-// Counts one more use of a loaded module, or with no such module gives null.
-void* CountUse(const link_map* map) {
-    return dlopen(map->l_name[0] == '\0' ? nullptr : map->l_name, RTLD_NOW | RTLD_NOLOAD);
 }
 
 bool IsSystemLibrary(std::u16string_view name) {
@@ -110,21 +109,19 @@ HMODULE FindAndLoad(const std::string& file) {
     return handle != nullptr ? static_cast<HMODULE>(handle) : FailToLoad(ERROR_MOD_NOT_FOUND);
 }
 
-// A loaded module by its path or by the name of its file.
-const link_map* FindLoaded(LPCWSTR name) {
-    if (name == nullptr) return Program();
-    if (IsSystemLibrary(name)) return ModuleAt(reinterpret_cast<void*>(&LoadLibraryW));
-    const std::string wanted = LibraryFile(name);
-    const bool hasFolder = wanted.find('/') != std::string::npos;
-    for (const link_map* map = Program(); map != nullptr; map = map->l_next) {
-        const std::filesystem::path file = FileOf(map);
-        std::error_code ignored;
-        const bool same = hasFolder ? std::filesystem::equivalent(file, wanted, ignored)
-                                    : file.filename() == wanted;
-        if (same) return map;
-    }
-    Fail(ERROR_MOD_NOT_FOUND);
-    return nullptr;
+// A loaded module by its path or by the name of its file, without counting a use of it.
+HMODULE FindLoaded(LPCWSTR name) {
+    if (name == nullptr) return HandleOf(Program());
+    if (IsSystemLibrary(name)) return OwnModule();
+    const std::string file = LibraryFile(name);
+    const std::string beside = platform::ParentOf(FileOf(Program())) + "/" + file;
+    void* found = file.find('/') == std::string::npos
+                      ? dlopen(beside.c_str(), RTLD_LAZY | RTLD_NOLOAD)
+                      : nullptr;
+    if (found == nullptr) found = dlopen(file.c_str(), RTLD_LAZY | RTLD_NOLOAD);
+    if (found == nullptr) return FailToLoad(ERROR_MOD_NOT_FOUND);
+    dlclose(found);
+    return static_cast<HMODULE>(found);
 }
 
 }  // namespace
@@ -133,7 +130,7 @@ extern "C" HMODULE WINAPI LoadLibraryW(LPCWSTR lpLibFileName) {
     if (lpLibFileName == nullptr || *lpLibFileName == 0) return FailToLoad(ERROR_INVALID_PARAMETER);
     const std::lock_guard lock(loaderMutex);
     if (IsSystemLibrary(lpLibFileName)) {
-        return static_cast<HMODULE>(CountUse(ModuleAt(reinterpret_cast<void*>(&LoadLibraryW))));
+        return LoadFile(FileOf(reinterpret_cast<const link_map*>(OwnModule())));
     }
     const std::string file = LibraryFile(lpLibFileName);
     if (file.find('/') == std::string::npos) return FindAndLoad(file);
@@ -160,9 +157,9 @@ extern "C" FARPROC WINAPI GetProcAddress(HMODULE hModule, LPCSTR lpProcName) {
     if (reinterpret_cast<ULONG_PTR>(lpProcName) <= 0xFFFF) return fail(ERROR_NOT_SUPPORTED);
     if (hModule == nullptr) hModule = HandleOf(Program());
     if (!IsLoaded(hModule)) return fail(ERROR_MOD_NOT_FOUND);
-    // Searched while it is counted as in use: a module that was only loaded along with the program
-    // is not ready to be searched otherwise.
-    void* const use = CountUse(reinterpret_cast<const link_map*>(hModule));
+    // Only a module that was opened once can be searched, and not all were by these calls.
+    const char* const file = reinterpret_cast<const link_map*>(hModule)->l_name;
+    void* const use = dlopen(file[0] == '\0' ? nullptr : file, RTLD_NOW | RTLD_NOLOAD);
     if (use == nullptr) return fail(ERROR_MOD_NOT_FOUND);
     void* const address = dlsym(use, lpProcName);
     dlclose(use);
@@ -175,22 +172,17 @@ extern "C" FARPROC WINAPI GetProcAddress(HMODULE hModule, LPCSTR lpProcName) {
 
 extern "C" HMODULE WINAPI GetModuleHandleW(LPCWSTR lpModuleName) {
     const std::lock_guard lock(loaderMutex);
-    return HandleOf(FindLoaded(lpModuleName));
+    return FindLoaded(lpModuleName);
 }
 
 extern "C" BOOL WINAPI GetModuleHandleExW(DWORD dwFlags, LPCWSTR lpModuleName, HMODULE* phModule) {
-    constexpr DWORD kKnown = GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS |  //
+    constexpr DWORD kFlags = GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS |  //
                              GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT;
     *phModule = nullptr;
-    if ((dwFlags & ~DWORD{kKnown}) != 0) return Fail(ERROR_NOT_SUPPORTED);
+    if (dwFlags != kFlags) return Fail(ERROR_NOT_SUPPORTED);
     const std::lock_guard lock(loaderMutex);
-    const bool byAddress = (dwFlags & GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS) != 0;
-    const link_map* const map = byAddress ? ModuleAt(lpModuleName) : FindLoaded(lpModuleName);
-    if (map == nullptr) return Fail(ERROR_MOD_NOT_FOUND);
-    const bool counts = (dwFlags & GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT) == 0;
-    if (counts && CountUse(map) == nullptr) return Fail(ERROR_MOD_NOT_FOUND);
-    *phModule = HandleOf(map);
-    return TRUE;
+    *phModule = HandleOf(ModuleAt(lpModuleName));
+    return *phModule != nullptr || Fail(ERROR_MOD_NOT_FOUND);
 }
 
 extern "C" DWORD WINAPI GetModuleFileNameW(HMODULE hModule, LPWSTR lpFilename, DWORD nSize) {
