@@ -7,32 +7,63 @@
 namespace platform {
 namespace {
 
-constexpr char32_t kReplacement = 0xFFFD;
 constexpr char32_t kEscapeBase = 0xDC00;  // 0xDC80 to 0xDCFF: bytes that are not UTF-8
 
-struct Decoded {
-    char32_t codePoint;
-    std::size_t length;  // 0 when the bytes at the position are not a valid sequence
-};
-
-Decoded DecodeUtf8(std::string_view bytes) {
-    const auto byteAt = [&](std::size_t i) { return static_cast<unsigned char>(bytes[i]); };
-    const unsigned char lead = byteAt(0);
-    if (lead < 0x80) return {lead, 1};
-    const std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
-    if (lead < 0xC2 || lead > 0xF4 || bytes.size() < length) return {0, 0};
-    char32_t codePoint = lead & (0x7Fu >> length);
-    for (std::size_t i = 1; i < length; ++i) {
-        if ((byteAt(i) & 0xC0) != 0x80) return {0, 0};
-        codePoint = (codePoint << 6) | (byteAt(i) & 0x3Fu);
-    }
-    const bool overlong = codePoint < (length == 4 ? 0x10000u : length == 3 ? 0x800u : 0x80u);
-    const bool surrogate = codePoint >= 0xD800 && codePoint <= 0xDFFF;
-    if (overlong || surrogate || codePoint > 0x10FFFF) return {0, 0};
-    return {codePoint, length};
+bool IsHighSurrogate(char32_t unit) {
+    return unit >= 0xD800 && unit <= 0xDBFF;
+}
+bool IsLowSurrogate(char32_t unit) {
+    return unit >= 0xDC00 && unit <= 0xDFFF;
 }
 
-void AppendUtf8(std::string& out, char32_t codePoint) {
+}  // namespace
+
+char32_t TakeCharacter(std::string_view& text) {
+    const auto takeByte = [&text] {
+        const auto byte = static_cast<unsigned char>(text.front());
+        text.remove_prefix(1);
+        return static_cast<char32_t>(byte);
+    };
+    const char32_t lead = takeByte();
+    if (lead < 0x80) return lead;
+    if (lead < 0xC2 || lead > 0xF4) return kInvalidText;
+    const int tail = lead >= 0xF0 ? 3 : lead >= 0xE0 ? 2 : 1;
+    char32_t character = lead & (0x3Fu >> tail);
+    for (int left = tail; left > 0; --left) {
+        if (text.empty() || (static_cast<unsigned char>(text.front()) & 0xC0) != 0x80) {
+            return kInvalidText;
+        }
+        character = (character << 6) | (takeByte() & 0x3F);
+        if (left != tail || tail == 1) continue;
+        // The second byte decides whether the value is overlong, too large or a surrogate.
+        const bool possible =
+            tail == 2 ? character >= 0x20 && (character < 0xD800 >> 6 || character > 0xDFFF >> 6)
+                      : character >= 0x10 && character <= 0x10FFFF >> 12;
+        if (!possible) return kInvalidText;
+    }
+    return character;
+}
+
+char32_t TakeCharacter(std::u16string_view& text) {
+    const char32_t unit = text.front();
+    text.remove_prefix(1);
+    if (IsHighSurrogate(unit) && !text.empty() && IsLowSurrogate(text.front())) {
+        const char32_t low = text.front();
+        text.remove_prefix(1);
+        return 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00);
+    }
+    return IsHighSurrogate(unit) || IsLowSurrogate(unit) ? kInvalidText : unit;
+}
+
+void Append(std::u16string& text, char32_t character) {
+    if (character >= 0x10000) {
+        text += static_cast<char16_t>(0xD800 + ((character - 0x10000) >> 10));
+        character = 0xDC00 + ((character - 0x10000) & 0x3FF);
+    }
+    text += static_cast<char16_t>(character);
+}
+
+void Append(std::string& out, char32_t codePoint) {
     if (codePoint < 0x80) {
         out += static_cast<char>(codePoint);
         return;
@@ -45,22 +76,19 @@ void AppendUtf8(std::string& out, char32_t codePoint) {
     }
 }
 
-}  // namespace
-
 std::u16string WideOf(std::string_view bytes) {
     std::u16string text;
     text.reserve(bytes.size());
     while (!bytes.empty()) {
-        const Decoded next = DecodeUtf8(bytes);
-        if (next.length == 0) {
-            text += static_cast<char16_t>(kEscapeBase + static_cast<unsigned char>(bytes[0]));
-        } else if (next.codePoint >= 0x10000) {
-            text += static_cast<char16_t>(0xD800 + ((next.codePoint - 0x10000) >> 10));
-            text += static_cast<char16_t>(0xDC00 + ((next.codePoint - 0x10000) & 0x3FF));
-        } else {
-            text += static_cast<char16_t>(next.codePoint);
+        const std::string_view before = bytes;
+        const char32_t character = TakeCharacter(bytes);
+        if (character != kInvalidText) {
+            Append(text, character);
+            continue;
         }
-        bytes.remove_prefix(next.length == 0 ? 1 : next.length);
+        for (const char byte : before.substr(0, before.size() - bytes.size())) {
+            text += static_cast<char16_t>(kEscapeBase + static_cast<unsigned char>(byte));
+        }
     }
     return text;
 }
@@ -68,19 +96,13 @@ std::u16string WideOf(std::string_view bytes) {
 std::string BytesOf(std::u16string_view text) {
     std::string bytes;
     bytes.reserve(text.size());
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const char16_t unit = text[i];
-        const bool paired = unit >= 0xD800 && unit <= 0xDBFF && i + 1 < text.size() &&
-                            text[i + 1] >= 0xDC00 && text[i + 1] <= 0xDFFF;
-        if (paired) {
-            const char32_t high = static_cast<char32_t>(unit - 0xD800) << 10;
-            AppendUtf8(bytes, 0x10000 + high + (text[++i] - 0xDC00u));
-        } else if (unit >= kEscapeBase + 0x80 && unit <= kEscapeBase + 0xFF) {
+    while (!text.empty()) {
+        const char16_t unit = text.front();
+        const char32_t character = TakeCharacter(text);
+        if (character == kInvalidText && unit >= kEscapeBase + 0x80 && unit <= kEscapeBase + 0xFF) {
             bytes += static_cast<char>(unit - kEscapeBase);
-        } else if (unit >= 0xD800 && unit <= 0xDFFF) {
-            AppendUtf8(bytes, kReplacement);
         } else {
-            AppendUtf8(bytes, unit);
+            Append(bytes, character == kInvalidText ? kReplacement : character);
         }
     }
     return bytes;

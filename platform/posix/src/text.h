@@ -15,6 +15,16 @@ namespace platform {
 std::u16string WideOf(std::string_view bytes);
 std::string BytesOf(std::u16string_view text);
 
+// Takes one character off the front of a text that is not empty; kInvalidText for an invalid
+// sequence, which ends with the byte that makes it impossible, but before a byte that cannot
+// continue any sequence. An unpaired surrogate is invalid.
+inline constexpr char32_t kInvalidText = 0xFFFFFFFF;
+inline constexpr char32_t kReplacement = 0xFFFD;
+char32_t TakeCharacter(std::string_view& text);
+char32_t TakeCharacter(std::u16string_view& text);
+void Append(std::string& text, char32_t character);
+void Append(std::u16string& text, char32_t character);
+
 // A path in the file system's form: BytesOf with every backslash turned into a slash.
 std::string NativePath(const WCHAR* path);
 
