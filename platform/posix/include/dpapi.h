@@ -21,17 +21,17 @@ extern "C" {
 // one while it impersonates) or, with CRYPTPROTECT_LOCAL_MACHINE, for every account of this
 // machine. The entropy, when given, must be given again to read them. *pDataOut becomes a blob,
 // always longer than the plain data, that the caller frees with LocalFree. A prompt or any other
-// flag than the two above is refused with ERROR_NOT_SUPPORTED. The description is not kept; the data
-// has at most 2 GiB less 50 bytes.
+// flag than the two above is refused with ERROR_NOT_SUPPORTED. The description is not kept; the
+// data has at most 2 GiB less 50 bytes.
 WINAPI_EXPORT BOOL WINAPI CryptProtectData(DATA_BLOB* pDataIn, LPCWSTR szDataDescr,
                                            DATA_BLOB* pOptionalEntropy, PVOID pvReserved,
                                            CRYPTPROTECT_PROMPTSTRUCT* pPromptStruct, DWORD dwFlags,
                                            DATA_BLOB* pDataOut);
 
 // Reads what CryptProtectData made; the blob itself says for whom it was made. *pDataOut is
-// freed with LocalFree. Asking for a description is refused with ERROR_NOT_SUPPORTED. Fails with ERROR_INVALID_DATA,
-// leaving the outputs as they were, for a blob of another account or machine, for another entropy,
-// and for a blob that was changed or cut anywhere.
+// freed with LocalFree. Asking for a description is refused with ERROR_NOT_SUPPORTED. Fails with
+// ERROR_INVALID_DATA, leaving the outputs as they were, for a blob of another account or machine,
+// for another entropy, and for a blob that was changed or cut anywhere.
 WINAPI_EXPORT BOOL WINAPI CryptUnprotectData(DATA_BLOB* pDataIn, LPWSTR* ppszDataDescr,
                                              DATA_BLOB* pOptionalEntropy, PVOID pvReserved,
                                              CRYPTPROTECT_PROMPTSTRUCT* pPromptStruct,

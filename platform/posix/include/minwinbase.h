@@ -28,7 +28,15 @@ using LPSYSTEMTIME = SYSTEMTIME*;
 
 struct WIN32_FIND_DATAW {
     DWORD dwFileAttributes;
+    FILETIME ftCreationTime;
+    FILETIME ftLastAccessTime;
+    FILETIME ftLastWriteTime;
+    DWORD nFileSizeHigh;
+    DWORD nFileSizeLow;
+    DWORD dwReserved0;
+    DWORD dwReserved1;
     WCHAR cFileName[MAX_PATH];
+    WCHAR cAlternateFileName[14];
 };
 using LPWIN32_FIND_DATAW = WIN32_FIND_DATAW*;
 

@@ -205,13 +205,17 @@ void Query(const Words& words) {
     Print({});
 }
 
+LSTATUS DeleteTree(const KeyName& key) {
+    return static_cast<LSTATUS>(SHDeleteKeyW(key.root, key.path.c_str()));
+}
+
 void Delete(const Words& words) {
     const KeyName keyName = words.Key();
     const UniqueRegKey key = OpenKey(keyName.root, keyName.path, KEY_READ);
     words.Demand(TEXT("f"), "Nothing is deleted");
     const auto name = words.ValueName();
     if (!name && !words.Has(TEXT("va"))) {
-        Check(SHDeleteKeyW(keyName.root, keyName.path.c_str()));
+        Check(DeleteTree(keyName));
         return;
     }
     const UniqueRegKey writable = OpenKey(keyName.root, keyName.path, KEY_SET_VALUE);
@@ -239,7 +243,7 @@ void Apply(const std::vector<RegOperation>& operations) {
                 key = CreateKey(operation.key.root, operation.key.path);
                 break;
             case RegAction::kDeleteKey:
-                orMissing(SHDeleteKeyW(operation.key.root, operation.key.path.c_str()));
+                orMissing(DeleteTree(operation.key));
                 break;
             case RegAction::kSetValue:
                 SetValue(key.get(), operation.value);

@@ -275,11 +275,12 @@ extern "C" BOOL WINAPI GetFileInformationByHandle(HANDLE hFile,
     if (fstat(file->Descriptor(), &info) != 0) return FailWithErrno(errno);
     LARGE_INTEGER size = {};
     size.QuadPart = info.st_size;
-    *lpFileInformation = {
-        .dwFileAttributes = platform::AttributesOf(info),
-        .nFileSizeHigh = static_cast<DWORD>(size.u.HighPart),
-        .nFileSizeLow = size.u.LowPart,
-        .nNumberOfLinks = S_ISDIR(info.st_mode) ? 1 : static_cast<DWORD>(info.st_nlink)};
+    *lpFileInformation = {};
+    lpFileInformation->dwFileAttributes = platform::AttributesOf(info);
+    lpFileInformation->nFileSizeHigh = static_cast<DWORD>(size.u.HighPart);
+    lpFileInformation->nFileSizeLow = size.u.LowPart;
+    lpFileInformation->nNumberOfLinks =
+        S_ISDIR(info.st_mode) ? 1 : static_cast<DWORD>(info.st_nlink);
     return TRUE;
 }
 

@@ -21,23 +21,23 @@ using namespace platform;
 
 extern "C" {
 
-LSTATUS WINAPI SHDeleteKeyW(HKEY hkey, LPCWSTR pszSubKey) {
+DWORD WINAPI SHDeleteKeyW(HKEY hkey, LPCWSTR pszSubKey) {
     if (pszSubKey == nullptr) return ERROR_INVALID_PARAMETER;
-    return Report([&] {
+    return static_cast<DWORD>(Report([&] {
         const KeyPlace key = Find(Locate(hkey, pszSubKey));
         DemandWrite(*key.hive);
         key.hive->DeleteTree(key.id);
-    });
+    }));
 }
 
 // The tree is read whole before any of it is written: the destination may lie inside the source.
-LSTATUS WINAPI SHCopyKeyW(HKEY hkeySrc, LPCWSTR wszSrcSubKey, HKEY hkeyDest, DWORD fReserved) {
+DWORD WINAPI SHCopyKeyW(HKEY hkeySrc, LPCWSTR wszSrcSubKey, HKEY hkeyDest, DWORD fReserved) {
     if (fReserved != 0) return ERROR_INVALID_PARAMETER;
-    return Report([&] {
+    return static_cast<DWORD>(Report([&] {
         const KeyPlace source = Find(Locate(hkeySrc, wszSrcSubKey));
         const KeyPlace destination = KeyWithRight(hkeyDest, KEY_SET_VALUE | KEY_CREATE_SUB_KEY);
         destination.hive->WriteTree(destination.id, source.hive->ReadTree(source.id));
-    });
+    }));
 }
 
 NTSTATUS WINAPI NtQueryKey(HANDLE KeyHandle, KEY_INFORMATION_CLASS KeyInformationClass,
