@@ -54,7 +54,7 @@ WINAPI_EXPORT LSTATUS WINAPI RegQueryValueExW(HKEY hKey, LPCWSTR lpValueName, LP
 
 // Writes a value with the bytes as they are, whatever its type. Names have up to 16383 characters,
 // data up to 64 MiB (else ERROR_NO_SYSTEM_RESOURCES). A process that is killed meanwhile leaves the
-// old value or the new one; RegFlushKey makes sure that the new one survives a power failure too.
+// old value or the new one.
 WINAPI_EXPORT LSTATUS WINAPI RegSetValueExW(HKEY hKey, LPCWSTR lpValueName, DWORD Reserved,
                                             DWORD dwType, const BYTE* lpData, DWORD cbData);
 
@@ -82,7 +82,4 @@ WINAPI_EXPORT LSTATUS WINAPI RegQueryInfoKeyW(HKEY hKey, LPWSTR lpClass, LPDWORD
                                               LPDWORD lpcbMaxValueLen,
                                               LPDWORD lpcbSecurityDescriptor,
                                               LPFILETIME lpftLastWriteTime);
-
-// Returns when everything that was written to the key's hive is on the disk.
-WINAPI_EXPORT LSTATUS WINAPI RegFlushKey(HKEY hKey);
 }

@@ -2,7 +2,6 @@
 
 #include <errhandlingapi.h>
 #include <fcntl.h>
-#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -28,23 +27,7 @@ struct Hives {
 };
 
 Hives& AllHives() {
-    static auto* const hives = [] {
-        auto* const made = new Hives;
-        pthread_atfork(
-            [] {
-                AllHives().mutex.lock();
-                for (const auto& [account, hive] : AllHives().byAccount) hive->CloseBeforeFork();
-            },
-            [] {
-                for (const auto& [account, hive] : AllHives().byAccount) hive->GoOnAfterFork();
-                AllHives().mutex.unlock();
-            },
-            [] {
-                for (const auto& [account, hive] : AllHives().byAccount) hive->GoOnAfterFork();
-                AllHives().mutex.unlock();
-            });
-        return made;
-    }();
+    static auto* const hives = new Hives;
     return *hives;
 }
 
@@ -64,29 +47,45 @@ bool Permits(const std::string& path, int rights) {
     throw HiveError{code};
 }
 
-// Tells a missing key from what is missing in it.
+// Throws ERROR_KEY_DELETED when the key itself is gone.
+void DemandKey(HiveDatabase& database, KeyId key) {
+    if (!Run(database, "SELECT 1 FROM keys WHERE id = ?1").Bind(key).Step()) {
+        Throw(ERROR_KEY_DELETED);
+    }
+}
+
+// For what is not in the key: ERROR_KEY_DELETED when the key itself is gone, else the code.
 [[noreturn]] void ThrowMissing(HiveDatabase& database, KeyId key, LSTATUS code) {
-    if (!Run(database, Query::kKeyExists).Bind(key).Step()) Throw(ERROR_KEY_DELETED);
+    DemandKey(database, key);
     Throw(code);
 }
 
 std::optional<KeyId> FindSubkey(HiveDatabase& database, KeyId key, const std::u16string& name) {
     const std::u16string folded = UpperCase(name);
-    Run find(database, Query::kFindSubkey);
+    Run find(database, "SELECT id FROM keys WHERE parent = ?1 AND folded = ?2");
     if (!find.Bind(key).Bind(folded).Step()) return std::nullopt;
     return find.Number(0);
 }
 
 KeyId AddSubkey(HiveDatabase& database, KeyId key, const std::u16string& name) {
     const std::u16string folded = UpperCase(name);
-    Run(database, Query::kAddSubkey).Bind(key).Bind(folded).Bind(name).Step();
+    Run(database,
+        "INSERT INTO keys (parent, depth, folded, name)"
+        " SELECT id, depth + 1, ?2, ?3 FROM keys WHERE id = ?1")
+        .Bind(key)
+        .Bind(folded)
+        .Bind(name)
+        .Step();
     if (database.Changes() == 0) Throw(ERROR_KEY_DELETED);
     return database.LastAdded();
 }
 
 void WriteValue(HiveDatabase& database, KeyId key, const HiveValue& value) {
     const std::u16string folded = UpperCase(value.name);
-    Run(database, Query::kWriteValue)
+    Run(database,
+        "INSERT INTO entries (key, folded, name, type, data)"
+        " SELECT id, ?2, ?3, ?4, ?5 FROM keys WHERE id = ?1"
+        " ON CONFLICT (key, folded) DO UPDATE SET type = excluded.type, data = excluded.data")
         .Bind(key)
         .Bind(folded)
         .Bind(value.name)
@@ -115,13 +114,13 @@ bool StepTo(HiveDatabase& database, Run& from, Position& last, KeyId key, DWORD 
 HiveTree ReadTreeOf(HiveDatabase& database, KeyId key, std::u16string name) {
     HiveTree tree{std::move(name), {}, {}};
     {
-        Run values(database, Query::kValues);
+        Run values(database, "SELECT name, type, data FROM entries WHERE key = ?1 ORDER BY place");
         values.Bind(key);
         while (values.Step()) tree.values.push_back(ValueOf(values));
     }
     std::vector<KeyId> ids;
     {
-        Run subkeys(database, Query::kSubkeys);
+        Run subkeys(database, "SELECT id, name FROM keys WHERE parent = ?1 ORDER BY folded");
         subkeys.Bind(key);
         while (subkeys.Step()) {
             ids.push_back(subkeys.Number(0));
@@ -226,20 +225,11 @@ void Hive::Connect(bool forWriting) {
     database_ = std::make_unique<HiveDatabase>(path, writable);
 }
 
-void Hive::CloseBeforeFork() {
-    mutex_.lock();
-    database_.reset();
-}
-
-void Hive::GoOnAfterFork() {
-    mutex_.unlock();
-}
-
 std::optional<KeyId> Hive::Find(KeyId from, const KeyPath& path) {
     const Use use(*this, false);
     if (!use) return path.empty() ? std::optional(from) : std::nullopt;
-    Transaction whole(*use, Query::kBeginRead);
-    if (!Run(*use, Query::kKeyExists).Bind(from).Step()) Throw(ERROR_KEY_DELETED);
+    Transaction whole(*use, false);
+    DemandKey(*use, from);
     std::optional<KeyId> key = from;
     for (auto name = path.begin(); key && name != path.end(); ++name) {
         key = FindSubkey(*use, *key, *name);
@@ -250,8 +240,8 @@ std::optional<KeyId> Hive::Find(KeyId from, const KeyPath& path) {
 
 Hive::Created Hive::Create(KeyId from, const KeyPath& path) {
     const Use use(*this, true);
-    Transaction whole(*use, Query::kBeginWrite);
-    if (!Run(*use, Query::kKeyExists).Bind(from).Step()) Throw(ERROR_KEY_DELETED);
+    Transaction whole(*use, true);
+    DemandKey(*use, from);
     Created result{from, false};
     for (const std::u16string& name : path) {
         const auto found = result.isNew ? std::nullopt : FindSubkey(*use, result.key, name);
@@ -264,8 +254,10 @@ Hive::Created Hive::Create(KeyId from, const KeyPath& path) {
 std::u16string Hive::SubkeyAt(KeyId key, DWORD index) {
     const Use use(*this, false);
     if (!use) Throw(ERROR_NO_MORE_ITEMS);
-    Transaction whole(*use, Query::kBeginRead);
-    Run at(*use, Query::kSubkeyFrom);
+    Transaction whole(*use, false);
+    Run at(*use,
+           "SELECT name, folded FROM keys WHERE parent = ?1 AND folded >= ?2 ORDER BY folded"
+           " LIMIT 1 OFFSET ?3");
     if (!StepTo(*use, at, lastSubkey_, key, index)) ThrowMissing(*use, key, ERROR_NO_MORE_ITEMS);
     lastSubkey_.place = at.Text(1);
     return at.Text(0);
@@ -274,12 +266,16 @@ std::u16string Hive::SubkeyAt(KeyId key, DWORD index) {
 KeySummary Hive::Summary(KeyId key) {
     const Use use(*this, false);
     if (!use) return {};
-    Transaction whole(*use, Query::kBeginRead);
-    if (!Run(*use, Query::kKeyExists).Bind(key).Step()) Throw(ERROR_KEY_DELETED);
+    Transaction whole(*use, false);
+    DemandKey(*use, key);
     KeySummary summary;
     {
-        Run subkeys(*use, Query::kSubkeySummary);
-        Run values(*use, Query::kValueSummary);
+        Run subkeys(
+            *use,
+            "SELECT count(*), max(length(CAST(name AS BLOB)) / 2) FROM keys WHERE parent = ?1");
+        Run values(*use,
+                   "SELECT count(*), max(length(CAST(name AS BLOB)) / 2), max(length(data))"
+                   " FROM entries WHERE key = ?1");
         subkeys.Bind(key).Step();
         values.Bind(key).Step();
         const auto number = [](const Run& row, int column) {
@@ -296,9 +292,9 @@ KeyPath Hive::PathOf(KeyId key) {
     const Use use(*this, false);
     KeyPath path;
     if (!use) return path;
-    Transaction whole(*use, Query::kBeginRead);
+    Transaction whole(*use, false);
     while (key != kRootKey) {
-        Run parent(*use, Query::kParent);
+        Run parent(*use, "SELECT parent, name FROM keys WHERE id = ?1");
         if (!parent.Bind(key).Step()) Throw(ERROR_KEY_DELETED);
         path.insert(path.begin(), parent.Text(1));
         key = parent.Number(0);
@@ -310,22 +306,25 @@ KeyPath Hive::PathOf(KeyId key) {
 void Hive::DeleteLeaf(KeyId key) {
     if (key == kRootKey) Throw(ERROR_ACCESS_DENIED);
     const Use use(*this, true);
-    Run(*use, Query::kDeleteLeaf).Bind(key).Step();
+    Run(*use,
+        "DELETE FROM keys WHERE id = ?1 AND NOT EXISTS (SELECT 1 FROM keys WHERE parent = ?1)")
+        .Bind(key)
+        .Step();
     if (use->Changes() == 0) ThrowMissing(*use, key, ERROR_ACCESS_DENIED);
 }
 
 void Hive::DeleteTree(KeyId key) {
     if (key == kRootKey) Throw(ERROR_ACCESS_DENIED);
     const Use use(*this, true);
-    Run(*use, Query::kDeleteTree).Bind(key).Step();
+    Run(*use, "DELETE FROM keys WHERE id = ?1").Bind(key).Step();
     if (use->Changes() == 0) Throw(ERROR_KEY_DELETED);
 }
 
 HiveTree Hive::ReadTree(KeyId key) {
     const Use use(*this, false);
     if (!use) return {};
-    Transaction whole(*use, Query::kBeginRead);
-    if (!Run(*use, Query::kKeyExists).Bind(key).Step()) Throw(ERROR_KEY_DELETED);
+    Transaction whole(*use, false);
+    DemandKey(*use, key);
     HiveTree tree = ReadTreeOf(*use, key, {});
     whole.Commit();
     return tree;
@@ -333,8 +332,8 @@ HiveTree Hive::ReadTree(KeyId key) {
 
 void Hive::WriteTree(KeyId key, const HiveTree& tree) {
     const Use use(*this, true);
-    Transaction whole(*use, Query::kBeginWrite);
-    if (!Run(*use, Query::kKeyExists).Bind(key).Step()) Throw(ERROR_KEY_DELETED);
+    Transaction whole(*use, true);
+    DemandKey(*use, key);
     WriteTreeOf(*use, key, tree);
     whole.Commit();
 }
@@ -343,7 +342,9 @@ HiveValue Hive::Read(KeyId key, const std::u16string& name) {
     const Use use(*this, false);
     if (!use) Throw(ERROR_FILE_NOT_FOUND);
     const std::u16string folded = UpperCase(name);
-    Run read(*use, Query::kReadValue);
+    Run read(*use,
+             "SELECT type, data FROM keys LEFT JOIN entries ON key = id AND entries.folded = ?2"
+             " WHERE id = ?1");
     if (!read.Bind(key).Bind(folded).Step()) Throw(ERROR_KEY_DELETED);
     if (read.IsNull(0)) Throw(ERROR_FILE_NOT_FOUND);
     return {name, static_cast<DWORD>(read.Number(0)), read.Bytes(1)};
@@ -352,8 +353,11 @@ HiveValue Hive::Read(KeyId key, const std::u16string& name) {
 HiveValue Hive::ValueAt(KeyId key, DWORD index) {
     const Use use(*this, false);
     if (!use) Throw(ERROR_NO_MORE_ITEMS);
-    Transaction whole(*use, Query::kBeginRead);
-    Run at(*use, Query::kValueFrom);
+    Transaction whole(*use, false);
+    Run at(
+        *use,
+        "SELECT name, type, data, place FROM entries WHERE key = ?1 AND place >= ?2 ORDER BY place"
+        " LIMIT 1 OFFSET ?3");
     if (!StepTo(*use, at, lastValue_, key, index)) ThrowMissing(*use, key, ERROR_NO_MORE_ITEMS);
     lastValue_.place = at.Number(3);
     return ValueOf(at);
@@ -367,13 +371,8 @@ void Hive::Write(KeyId key, const HiveValue& value) {
 void Hive::DeleteValue(KeyId key, const std::u16string& name) {
     const Use use(*this, true);
     const std::u16string folded = UpperCase(name);
-    Run(*use, Query::kDeleteValue).Bind(key).Bind(folded).Step();
+    Run(*use, "DELETE FROM entries WHERE key = ?1 AND folded = ?2").Bind(key).Bind(folded).Step();
     if (use->Changes() == 0) ThrowMissing(*use, key, ERROR_FILE_NOT_FOUND);
-}
-
-void Hive::Flush() {
-    const Use use(*this, false);
-    if (use) use->Flush();
 }
 
 }  // namespace platform

@@ -42,8 +42,7 @@ using KeyPath = std::vector<std::u16string>;
 // when the key itself is gone, else what is said with them.
 //
 // The process has one connection to each hive. It is made at the first use, with the rights of the
-// account that the thread then has, and closed before the process forks, since a connection must
-// not live in two processes; each of them makes its own at the next use.
+// account that the thread then has. A process that forks has to run another program at once.
 class Hive {
   public:
     static std::shared_ptr<Hive> OfMachine();
@@ -80,15 +79,11 @@ class Hive {
     // ERROR_FILE_NOT_FOUND when there is no such value.
     void DeleteValue(KeyId key, const std::u16string& name);
 
-    void Flush();
-
     // "MACHINE", or "USER\" and the number of the account.
     std::u16string Name() const;
 
-    // For OfMachine and OfAccount, and around a fork.
+    // For OfMachine and OfAccount.
     explicit Hive(std::optional<uid_t> account);
-    void CloseBeforeFork();
-    void GoOnAfterFork();
 
   private:
     // The connection, for as long as this object lives.

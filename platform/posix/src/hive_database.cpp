@@ -47,7 +47,7 @@ PRAGMA journal_mode = WAL;
 )sql";
 
 // Written lazily, as Windows writes its hives: a write goes to the write-ahead log without waiting
-// for the disk, which only a checkpoint and RegFlushKey do. A process that dies leaves whole
+// for the disk, which only a checkpoint does. A process that dies leaves whole
 // transactions in any case, because what it wrote is the kernel's; and since the log is synced
 // before a checkpoint touches the hive, a power failure can lose the last writes but no more. The
 // log also lets readers go on while somebody writes, and needs no repair by an account that may not
@@ -61,36 +61,6 @@ PRAGMA journal_size_limit = 1048576;
 PRAGMA temp_store = MEMORY;
 PRAGMA cache_size = -131072;
 )sql";
-
-constexpr std::array<const char*, static_cast<std::size_t>(Query::kCount)> kQueries = {
-    "BEGIN",
-    "BEGIN IMMEDIATE",
-    "COMMIT",
-    "ROLLBACK",
-    "SELECT 1 FROM keys WHERE id = ?1",
-    "SELECT id FROM keys WHERE parent = ?1 AND folded = ?2",
-    "INSERT INTO keys (parent, depth, folded, name)"
-    " SELECT id, depth + 1, ?2, ?3 FROM keys WHERE id = ?1",
-    "PRAGMA data_version",
-    "SELECT name, folded FROM keys WHERE parent = ?1 AND folded >= ?2 ORDER BY folded"
-    " LIMIT 1 OFFSET ?3",
-    "SELECT id, name FROM keys WHERE parent = ?1 ORDER BY folded",
-    "SELECT parent, name FROM keys WHERE id = ?1",
-    "DELETE FROM keys WHERE id = ?1 AND NOT EXISTS (SELECT 1 FROM keys WHERE parent = ?1)",
-    "DELETE FROM keys WHERE id = ?1",
-    "SELECT type, data FROM keys LEFT JOIN entries ON key = id AND entries.folded = ?2"
-    " WHERE id = ?1",
-    "INSERT INTO entries (key, folded, name, type, data)"
-    " SELECT id, ?2, ?3, ?4, ?5 FROM keys WHERE id = ?1"
-    " ON CONFLICT (key, folded) DO UPDATE SET type = excluded.type, data = excluded.data",
-    "DELETE FROM entries WHERE key = ?1 AND folded = ?2",
-    "SELECT name, type, data, place FROM entries WHERE key = ?1 AND place >= ?2 ORDER BY place"
-    " LIMIT 1 OFFSET ?3",
-    "SELECT name, type, data FROM entries WHERE key = ?1 ORDER BY place",
-    "SELECT count(*), max(length(CAST(name AS BLOB)) / 2) FROM keys WHERE parent = ?1",
-    "SELECT count(*), max(length(CAST(name AS BLOB)) / 2), max(length(data))"
-    " FROM entries WHERE key = ?1",
-};
 
 LSTATUS ErrorOfSqlite(int result) {
     switch (result & 0xFF) {
@@ -143,7 +113,7 @@ void MakeEmptyFile(const std::string& path, mode_t mode) {
     if (errno != EEXIST) ThrowErrno();
 }
 
-// A file under a name of its own, removed at the end.
+// A file under a temporary name, removed by the destructor.
 class TemporaryFile {
   public:
     TemporaryFile(const std::string& prefix, mode_t mode) : path_(prefix + ".XXXXXX") {
@@ -172,7 +142,7 @@ sqlite3* Open(const std::string& path, int flags) {
 }  // namespace
 
 void HiveDatabase::Create(const std::string& path, mode_t mode) {
-    // 1. An empty hive under a name of its own.
+    // 1. An empty hive under a temporary name.
     const TemporaryFile file(path, mode);
     {
         const std::unique_ptr<sqlite3, CloseDatabase> database(
@@ -194,7 +164,7 @@ HiveDatabase::HiveDatabase(const std::string& path, bool writable)
     Check(sqlite3_busy_timeout(database, kBusyMilliseconds));
     int keep = 1;
     Check(sqlite3_file_control(database, "main", SQLITE_FCNTL_PERSIST_WAL, &keep));
-    // An administrator may read the hive of any account: nothing in the file is to run.
+    // An administrator may read the hive of any account: no code in the file may run.
     Check(sqlite3_db_config(database, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr));
     Check(sqlite3_db_config(database, SQLITE_DBCONFIG_ENABLE_TRIGGER, 0, nullptr));
     Check(sqlite3_db_config(database, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr));
@@ -211,31 +181,24 @@ HiveDatabase::HiveDatabase(const std::string& path, bool writable)
 }
 
 HiveDatabase::State HiveDatabase::CurrentState() {
-    Run byOthers(*this, Query::kState);
+    Run byOthers(*this, "PRAGMA data_version");
     byOthers.Step();
     return {byOthers.Number(0), sqlite3_total_changes64(database_.get())};
 }
 
-void HiveDatabase::Flush() {
-    if (!writable_) return;
-    Check(sqlite3_wal_checkpoint_v2(database_.get(), nullptr, SQLITE_CHECKPOINT_FULL, nullptr,
-                                    nullptr));
-}
-
-sqlite3_stmt* HiveDatabase::Statement(Query query) {
-    const auto index = static_cast<std::size_t>(query);
-    auto& statement = statements_[index];
+sqlite3_stmt* HiveDatabase::Statement(const char* sql) {
+    auto& statement = statements_[sql];
     if (!statement) {
         sqlite3_stmt* prepared = nullptr;
-        Check(sqlite3_prepare_v3(database_.get(), kQueries[index], -1, SQLITE_PREPARE_PERSISTENT,
-                                 &prepared, nullptr));
+        Check(sqlite3_prepare_v3(database_.get(), sql, -1, SQLITE_PREPARE_PERSISTENT, &prepared,
+                                 nullptr));
         statement.reset(prepared);
     }
     return statement.get();
 }
 
-HiveDatabase::Run::Run(HiveDatabase& database, Query query)
-    : statement_(database.Statement(query)) {}
+HiveDatabase::Run::Run(HiveDatabase& database, const char* sql)
+    : statement_(database.Statement(sql)) {}
 
 HiveDatabase::Run::~Run() {
     sqlite3_reset(statement_);
@@ -280,21 +243,21 @@ std::vector<BYTE> HiveDatabase::Run::Bytes(int column) const {
     return {bytes, bytes + sqlite3_column_bytes(statement_, column)};
 }
 
-HiveDatabase::Transaction::Transaction(HiveDatabase& database, Query begin) : database_(database) {
-    Run(database_, begin).Step();
+HiveDatabase::Transaction::Transaction(HiveDatabase& database, bool writes) : database_(database) {
+    Run(database_, writes ? "BEGIN IMMEDIATE" : "BEGIN").Step();
 }
 
 HiveDatabase::Transaction::~Transaction() {
     if (!open_) return;
     try {
-        Run(database_, Query::kRollback).Step();
+        Run(database_, "ROLLBACK").Step();
     } catch (const HiveError&) {
         // The failure that brought us here has rolled it back already.
     }
 }
 
 void HiveDatabase::Transaction::Commit() {
-    Run(database_, Query::kCommit).Step();
+    Run(database_, "COMMIT").Step();
     open_ = false;
 }
 

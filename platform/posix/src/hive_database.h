@@ -6,8 +6,8 @@
 #include <winerror.h>
 #include <winnt.h>
 
-#include <array>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -25,31 +25,6 @@ using KeyId = std::int64_t;
 // The key that a hive consists of when it is empty. Ids are never used again: a handle whose key
 // was deleted does not come to name another.
 inline constexpr KeyId kRootKey = 1;
-
-// The statements on a hive. Parameters are named ?1, ?2 ... in the order of their table.
-enum class Query {
-    kBeginRead,
-    kBeginWrite,
-    kCommit,
-    kRollback,
-    kKeyExists,      // ?1 key
-    kFindSubkey,     // ?1 key, ?2 folded name -> key
-    kAddSubkey,      // ?1 key, ?2 folded name, ?3 name
-    kState,          // -> a number that changes with every change by another connection
-    kSubkeyFrom,     // ?1 key, ?2 folded name, ?3 how many further -> name, folded name
-    kSubkeys,        // ?1 key -> key, name
-    kParent,         // ?1 key -> key, name
-    kDeleteLeaf,     // ?1 key
-    kDeleteTree,     // ?1 key
-    kReadValue,      // ?1 key, ?2 folded name -> type (null: no such value), data
-    kWriteValue,     // ?1 key, ?2 folded name, ?3 name, ?4 type, ?5 data
-    kDeleteValue,    // ?1 key, ?2 folded name
-    kValueFrom,      // ?1 key, ?2 place, ?3 how many further -> name, type, data, place
-    kValues,         // ?1 key -> name, type, data
-    kSubkeySummary,  // ?1 key -> count, longest name in units
-    kValueSummary,   // ?1 key -> count, longest name in units, longest data in bytes
-    kCount
-};
 
 class HiveDatabase {
   public:
@@ -72,14 +47,13 @@ class HiveDatabase {
     State CurrentState();
     // The row that was added last.
     KeyId LastAdded() const { return sqlite3_last_insert_rowid(database_.get()); }
-    // Brings everything that was written to the disk.
-    void Flush();
 
-    // One run of a statement: bind its parameters, step through its rows; it is made ready for the
-    // next run at the end of this one. Views of columns are good until the next step.
+    // One run of a statement, whose text is a literal: bind its parameters, step through its rows;
+    // it is made ready for the next run at the end of this one. Views of columns are good until the
+    // next step.
     class Run {
       public:
-        Run(HiveDatabase& database, Query query);
+        Run(HiveDatabase& database, const char* sql);
         Run(const Run&) = delete;
         Run& operator=(const Run&) = delete;
         ~Run();
@@ -104,7 +78,7 @@ class HiveDatabase {
     // Several runs seen or done as one; what was not committed is undone at the end.
     class Transaction {
       public:
-        Transaction(HiveDatabase& database, Query begin);
+        Transaction(HiveDatabase& database, bool writes);
         Transaction(const Transaction&) = delete;
         Transaction& operator=(const Transaction&) = delete;
         ~Transaction();
@@ -122,14 +96,12 @@ class HiveDatabase {
     struct FinalizeStatement {
         void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
     };
-    sqlite3_stmt* Statement(Query query);
+    sqlite3_stmt* Statement(const char* sql);
 
     bool writable_;
     std::unique_ptr<sqlite3, CloseDatabase> database_;
     // Prepared at their first use. They go before the connection they belong to.
-    std::array<std::unique_ptr<sqlite3_stmt, FinalizeStatement>,
-               static_cast<std::size_t>(Query::kCount)>
-        statements_;
+    std::map<std::string_view, std::unique_ptr<sqlite3_stmt, FinalizeStatement>> statements_;
 };
 
 }  // namespace platform

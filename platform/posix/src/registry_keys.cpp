@@ -253,8 +253,4 @@ LSTATUS WINAPI RegQueryInfoKeyW(HKEY hKey, LPWSTR lpClass, LPDWORD lpcchClass, L
         }
     });
 }
-
-LSTATUS WINAPI RegFlushKey(HKEY hKey) {
-    return Report([&] { KeyWithRight(hKey, KEY_QUERY_VALUE).hive->Flush(); });
-}
 }
