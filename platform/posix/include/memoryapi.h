@@ -7,15 +7,15 @@
 #define FILE_MAP_READ 0x0004
 
 extern "C" {
-// A mapping of a whole file (size 0: as large as the file is now; larger: the file grows). Fails
-// with ERROR_FILE_INVALID for an empty file without a size. Mappings without a file and named ones
+// A mapping of a whole file, as large as the file is now (size 0; others are not supported). Fails
+// with ERROR_FILE_INVALID for an empty file. Mappings without a file and named ones
 // are not supported.
 WINAPI_EXPORT HANDLE WINAPI CreateFileMappingW(HANDLE hFile,
                                                LPSECURITY_ATTRIBUTES lpFileMappingAttributes,
                                                DWORD flProtect, DWORD dwMaximumSizeHigh,
                                                DWORD dwMaximumSizeLow, LPCWSTR lpName);
-// A view from an offset (a multiple of 64 KiB) of a number of bytes (0: to the end). It stays
-// valid when the mapping and the file are closed.
+// A view of the whole mapping (offset and size 0; others are not supported). It stays valid when
+// the mapping and the file are closed.
 WINAPI_EXPORT LPVOID WINAPI MapViewOfFile(HANDLE hFileMappingObject, DWORD dwDesiredAccess,
                                           DWORD dwFileOffsetHigh, DWORD dwFileOffsetLow,
                                           SIZE_T dwNumberOfBytesToMap);

@@ -6,8 +6,6 @@
 #include <cstdint>
 
 #define WINAPI
-#define CALLBACK
-#define APIENTRY
 #define WINAPI_EXPORT __attribute__((visibility("default")))
 
 using BOOL = int;
@@ -82,4 +80,3 @@ using LPFILETIME = FILETIME*;
 #define LOBYTE(w) (static_cast<BYTE>((w)&0xff))
 #define HIBYTE(w) (static_cast<BYTE>(((w) >> 8) & 0xff))
 #define LOWORD(l) (static_cast<WORD>((l)&0xffff))
-#define HIWORD(l) (static_cast<WORD>(((l) >> 16) & 0xffff))

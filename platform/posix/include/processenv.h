@@ -12,9 +12,6 @@ extern "C" {
 // Replaces each %NAME% by the variable's value; a name that is not set stays as it is. Returns the
 // characters of the result, terminator included, also when the buffer is too small for it.
 WINAPI_EXPORT DWORD WINAPI ExpandEnvironmentStringsW(LPCWSTR lpSrc, LPWSTR lpDst, DWORD nSize);
-// Returns the length of the value, or with a small buffer the size that it needs; 0 with
-// ERROR_ENVVAR_NOT_FOUND when it is not set.
-WINAPI_EXPORT DWORD WINAPI GetEnvironmentVariableW(LPCWSTR lpName, LPWSTR lpBuffer, DWORD nSize);
 // A null value removes the variable.
 WINAPI_EXPORT BOOL WINAPI SetEnvironmentVariableW(LPCWSTR lpName, LPCWSTR lpValue);
 // Sets a variable for this process's own getenv and for the calls above; an empty value removes it.

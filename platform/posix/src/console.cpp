@@ -26,8 +26,8 @@ std::shared_ptr<DescriptorObject> TerminalOf(HANDLE handle) {
     return nullptr;
 }
 
-// A standard stream that the program was started without stands for nothing, before any file is
-// opened that would take its descriptor and with it the stream's text.
+// Opens /dev/null for each standard stream that the program was started without, so that no file
+// gets the stream's descriptor and with it the stream's output.
 [[gnu::constructor(101)]] void FillMissingStreams() {
     int descriptor = -1;
     do {
@@ -111,7 +111,8 @@ extern "C" BOOL WINAPI WriteConsoleW(HANDLE hConsoleOutput, const void* lpBuffer
     const std::u16string_view text(static_cast<const WCHAR*>(lpBuffer), nNumberOfCharsToWrite);
     const std::string bytes = platform::BytesOf(text);
     DWORD written = 0;
-    if (!terminal->Write(bytes.data(), static_cast<DWORD>(bytes.size()), written)) return FALSE;
+    if (!terminal->Write(bytes.data(), static_cast<DWORD>(bytes.size()), written, nullptr))
+        return FALSE;
     if (lpNumberOfCharsWritten != nullptr) *lpNumberOfCharsWritten = nNumberOfCharsToWrite;
     return TRUE;
 }

@@ -84,20 +84,6 @@ extern "C" DWORD WINAPI ExpandEnvironmentStringsW(LPCWSTR lpSrc, LPWSTR lpDst, D
     return static_cast<DWORD>(result.size()) + 1;
 }
 
-extern "C" DWORD WINAPI GetEnvironmentVariableW(LPCWSTR lpName, LPWSTR lpBuffer, DWORD nSize) {
-    const std::lock_guard lock(environmentMutex);
-    const auto variable = IsName(lpName) ? FindVariable(lpName) : std::nullopt;
-    if (!variable) {
-        platform::Fail(ERROR_ENVVAR_NOT_FOUND);
-        return 0;
-    }
-    const std::u16string value = platform::WideOf(variable->value);
-    SetLastError(ERROR_SUCCESS);
-    if (lpBuffer == nullptr || value.size() >= nSize) return static_cast<DWORD>(value.size()) + 1;
-    *std::ranges::copy(value, lpBuffer).out = 0;
-    return static_cast<DWORD>(value.size());
-}
-
 extern "C" BOOL WINAPI SetEnvironmentVariableW(LPCWSTR lpName, LPCWSTR lpValue) {
     if (!IsName(lpName)) return platform::Fail(ERROR_INVALID_PARAMETER);
     const std::lock_guard lock(environmentMutex);

@@ -49,13 +49,13 @@ class File : public platform::DescriptorObject {
 
     bool MayWrite() const { return (access_ & kWriteAccess) != 0; }
     bool MayChangeList() const { return (access_ & WRITE_DAC) != 0; }
-    BOOL Read(void* buffer, DWORD size, DWORD& read) override {
+    BOOL Read(void* buffer, DWORD size, DWORD& read, OVERLAPPED* overlapped) override {
         if ((access_ & FILE_READ_DATA) == 0) return Fail(ERROR_ACCESS_DENIED);
-        return DescriptorObject::Read(buffer, size, read);
+        return DescriptorObject::Read(buffer, size, read, overlapped);
     }
-    BOOL Write(const void* data, DWORD size, DWORD& written) override {
+    BOOL Write(const void* data, DWORD size, DWORD& written, OVERLAPPED* overlapped) override {
         if (!MayWrite()) return Fail(ERROR_ACCESS_DENIED);
-        return DescriptorObject::Write(data, size, written);
+        return DescriptorObject::Write(data, size, written, overlapped);
     }
     BOOL Flush() override {
         if (!MayWrite()) return Fail(ERROR_ACCESS_DENIED);

@@ -57,10 +57,6 @@ Views& AllViews() {
     return *views;
 }
 
-std::uint64_t Join(DWORD high, DWORD low) {
-    return (std::uint64_t{high} << 32) | low;
-}
-
 }  // namespace
 
 extern "C" HANDLE WINAPI CreateFileMappingW(HANDLE hFile,
@@ -72,35 +68,30 @@ extern "C" HANDLE WINAPI CreateFileMappingW(HANDLE hFile,
         return nullptr;
     };
     // 1. What is asked for.
-    if (hFile == INVALID_HANDLE_VALUE || lpName != nullptr) return fail(ERROR_NOT_SUPPORTED);
+    if (hFile == INVALID_HANDLE_VALUE || dwMaximumSizeHigh != 0 || dwMaximumSizeLow != 0 ||
+        lpName != nullptr)
+        return fail(ERROR_NOT_SUPPORTED);
     if (flProtect != PAGE_READONLY && flProtect != PAGE_READWRITE) {
         return fail(ERROR_INVALID_PARAMETER);
     }
     const auto file = platform::ObjectOf<platform::DescriptorObject>(hFile);
     if (!file) return nullptr;
-    // 2. The size; a writable mapping may be larger than its file, which then grows.
+    // 2. The size, which is the file's.
     const bool writable = flProtect == PAGE_READWRITE;
     struct stat info {};
     if (fstat(file->Descriptor(), &info) != 0) return fail(platform::ErrorOfErrno(errno));
     const auto fileSize = static_cast<std::uint64_t>(info.st_size);
-    std::uint64_t size = Join(dwMaximumSizeHigh, dwMaximumSizeLow);
-    if (size == 0 && fileSize == 0) return fail(ERROR_FILE_INVALID);
-    if (size == 0) size = fileSize;
-    if (size > fileSize && !writable) return fail(ERROR_NOT_ENOUGH_MEMORY);
-    if (size > fileSize && ftruncate(file->Descriptor(), static_cast<off_t>(size)) != 0) {
-        return fail(platform::ErrorOfErrno(errno));
-    }
+    if (fileSize == 0) return fail(ERROR_FILE_INVALID);
     // 3. The mapping outlives the file's handle.
     platform::UniqueDescriptor own(dup(file->Descriptor()));
     if (!own) return fail(platform::ErrorOfErrno(errno));
     SetLastError(ERROR_SUCCESS);
-    return platform::OpenHandle(std::make_shared<FileMapping>(std::move(own), size, writable));
+    return platform::OpenHandle(std::make_shared<FileMapping>(std::move(own), fileSize, writable));
 }
 
 extern "C" LPVOID WINAPI MapViewOfFile(HANDLE hFileMappingObject, DWORD dwDesiredAccess,
                                        DWORD dwFileOffsetHigh, DWORD dwFileOffsetLow,
                                        SIZE_T dwNumberOfBytesToMap) {
-    constexpr std::uint64_t kGranularity = 0x10000;
     const auto mapping = platform::ObjectOf<FileMapping>(hFileMappingObject);
     if (!mapping) return nullptr;
     const auto fail = [](DWORD error) -> LPVOID {
@@ -108,18 +99,14 @@ extern "C" LPVOID WINAPI MapViewOfFile(HANDLE hFileMappingObject, DWORD dwDesire
         return nullptr;
     };
     const bool writes = (dwDesiredAccess & FILE_MAP_WRITE) != 0;
-    const std::uint64_t offset = Join(dwFileOffsetHigh, dwFileOffsetLow);
-    if (writes && !mapping->IsWritable()) return fail(ERROR_ACCESS_DENIED);
-    if (offset % kGranularity != 0) return fail(ERROR_MAPPED_ALIGNMENT);
-    if (offset >= mapping->Size() || dwNumberOfBytesToMap > mapping->Size() - offset) {
-        return fail(ERROR_ACCESS_DENIED);
+    if (dwFileOffsetHigh != 0 || dwFileOffsetLow != 0 || dwNumberOfBytesToMap != 0) {
+        return fail(ERROR_NOT_SUPPORTED);
     }
-    const std::size_t size =
-        dwNumberOfBytesToMap == 0 ? mapping->Size() - offset : dwNumberOfBytesToMap;
-    void* const view = mmap(nullptr, size, writes ? PROT_READ | PROT_WRITE : PROT_READ, MAP_SHARED,
-                            mapping->Descriptor(), static_cast<off_t>(offset));
+    if (writes && !mapping->IsWritable()) return fail(ERROR_ACCESS_DENIED);
+    void* const view = mmap(nullptr, mapping->Size(), writes ? PROT_READ | PROT_WRITE : PROT_READ,
+                            MAP_SHARED, mapping->Descriptor(), 0);
     if (view == MAP_FAILED) return fail(platform::ErrorOfErrno(errno));
-    AllViews().Add(view, size);
+    AllViews().Add(view, mapping->Size());
     return view;
 }
 

@@ -13,17 +13,8 @@ BOOL FileObject::Flush() {
     return Fail(ERROR_INVALID_HANDLE);
 }
 
-BOOL FileObject::StartRead(void* /*buffer*/, DWORD /*size*/, DWORD& /*read*/,
-                           OVERLAPPED& /*overlapped*/) {
-    return Fail(ERROR_NOT_SUPPORTED);
-}
-
-BOOL FileObject::StartWrite(const void* /*data*/, DWORD /*size*/, DWORD& /*written*/,
-                            OVERLAPPED& /*overlapped*/) {
-    return Fail(ERROR_NOT_SUPPORTED);
-}
-
-BOOL DescriptorObject::Read(void* buffer, DWORD size, DWORD& read) {
+BOOL DescriptorObject::Read(void* buffer, DWORD size, DWORD& read, OVERLAPPED* overlapped) {
+    if (overlapped != nullptr) return Fail(ERROR_NOT_SUPPORTED);
     ssize_t got = 0;
     do {
         got = ::read(descriptor_, buffer, size);
@@ -33,7 +24,8 @@ BOOL DescriptorObject::Read(void* buffer, DWORD size, DWORD& read) {
     return TRUE;
 }
 
-BOOL DescriptorObject::Write(const void* data, DWORD size, DWORD& written) {
+BOOL DescriptorObject::Write(const void* data, DWORD size, DWORD& written, OVERLAPPED* overlapped) {
+    if (overlapped != nullptr) return Fail(ERROR_NOT_SUPPORTED);
     const char* const bytes = static_cast<const char*>(data);
     while (written < size) {
         const ssize_t put = write(descriptor_, bytes + written, size - written);
@@ -67,10 +59,7 @@ extern "C" BOOL WINAPI ReadFile(HANDLE hFile, LPVOID lpBuffer, DWORD nNumberOfBy
     DWORD& read = lpNumberOfBytesRead == nullptr ? ignored : *lpNumberOfBytesRead;
     read = 0;
     const auto file = platform::ObjectOf<FileObject>(hFile);
-    if (!file) return FALSE;
-    return lpOverlapped == nullptr
-               ? file->Read(lpBuffer, nNumberOfBytesToRead, read)
-               : file->StartRead(lpBuffer, nNumberOfBytesToRead, read, *lpOverlapped);
+    return file ? file->Read(lpBuffer, nNumberOfBytesToRead, read, lpOverlapped) : FALSE;
 }
 
 extern "C" BOOL WINAPI WriteFile(HANDLE hFile, LPCVOID lpBuffer, DWORD nNumberOfBytesToWrite,
@@ -79,10 +68,7 @@ extern "C" BOOL WINAPI WriteFile(HANDLE hFile, LPCVOID lpBuffer, DWORD nNumberOf
     DWORD& written = lpNumberOfBytesWritten == nullptr ? ignored : *lpNumberOfBytesWritten;
     written = 0;
     const auto file = platform::ObjectOf<FileObject>(hFile);
-    if (!file) return FALSE;
-    return lpOverlapped == nullptr
-               ? file->Write(lpBuffer, nNumberOfBytesToWrite, written)
-               : file->StartWrite(lpBuffer, nNumberOfBytesToWrite, written, *lpOverlapped);
+    return file ? file->Write(lpBuffer, nNumberOfBytesToWrite, written, lpOverlapped) : FALSE;
 }
 
 extern "C" BOOL WINAPI FlushFileBuffers(HANDLE hFile) {

@@ -11,12 +11,11 @@ namespace platform {
 // offer fails with ERROR_INVALID_HANDLE.
 class FileObject : public KernelObject {
   public:
-    virtual BOOL Read(void* buffer, DWORD size, DWORD& read) = 0;
-    virtual BOOL Write(const void* data, DWORD size, DWORD& written) = 0;
+    // With an OVERLAPPED an overlapped operation, of which most objects know none
+    // (ERROR_NOT_SUPPORTED).
+    virtual BOOL Read(void* buffer, DWORD size, DWORD& read, OVERLAPPED* overlapped) = 0;
+    virtual BOOL Write(const void* data, DWORD size, DWORD& written, OVERLAPPED* overlapped) = 0;
     virtual BOOL Flush();
-    // The same as overlapped operations, of which most objects know none (ERROR_NOT_SUPPORTED).
-    virtual BOOL StartRead(void* buffer, DWORD size, DWORD& read, OVERLAPPED& overlapped);
-    virtual BOOL StartWrite(const void* data, DWORD size, DWORD& written, OVERLAPPED& overlapped);
 };
 
 // A descriptor of this process that something owns: a regular file, a terminal, a device.
@@ -25,8 +24,8 @@ class DescriptorObject : public FileObject {
     explicit DescriptorObject(int descriptor) : descriptor_(descriptor) {}
 
     int Descriptor() const { return descriptor_; }
-    BOOL Read(void* buffer, DWORD size, DWORD& read) override;
-    BOOL Write(const void* data, DWORD size, DWORD& written) override;
+    BOOL Read(void* buffer, DWORD size, DWORD& read, OVERLAPPED* overlapped) override;
+    BOOL Write(const void* data, DWORD size, DWORD& written, OVERLAPPED* overlapped) override;
     BOOL Flush() override;
     std::optional<uid_t> Owner() override;
 

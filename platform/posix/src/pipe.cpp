@@ -15,20 +15,12 @@ PipeEnd::~PipeEnd() {
     if (pending_) Complete(ERROR_OPERATION_ABORTED);
 }
 
-BOOL PipeEnd::Read(void* buffer, DWORD size, DWORD& read) {
-    return Perform({.reads = true, .input = buffer, .inputSize = size}, read, nullptr);
+BOOL PipeEnd::Read(void* buffer, DWORD size, DWORD& read, OVERLAPPED* overlapped) {
+    return Perform({.reads = true, .input = buffer, .inputSize = size}, read, overlapped);
 }
 
-BOOL PipeEnd::Write(const void* data, DWORD size, DWORD& written) {
-    return Perform({.writes = true, .output = data, .outputSize = size}, written, nullptr);
-}
-
-BOOL PipeEnd::StartRead(void* buffer, DWORD size, DWORD& read, OVERLAPPED& overlapped) {
-    return Perform({.reads = true, .input = buffer, .inputSize = size}, read, &overlapped);
-}
-
-BOOL PipeEnd::StartWrite(const void* data, DWORD size, DWORD& written, OVERLAPPED& overlapped) {
-    return Perform({.writes = true, .output = data, .outputSize = size}, written, &overlapped);
+BOOL PipeEnd::Write(const void* data, DWORD size, DWORD& written, OVERLAPPED* overlapped) {
+    return Perform({.writes = true, .output = data, .outputSize = size}, written, overlapped);
 }
 
 bool PipeEnd::MayTransact() {

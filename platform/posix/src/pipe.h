@@ -31,12 +31,10 @@ class PipeEnd : public FileObject, public std::enable_shared_from_this<PipeEnd> 
         : isOverlapped_(isOverlapped), readsMessages_(readsMessages) {}
     ~PipeEnd() override;
 
-    BOOL Read(void* buffer, DWORD size, DWORD& read) override;
-    BOOL Write(const void* data, DWORD size, DWORD& written) override;
+    BOOL Read(void* buffer, DWORD size, DWORD& read, OVERLAPPED* overlapped) override;
+    BOOL Write(const void* data, DWORD size, DWORD& written, OVERLAPPED* overlapped) override;
     // What was written stays readable whatever becomes of this end: there is nothing to wait for.
     BOOL Flush() override { return TRUE; }
-    BOOL StartRead(void* buffer, DWORD size, DWORD& read, OVERLAPPED& overlapped) override;
-    BOOL StartWrite(const void* data, DWORD size, DWORD& written, OVERLAPPED& overlapped) override;
     // Goes on with the overlapped operation, to its end or that of the time.
     DWORD Wait(const Deadline& deadline) override;
 

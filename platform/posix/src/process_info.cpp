@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <memory>
 #include <sstream>
 
@@ -89,6 +90,21 @@ std::string ProcessFolder::Read(const char* file) const {
         text.append(piece.data(), static_cast<std::size_t>(got));
     }
     return got < 0 ? std::string() : text;
+}
+
+ProcessFolder::Ticks ProcessFolder::Times() const {
+    // Behind the name, which may hold anything: the state, and numbers from the fourth field on.
+    const std::string stat = Read("stat");
+    const auto name = stat.rfind(')');
+    Ticks times;
+    if (name == std::string::npos ||
+        std::sscanf(stat.c_str() + name,
+                    ") %*c %*d %*d %*d %*d %*d %*u %*u %*u %*u %*u %llu %llu %*d %*d %*d %*d %*d "
+                    "%*d %llu",
+                    &times.user, &times.kernel, &times.start) != 3) {
+        return {};
+    }
+    return times;
 }
 
 std::vector<unsigned> StatusNumbers(const std::string& status, const std::string& field) {

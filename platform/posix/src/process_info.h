@@ -31,6 +31,12 @@ class ProcessFolder {
     std::string ProgramPath() const;
     // The content of one of its information files; empty with errno set on failure.
     std::string Read(const char* file) const;
+    // When it started, from the system's start, and what it has spent, in clock ticks; zeros when
+    // it is gone.
+    struct Ticks {
+        unsigned long long start = 0, user = 0, kernel = 0;
+    };
+    Ticks Times() const;
 
   private:
     UniqueDescriptor folder_;

@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <utility>
 
 #include "deadline.h"
@@ -105,22 +104,11 @@ extern "C" BOOL WINAPI GetProcessTimes(HANDLE hProcess, LPFILETIME lpCreationTim
     const auto process = platform::ProcessOf(
         hProcess, PROCESS_QUERY_INFORMATION | PROCESS_QUERY_LIMITED_INFORMATION);
     if (!process) return FALSE;
-    // Behind the name, which may hold anything: the state, and numbers from the fourth field on.
-    const std::string stat = process->Folder().Read("stat");
-    const auto name = stat.rfind(')');
-    unsigned long long user = 0;
-    unsigned long long kernel = 0;
-    unsigned long long start = 0;
-    if (name == std::string::npos ||
-        std::sscanf(stat.c_str() + name,
-                    ") %*c %*d %*d %*d %*d %*d %*u %*u %*u %*u %*u %llu %llu %*d %*d %*d %*d %*d "
-                    "%*d %llu",
-                    &user, &kernel, &start) != 3) {
-        return platform::Fail(ERROR_ACCESS_DENIED);  // it has ended
-    }
-    *lpCreationTime = TimeOfTicks(start);
+    const auto times = process->Folder().Times();
+    if (times.start == 0) return platform::Fail(ERROR_ACCESS_DENIED);  // it has ended
+    *lpCreationTime = TimeOfTicks(times.start);
     *lpExitTime = {};
-    *lpKernelTime = TimeOfTicks(kernel);
-    *lpUserTime = TimeOfTicks(user);
+    *lpKernelTime = TimeOfTicks(times.kernel);
+    *lpUserTime = TimeOfTicks(times.user);
     return TRUE;
 }

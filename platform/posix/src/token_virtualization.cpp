@@ -1,5 +1,5 @@
 // A process that differs from the machine's setting has the file run/virtualization-<process>-<time
-// of its start>, which holds its setting and goes with the process.
+// of its start>, which holds its setting and is removed when the process ends.
 #include "token_virtualization.h"
 
 #include <fcntl.h>
@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <sstream>
 #include <string>
 
 #include "descriptor.h"
@@ -23,20 +22,9 @@ bool MachineSetting() {
     return access((EndpointFolder() + "/virtualization").c_str(), F_OK) == 0;
 }
 
-// The 22nd field of a process's "stat" file; fields are counted behind the program's name, which
-// may hold anything.
-std::string StartTime(pid_t process) {
-    const ProcessFolder folder(process);
-    const std::string stat = folder.IsOpen() ? folder.Read("stat") : std::string();
-    const std::size_t nameEnd = stat.rfind(')');
-    std::istringstream fields(nameEnd == std::string::npos ? "" : stat.substr(nameEnd + 1));
-    std::string field;
-    for (int number = 3; number <= 22; ++number) fields >> field;
-    return field;
-}
-
 std::string NameOfSetting(pid_t process) {
-    return "/virtualization-" + std::to_string(process) + "-" + StartTime(process);
+    return "/virtualization-" + std::to_string(process) + "-" +
+           std::to_string(ProcessFolder(process).Times().start);
 }
 
 // Takes away the setting of this process when it ends.
