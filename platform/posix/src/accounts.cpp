@@ -21,7 +21,7 @@ namespace platform {
 namespace {
 
 // Whether the account in question is a member; nothing, with the last error set, when that cannot
-// be learnt.
+// be determined.
 using Membership = std::optional<bool>;
 
 Membership IsSystem() {
@@ -68,7 +68,7 @@ const std::vector<WellKnownSid>& WellKnownSids() {
 
 constexpr std::size_t kSidHeaderSize = offsetof(SID, SubAuthority);
 constexpr BYTE kWindows = 5;      // the authority of Windows' own accounts
-constexpr BYTE kPosixUsers = 22;  // ... and of users of POSIX, as others name them, too
+constexpr BYTE kPosixUsers = 22;  // the authority of POSIX users, a common convention
 
 std::vector<BYTE> BytesOfSid(BYTE authority, const std::vector<DWORD>& below) {
     const std::size_t size = below.size() * sizeof(DWORD);

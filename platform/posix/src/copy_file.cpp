@@ -25,9 +25,9 @@ using platform::UniqueDescriptor;
 
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
-// A file being written in the destination's folder. It has no name as long as it is not whole, so
-// that nothing is left of it whatever happens; where the file system makes no such files, it has
-// one of its own.
+// A file being written in the destination's folder. It has no name until it is complete, so that
+// nothing is left of it whatever happens; on a file system without such files it has a temporary
+// name.
 class DraftFile {
   public:
     explicit DraftFile(int folder)

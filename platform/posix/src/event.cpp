@@ -16,7 +16,7 @@
 namespace platform {
 namespace {
 
-// Tells when the file of an object was written, also before the wait began.
+// Notices writes to the file of an object from its construction on.
 class Watch {
   public:
     explicit Watch(const ObjectFile& file) : watch_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {

@@ -1,4 +1,4 @@
-// Events that tell of the end of something that goes on only while somebody waits for it.
+// Events of operations that make progress only while a thread waits for them.
 #pragma once
 
 #include <memory>

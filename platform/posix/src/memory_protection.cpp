@@ -1,5 +1,5 @@
 // CryptProtectMemory and CryptUnprotectMemory: AES-256-XTS, the only common mode that keeps the
-// length, repeats no pattern inside the memory and reuses no key stream, under a key that lives in
+// length, repeats no pattern inside the memory and reuses no key stream, under a key that exists in
 // this process alone.
 #include <dpapi.h>
 #include <sys/mman.h>

@@ -124,7 +124,7 @@ BOOL Mutex::Release() {
         }
     }
     OwnedMutexes::Remove(this);
-    // A state that cannot be written tells the next owner of a dead one: wrong, but no harm.
+    // When the state cannot be written, the next owner gets WAIT_ABANDONED, which does no harm.
     ObjectState state;
     if (Load(state)) {
         state.isSet = 0;

@@ -155,7 +155,7 @@ Outcome TryOpen(Opening& opening) {
     const Gate gate(file);
     if (!gate) return Outcome::kFailed;
     if (!file.IsNamed()) return Outcome::kAgain;
-    // 2. What it stands for: an object, or nothing but the remains of one.
+    // 2. Whether it is an object, or was left by a killed process.
     opening.existed = file.IsHeldByAnother();
     if (!opening.existed) {
         if (!opening.mode) return FailedWithErrno(ENOENT);

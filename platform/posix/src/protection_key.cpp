@@ -56,8 +56,8 @@ bool WriteKey(const std::string& path, mode_t mode) {
            fchmod(made.get(), mode) == 0 && fsync(made.get()) == 0;
 }
 
-// Makes the key whole under a name of its own and then gives it its name, which fails when another
-// process was first.
+// Writes the key to a temporary file and links that to the key's name, unless another process did
+// so first.
 bool MakeKey(const KeyFile& file) {
     std::uint64_t suffix = 0;
     FillRandom(&suffix, sizeof suffix);

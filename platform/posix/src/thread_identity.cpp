@@ -21,7 +21,7 @@ namespace {
 // Who the thread was before it began to impersonate.
 thread_local std::optional<Identity> ownIdentity;
 
-// Whom the thread knows but does not act as.
+// The account that the thread identifies but does not act as.
 thread_local std::optional<Identity> identified;
 
 // An impossible id changes nothing, and the call reports what stands.
@@ -108,7 +108,7 @@ bool MayActAsAnyone() {
 bool Impersonate(const Identity& identity) {
     const Identity before = ThreadIdentity();
     if (!BecomeIdentity(identity)) {
-        if (!BecomeIdentity(before)) std::abort();  // must not go on as somebody in between
+        if (!BecomeIdentity(before)) std::abort();  // it would run with a mixture of two accounts
         return Fail(ERROR_PRIVILEGE_NOT_HELD);
     }
     if (!ownIdentity) ownIdentity = before;

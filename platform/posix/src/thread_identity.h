@@ -36,21 +36,22 @@ bool MayActAsAnyone();
 // ERROR_PRIVILEGE_NOT_HELD, and the thread stays as it was.
 bool Impersonate(const Identity& identity);
 
-// Lets the thread know an account without acting as it, in place of what it knew before.
+// Lets the thread identify an account without acting as it; replaces an earlier one.
 void Identify(Identity identity);
 // Whether there is such an account.
 bool IsIdentifying();
 // The account that questions about the thread's rights are about: the identified one, or its own.
 uid_t AccountInQuestion();
 
-// Whom the thread knows or acts as; nobody when it is only itself.
+// The account that the thread identifies or impersonates; nothing when it does neither.
 std::optional<Identity> ForeignIdentity();
 
 // Ends the impersonation and the identification, if there are any. False, with ERROR_ACCESS_DENIED,
 // when the system does not let the thread return.
 bool StopImpersonating();
 
-// While it lives the thread is the process again: for files of the machine that belong to no user.
+// During its lifetime the thread acts as the process: for files of the machine that belong to no
+// user.
 class ActAsProcess {
   public:
     ActAsProcess();
@@ -63,7 +64,7 @@ class ActAsProcess {
     Identity impersonated_;
 };
 
-// While it lives questions about the thread's rights are about that account.
+// During its lifetime questions about the thread's rights are about that account.
 class IdentifyFor {
   public:
     explicit IdentifyFor(const Identity& identity);
@@ -75,8 +76,8 @@ class IdentifyFor {
     std::optional<Identity> before_;
 };
 
-// While it lives the thread acts as the account in question, to see what that account may do. False
-// when it cannot: ERROR_PRIVILEGE_NOT_HELD.
+// During its lifetime the thread acts as the account in question, to see what that account may do.
+// False when it cannot: ERROR_PRIVILEGE_NOT_HELD.
 class ActAsAccountInQuestion {
   public:
     ActAsAccountInQuestion();
