@@ -118,9 +118,10 @@ bool TakePassword(const WCHAR* argument) {
 // A process proves that it started this one by its own id, encrypted with the key of this machine.
 // An argument that does not decrypt proves nothing either way.
 bool TakeCaller(const WCHAR* argument) {
-    const auto plain = DecryptArgument(argument, nullptr);
+    auto plain = DecryptArgument(argument, nullptr);
     if (!plain) return true;
     const long id = std::strtol(reinterpret_cast<const char*>(plain->data()), nullptr, 10);
+    plain.reset();
     g_RunSettings.bCallerVerified = id == static_cast<long>(GetParentProcessId());
     return true;
 }

@@ -38,7 +38,11 @@ bool AddUserConfiguration(const WString& path, const SecureText& password, DWORD
         log_error_fmt(g_hLog, kNotSaved, path.c_str());
         return false;
     }
-    return Save(file, path);
+    if (Save(file, path)) return true;
+    // What the modules wrote stays, or no file that could take the place of an older backup.
+    file.Root()->RemoveChild(file.Root()->FirstChildElement(kUserConfigurationElement));
+    if (!file.Save()) DeleteFileW(path.c_str());
+    return false;
 }
 
 bool RemoveComments(const WString& path) {

@@ -37,7 +37,7 @@ bool BeginImport(ConfigFile& file, const Operation& operation, DWORD sessionId) 
     if (operation->checksFile && !isLoaded) {
         return Refuse(GuiCode::kProcessingFailed, kCannotProcess, path, sessionId);
     }
-    if (operation->checksFile && file.Root() == nullptr) {
+    if (operation->checksFile && file.Document().FirstChildElement(kRootElement) == nullptr) {
         return Refuse(GuiCode::kInvalidFormat, kNoRoot, path, sessionId);
     }
     // What other operations cannot load is left to the plug-ins as it is.

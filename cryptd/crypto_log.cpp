@@ -195,7 +195,8 @@ int CryptdLogWrite(const WCHAR* path, HANDLE mutex, const char* message) {
     UniqueHandle log = isFolderSafe ? OpenLog(path) : UniqueHandle();
     if (!log) return -1;
 
-    // 3. A full one gives way to a new one. Where it stays, because somebody uses it, it grows on.
+    // 3. A full one is replaced by a new one. Where it cannot be renamed, because another program
+    // has it open or this account may not rename it, it grows on.
     if (IsFull(log)) {
         log.reset();
         MoveFileExW(path, BackupOf(path).c_str(), MOVEFILE_REPLACE_EXISTING);

@@ -10,7 +10,7 @@
 // the line has no such prefix (nor the "~"). The line end is added where it is missing and stored
 // as CR LF. Any number of processes may write at once: a mutex of the machine keeps their lines
 // whole and in order. A log that has grown beyond 1 MiB becomes its own backup, "<name>.bak",
-// before the next line.
+// before the next line of an account that may rename it: an administrator's or the system's.
 //
 // 8-bit text is UTF-8 and written as it is; wide text is UTF-16 and written as UTF-8. A formatted
 // message has at most 8,191 characters; what is beyond them is cut off. Null text is empty text,

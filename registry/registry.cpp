@@ -119,8 +119,10 @@ bool CRegistry::CopyKey(const WString& source, const WString& destination) {
 }
 
 bool CRegistry::MoveKey(const WString& source, const WString& destination) {
+    if (m_bReadOnly) return false;
+    if (source.empty()) return Record(ERROR_INVALID_PARAMETER, 0);  // names the current key itself
     LSTATUS result = ERROR_SUCCESS;
-    if (m_bReadOnly || !CopyTree(source, destination, result)) return false;
+    if (!CopyTree(source, destination, result)) return false;
     if (result != ERROR_SUCCESS) {
         RegDeleteKeyW(m_hKey, destination.c_str());
     } else {

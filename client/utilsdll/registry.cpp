@@ -60,6 +60,8 @@ class VisitedKey {
   private:
     bool IsRead() {
         if (state_ == State::kUnread) {
+            values_.clear();  // where memory ran out at the last try
+            indices_.clear();
             state_ = ReadValues(key_, values_) ? State::kRead : State::kUnreadable;
             for (std::size_t i = 0; i < values_.size(); ++i) indices_.emplace(values_[i].name, i);
         }

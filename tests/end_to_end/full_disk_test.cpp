@@ -1,4 +1,6 @@
 // Every command on a machine whose own disk, or that of temporary files, is full or nearly so.
+#include <utilsdll.h>
+
 #include <set>
 
 #include "tests/end_to_end/client_machine.h"
@@ -17,10 +19,13 @@ TEST_P(FullDiskTest, IsAnErrorWithItsOutcomeInEveryCommand) {
     const std::string output = (ScratchFolder() / "output").string();
     const std::string value = "HKLM\\" SENTREL_PRODUCT_KEY "\\" + kOffice;
     using Commands = std::vector<std::vector<std::string>>;
+    auto withUserSettings = BackupArguments();
+    withUserSettings.push_back("-u");
     const Commands tool = {BackupArguments(),
                            {"-o", "import", "-f", source, "-p", kPassword},
                            {"-o", "import_settings", "-f", output + ".xml", "-p", kPassword},
-                           {"-f", secret, "-p", kPassword, "-O", output}};
+                           {"-f", secret, "-p", kPassword, "-O", output},
+                           withUserSettings};
     const Commands client = {{"--help"},
                              {"status"},
                              {"set-lock-password", "open sesame"},
@@ -45,6 +50,9 @@ TEST_P(FullDiskTest, IsAnErrorWithItsOutcomeInEveryCommand) {
     if (!disk) GTEST_SKIP() << "without " << kSmallDisk;
     ASSERT_EQ(Tool({"-f", source, "-p", kPassword}).exitCode, 0);
     Client({"encrypt-file", source, secret, kPassword});
+    const UniqueRegKey user(
+        reg_createkeyW(HKEY_CURRENT_USER, TEXT(SENTREL_PRODUCT_KEY "\\SA_UI\\window")));
+    ASSERT_TRUE(reg_setstringW(user.get(), TEXT("large"), WString(40'000, 'x').c_str()));
     const std::string good = ReadWholeFile(source);
     // 2. Each of them, with more and more of the disk free.
     for (const std::size_t free : {0U, 4096U, 16'384U, 65'536U, 262'144U}) {
