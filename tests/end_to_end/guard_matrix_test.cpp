@@ -2,6 +2,7 @@
 // machine, and what each leaves behind.
 #include <utilsdll.h>
 
+#include <algorithm>
 #include <regex>
 #include <tuple>
 
@@ -51,42 +52,46 @@ struct State {
     std::string unlock;  // given with -k; empty: nothing is
 };
 
-std::ostream& operator<<(std::ostream& out, const State& s) {
-    return out << "administrator " << s.isAdministrator << ", trusted parent " << s.isParentTrusted
-               << ", managed " << s.isManaged << ", scheduler " << s.schedulerRuns
-               << ", lock password " << s.hasLockPassword << ", locked " << s.isLocked << ", -k "
-               << s.unlock;
+// A letter for each: administrator, trusted parent, managed with its scheduler running, lock
+// password, locked - y or n - and what is given with -k: - nothing, w a wrong password, r the
+// right.
+std::string TextOf(const State& s) {
+    const auto letter = [](bool is) { return is ? 'y' : 'n'; };
+    return {letter(s.isAdministrator),
+            letter(s.isParentTrusted),
+            letter(s.isManaged && s.schedulerRuns),
+            letter(s.hasLockPassword),
+            letter(s.isLocked),
+            s.unlock.empty() ? '-' : (s.unlock == kLockPassword ? 'r' : 'w')};
 }
 
-struct Outcome {
+// What becomes of a guarded import: the first row whose letters fit decides, "*" fits all.
+struct Decision {
+    const char* state;
     int exitCode;
     const char* output;
-    bool lockedAtEnd;
 };
+constexpr Decision kDecisions[] = {
+    {"n*****", 3, "Admin rights are required to import configuration files.\n"},
+    {"yny***", 2, "The configuration settings are protected with registration. \n"},
+    {"y**n**", 0, ""},
+    {"yy*yn*", 0, ""},
+    {"y**y*-", 2,
+     "The configuration settings are protected with lock. You must use the -k option to install "
+     "configurations.\n"},
+    {"y**y*w", 1, "Incorrect password.\n"},
+    {"y**y*r", 0, ""},
+};
+constexpr Decision kUnguarded = {"******", 0, ""};
 
-Outcome Expected(const Operation& operation, const State& state) {
-    const auto refusal = [&](int exitCode, const char* output) {
-        return Outcome{exitCode, output, state.isLocked};
-    };
-    if (operation.isGuarded) {
-        if (!state.isAdministrator) {
-            return refusal(3, "Admin rights are required to import configuration files.\n");
-        }
-        if (state.isManaged && state.schedulerRuns && !state.isParentTrusted) {
-            return refusal(2, "The configuration settings are protected with registration. \n");
-        }
-        const bool isHeld = state.hasLockPassword && (state.isLocked || !state.isParentTrusted);
-        if (isHeld && state.unlock.empty()) {
-            return refusal(
-                2,
-                "The configuration settings are protected with lock. You must use the -k "
-                "option to install configurations.\n");
-        }
-        if (isHeld && state.unlock != kLockPassword) return refusal(1, "Incorrect password.\n");
-    }
-    // A standard user's run has no right to the lock.
-    const bool locks = operation.locksAgain && state.hasLockPassword && state.isAdministrator;
-    return {0, "", state.isLocked || locks};
+const Decision& Expected(const Operation& operation, const State& state) {
+    if (!operation.isGuarded) return kUnguarded;
+    const std::string text = TextOf(state);
+    return *std::ranges::find_if(kDecisions, [&](const Decision& row) {
+        return std::ranges::equal(std::string_view(row.state), text, [](char wanted, char is) {
+            return wanted == '*' || wanted == is;
+        });
+    });
 }
 
 // --- The machine --------------------------------------------------------------------------------
@@ -153,9 +158,12 @@ class Guards : public ClientMachine {
     }
 
     void Check(const Operation& operation, const State& state) {
-        SCOPED_TRACE(state);
-        const Outcome expected = Expected(operation, state);
+        SCOPED_TRACE(operation.name + (" " + TextOf(state)));
+        const Decision& expected = Expected(operation, state);
         const bool isAllowed = expected.exitCode == 0;
+        // A standard user's run has no right to the lock.
+        const bool locksAgain =
+            isAllowed && operation.locksAgain && state.hasLockPassword && state.isAdministrator;
         Prepare(state, &operation == &kOperations[kExport]);
         BackgroundProcess run = Start(operation, state);
         if (isAllowed) LookMeanwhile(run, state);
@@ -164,7 +172,7 @@ class Guards : public ClientMachine {
         ResetEvent(goOn_.get());
 
         ExpectRun(result, expected.exitCode, expected.output);
-        EXPECT_EQ(sec_is_registry_locked(), expected.lockedAtEnd);
+        EXPECT_EQ(sec_is_registry_locked(), state.isLocked || locksAgain);
         for (const char* bypass : kBypasses) {
             EXPECT_FALSE(Exists(bypass)) << bypass;
             EXPECT_TRUE(isAllowed || AreObjectRemainsUntouched(EndpointFolder(), bypass)) << bypass;
