@@ -8,8 +8,6 @@
 #include <mutex>
 #include <new>
 
-#include "common/secure_text.h"
-
 namespace {
 
 // Pages are locked and unlocked as a whole, however often: each lot of them has one owner.
@@ -100,6 +98,6 @@ void FreeLocked(void* memory, std::size_t size) {
     if (memory == nullptr) return;
     auto* const bytes = static_cast<std::byte*>(memory);
     const std::size_t room = std::max<std::size_t>(size, 1);
-    WipeMemory(bytes, size);
+    SecureZeroMemory(bytes, size);
     if (!sharedPages.Free(bytes, room)) FreePages(bytes, room);
 }
