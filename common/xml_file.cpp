@@ -263,7 +263,7 @@ UniqueStream StreamTo(HANDLE file) {
     own.release();
     UniqueStream stream(_fdopen(descriptor, "w"));
     if (stream) {
-        constexpr std::size_t kBufferSize = 256 * 1024;
+        constexpr std::size_t kBufferSize = std::size_t{256} * 1024;
         std::setvbuf(stream.get(), nullptr, _IOFBF, kBufferSize);
     } else {
         _close(descriptor);

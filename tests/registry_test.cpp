@@ -85,8 +85,8 @@ TEST_F(RegistryClass, CopiesMovesAndEnumerates) {
     EXPECT_TRUE(registry.CopyKey(TEXT("From"), TEXT("Copy")));
     EXPECT_TRUE(registry.MoveKey(TEXT("From"), TEXT("To")));
     EXPECT_FALSE(registry.MoveKey(TEXT("From"), TEXT("Nowhere"))) << "nothing left to move";
-    EXPECT_FALSE(registry.MoveKey(TEXT(""), TEXT("Nowhere"))) << "the current key stays";
     EXPECT_EQ(registry.LastError(), DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_FALSE(registry.MoveKey(TEXT(""), TEXT("Nowhere"))) << "the current key stays";
     std::vector<WString> names;
     EXPECT_TRUE(registry.EnumSubKeys(names));
     EXPECT_EQ(names, (std::vector<WString>{TEXT("Copy"), TEXT("To")}));
