@@ -301,12 +301,12 @@ struct ValueWriter {
 
 void WriteValues(HKEY userRoot, const std::vector<ValueToRestore>& values) {
     UniqueRegKey key;
-    const WString* openPath = nullptr;  // of the key that is open: consecutive values share it
+    WString openPath;  // of the key that is open: consecutive values share it
     for (const ValueToRestore& value : values) {
         if (value.key.empty() || value.name.empty()) return;
-        if (!key || *openPath != value.key) {
+        if (!key || openPath != value.key) {
             key = OpenOrCreateKey(userRoot, value.key);
-            openPath = &value.key;
+            openPath = value.key;
         }
         if (key) std::visit(ValueWriter{key.get(), value.name.c_str()}, value.data);
     }
