@@ -243,7 +243,6 @@ TEST_F(FileTest, AFolderStaysWhileItIsHeld) {
         return CreateFileW(Wide(File("folder")).c_str(), access, share, nullptr, OPEN_EXISTING,
                            FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
     };
-    constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
     const auto folder = Wide(File("folder"));
     ASSERT_TRUE(CreateDirectoryW(folder.c_str(), nullptr));
     WriteWholeFile(File("folder") / "one", "");

@@ -19,7 +19,6 @@ constexpr WCHAR kRoot[] = TEXT("Software\\Verdane\\Test");
 constexpr LSTATUS kOk = ERROR_SUCCESS;
 constexpr LSTATUS kMissing = ERROR_FILE_NOT_FOUND;
 constexpr LSTATUS kDenied = ERROR_ACCESS_DENIED;
-constexpr LSTATUS kDeleted = ERROR_KEY_DELETED;
 
 // A key that is opened or made, one after another.
 class Key : public UniqueRegKey {
