@@ -102,7 +102,7 @@ WString DataText(DWORD type, const std::vector<BYTE>& data) {
         return Utf8ToWide(BytesToHex(data.data(), data.size()));
     }
     WString units(data.size() / sizeof(WCHAR), WCHAR{0});
-    std::memcpy(units.data(), data.data(), units.size() * sizeof(WCHAR));
+    std::copy_n(data.begin(), units.size() * sizeof(WCHAR), reinterpret_cast<BYTE*>(units.data()));
     if (type != REG_MULTI_SZ) return units.substr(0, units.find(WCHAR{0}));
     WString text;
     for (const WString& part : SplitText(units, WStringView(TEXT("\0"), 1))) {

@@ -212,7 +212,7 @@ void AppendQuoted(WString& out, WStringView text) {
 // The text of data that is one terminated text and nothing else; nothing for other data.
 std::optional<WString> TextOf(const std::vector<BYTE>& data) {
     WString text(data.size() / sizeof(WCHAR), WCHAR{0});
-    std::memcpy(text.data(), data.data(), text.size() * sizeof(WCHAR));
+    std::copy_n(data.begin(), text.size() * sizeof(WCHAR), reinterpret_cast<BYTE*>(text.data()));
     if (!text.empty()) text.pop_back();
     const bool isText = TextData(text) == data && FitsRegFile(text);
     return isText ? std::optional(text) : std::nullopt;
