@@ -41,15 +41,17 @@ class SpinLock {
     std::atomic_flag isHeld_;
 };
 
-// A few pages that small allocations share. They exist while one of them does: a library that is
-// unloaded leaves none locked. There is nothing to destroy, so that static objects may hold
-// secrets to their end.
+// A few pages that small allocations share; where they are full, small allocations are ordinary
+// memory: thousands of them with a locked page each would use up the quota. The pages exist while
+// they hold an allocation: a library that is unloaded leaves none locked. There is nothing to
+// destroy, so that static objects may hold secrets to their end.
 class SharedPages {
   public:
     // Null when there is no room.
     std::byte* Allocate(std::size_t size) {
         const std::size_t count = UnitsOf(size);
         const std::lock_guard lock(mutex_);
+        if (units_.size() - used_ < count) return nullptr;
         if (used_ == 0) pages_ = AllocatePages(kSize);
         const auto free = std::search_n(units_.begin(), units_.end(), count, false);
         if (free == units_.end()) return nullptr;
@@ -90,8 +92,9 @@ constinit SharedPages sharedPages;
 
 void* AllocateLocked(std::size_t size) {
     const std::size_t room = std::max<std::size_t>(size, 1);
-    std::byte* const shared = room <= SharedPages::kLargest ? sharedPages.Allocate(room) : nullptr;
-    return shared != nullptr ? shared : AllocatePages(room);
+    if (room > SharedPages::kLargest) return AllocatePages(room);
+    std::byte* const shared = sharedPages.Allocate(room);
+    return shared != nullptr ? shared : ::operator new(room);
 }
 
 void FreeLocked(void* memory, std::size_t size) {
@@ -99,5 +102,6 @@ void FreeLocked(void* memory, std::size_t size) {
     auto* const bytes = static_cast<std::byte*>(memory);
     const std::size_t room = std::max<std::size_t>(size, 1);
     SecureZeroMemory(bytes, size);
-    if (!sharedPages.Free(bytes, room)) FreePages(bytes, room);
+    if (room > SharedPages::kLargest) return FreePages(bytes, room);
+    if (!sharedPages.Free(bytes, room)) ::operator delete(memory);
 }
