@@ -7,7 +7,8 @@ get_target_property(openssl_files openssl_modules FILES)
 install(FILES ${openssl_files} DESTINATION .)
 install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION .)
 # What is linked in or lies beside the programs comes with its license.
-foreach(package IN ITEMS libssl-dev libtinyxml-dev mingw-w64-common)
+foreach(package IN ITEMS libssl-dev libtinyxml-dev libcli11-dev nlohmann-json3-dev
+                      mingw-w64-common)
     install(FILES /usr/share/doc/${package}/copyright DESTINATION licenses RENAME ${package}.txt)
 endforeach()
 install(FILES /usr/share/common-licenses/Apache-2.0 DESTINATION licenses RENAME Apache-2.0.txt)
