@@ -74,3 +74,27 @@ TEST_F(EnvironmentTest, TheUsersLanguageComesFromItsLocale) {
     SetVariable("LC_ALL", "ja_JP.UTF-8");
     EXPECT_EQ(GetUserDefaultUILanguage(), 0x0411);
 }
+
+TEST_F(EnvironmentTest, TheMachineHasAName) {
+    WCHAR host[256] = {};
+    DWORD size = 256;
+    ASSERT_TRUE(GetComputerNameExW(ComputerNameDnsHostname, host, &size));
+    const std::basic_string<WCHAR> name(host);
+    EXPECT_EQ(name.size(), size);
+    EXPECT_FALSE(name.empty());
+    EXPECT_EQ(name.find('.'), name.npos);
+
+    // The old form is its beginning, but for the case of letters.
+    WCHAR old[MAX_COMPUTERNAME_LENGTH + 1] = {};
+    DWORD oldSize = MAX_COMPUTERNAME_LENGTH + 1;
+    ASSERT_TRUE(GetComputerNameW(old, &oldSize));
+    EXPECT_EQ(oldSize, std::min<std::size_t>(size, MAX_COMPUTERNAME_LENGTH));
+    EXPECT_EQ(CompareStringOrdinal(old, -1, host, static_cast<int>(oldSize), TRUE), CSTR_EQUAL);
+
+    DWORD none = 1;
+    EXPECT_EQ(ErrorOf(GetComputerNameExW(ComputerNameDnsHostname, host, &none)), ERROR_MORE_DATA);
+    EXPECT_EQ(none, size + 1);
+    none = 1;
+    EXPECT_EQ(ErrorOf(GetComputerNameW(old, &none)), ERROR_BUFFER_OVERFLOW);
+    EXPECT_EQ(none, oldSize + 1);
+}

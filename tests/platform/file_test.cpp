@@ -153,7 +153,8 @@ TEST_F(FileTest, NamesOfFilesAndFolders) {
     const fs::path other = File("other", "2");
     EXPECT_EQ(ErrorOf(MoveFileExW(backslashes.c_str(), Wide(other).c_str(), 0)),
               ERROR_ALREADY_EXISTS);
-    ASSERT_TRUE(MoveFileExW(backslashes.c_str(), Wide(other).c_str(), MOVEFILE_REPLACE_EXISTING));
+    ASSERT_TRUE(MoveFileExW(backslashes.c_str(), Wide(other).c_str(),
+                            MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH));
     EXPECT_EQ(ReadWholeFile(other), "1");
 }
 
@@ -247,11 +248,13 @@ TEST_F(FileTest, AFolderStaysWhileItIsHeld) {
     ASSERT_TRUE(CreateDirectoryW(folder.c_str(), nullptr));
     WriteWholeFile(File("folder") / "one", "");
     EXPECT_EQ(ErrorOf(RemoveDirectoryW(folder.c_str())), ERROR_DIR_NOT_EMPTY);
+    for (const char* other : {"o.e", "only", "xone"}) WriteWholeFile(File("folder") / other, "");
     WIN32_FIND_DATAW found = {};
-    const HANDLE search = FindFirstFileW((folder + TEXT("/o*")).c_str(), &found);
+    const HANDLE search = FindFirstFileW((folder + TEXT("/o*ne")).c_str(), &found);
     EXPECT_EQ(fs::path(found.cFileName), "one");
     EXPECT_EQ(ErrorOf(FindNextFileW(search, &found)), ERROR_NO_MORE_FILES);
     EXPECT_TRUE(FindClose(search));
+    for (const char* other : {"o.e", "only", "xone"}) fs::remove(File("folder") / other);
     EXPECT_EQ(ErrorOfDelete(File("folder") / "one"), ERROR_SUCCESS);
 
     const HANDLE mayGo = hold(DELETE | SYNCHRONIZE, kShareAll);

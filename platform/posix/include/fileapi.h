@@ -80,9 +80,9 @@ WINAPI_EXPORT BOOL WINAPI CreateDirectoryW(LPCWSTR lpPathName,
 WINAPI_EXPORT BOOL WINAPI RemoveDirectoryW(LPCWSTR lpPathName);
 
 // The entries of a folder, "." and ".." among them, in no order. The pattern is the folder, a
-// separator and a name that may end with "*". INVALID_HANDLE_VALUE with ERROR_FILE_NOT_FOUND when
-// none fits; the end is FALSE with ERROR_NO_MORE_FILES. Only the name and the attribute of a folder
-// or a link are told.
+// separator and a name in which one "*" may stand for any characters; other wildcards are
+// ERROR_NOT_SUPPORTED. INVALID_HANDLE_VALUE with ERROR_FILE_NOT_FOUND when none fits; the end is
+// FALSE with ERROR_NO_MORE_FILES. Only the name and the attribute of a folder or a link are told.
 WINAPI_EXPORT HANDLE WINAPI FindFirstFileW(LPCWSTR lpFileName, LPWIN32_FIND_DATAW lpFindFileData);
 WINAPI_EXPORT BOOL WINAPI FindNextFileW(HANDLE hFindFile, LPWIN32_FIND_DATAW lpFindFileData);
 WINAPI_EXPORT BOOL WINAPI FindClose(HANDLE hFindFile);

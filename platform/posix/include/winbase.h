@@ -21,6 +21,8 @@
 #define MOVEFILE_REPLACE_EXISTING 0x00000001
 #define MOVEFILE_WRITE_THROUGH 0x00000008
 
+#define MAX_COMPUTERNAME_LENGTH 15
+
 #define LMEM_FIXED 0x0000
 #define LMEM_ZEROINIT 0x0040
 #define LPTR (LMEM_FIXED | LMEM_ZEROINIT)
@@ -38,10 +40,18 @@ WINAPI_EXPORT BOOL WINAPI CopyFileW(LPCWSTR lpExistingFileName, LPCWSTR lpNewFil
 
 // Fails with ERROR_NOT_SUPPORTED: no file of this system is encrypted by its file system.
 WINAPI_EXPORT BOOL WINAPI DecryptFileW(LPCWSTR lpFileName, DWORD dwReserved);
-// Renames within one file system. ERROR_ALREADY_EXISTS when the new name exists, unless
-// MOVEFILE_REPLACE_EXISTING is given.
+// Renames within one file system, in one step; else ERROR_NOT_SAME_DEVICE. ERROR_ALREADY_EXISTS
+// when the new name exists, unless MOVEFILE_REPLACE_EXISTING is given. With MOVEFILE_WRITE_THROUGH
+// the new name has reached the disk on return - the content has where FlushFileBuffers was called
+// -, and its folder has to be readable. That call alone can fail after the rename, with a disk's
+// error.
 WINAPI_EXPORT BOOL WINAPI MoveFileExW(LPCWSTR lpExistingFileName, LPCWSTR lpNewFileName,
                                       DWORD dwFlags);
+
+// The machine's name for networks of old: the first part of its host name in upper case, cut to
+// MAX_COMPUTERNAME_LENGTH units. `*nSize` is the size of the buffer, and becomes the name's length;
+// with a small buffer (ERROR_BUFFER_OVERFLOW) the size that it needs.
+WINAPI_EXPORT BOOL WINAPI GetComputerNameW(LPWSTR lpBuffer, LPDWORD nSize);
 
 // Memory freed with LocalFree, zeroed with LMEM_ZEROINIT; null with ERROR_NOT_ENOUGH_MEMORY. It
 // never moves.

@@ -39,15 +39,37 @@ bool MayGo(const std::string& path) {
     return !file || platform::SharingAllows(file.get(), DELETE);
 }
 
+// Names with at most one "*", which stands for any characters.
+class NamePattern {
+  public:
+    explicit NamePattern(const std::string& text)
+        : start_(text.substr(0, text.find('*'))), hasWildcard_(start_.size() < text.size()) {
+        if (hasWildcard_) end_ = text.substr(start_.size() + 1);
+    }
+    static bool IsSupported(const std::string& text) {
+        return std::ranges::count(text, '*') <= 1 && text.find('?') == std::string::npos;
+    }
+    bool Fits(std::string_view name) const {
+        if (!hasWildcard_) return name == start_;
+        return name.size() >= start_.size() + end_.size() && name.starts_with(start_) &&
+               name.ends_with(end_);
+    }
+
+  private:
+    std::string start_;
+    bool hasWildcard_;
+    std::string end_;
+};
+
+std::string NameOf(const std::string& path) {
+    return path.substr(path.rfind('/') + 1);
+}
+
 // The entries of a folder whose names fit.
 class Search final : public platform::KernelObject {
   public:
     explicit Search(const std::string& pattern)
-        : name_(pattern.substr(pattern.rfind('/') + 1)),
-          folder_(opendir(platform::ParentOf(pattern).c_str())) {
-        hasWildcard_ = name_.ends_with('*');
-        if (hasWildcard_) name_.pop_back();
-    }
+        : names_(NameOf(pattern)), folder_(opendir(platform::ParentOf(pattern).c_str())) {}
     ~Search() override {
         if (folder_ != nullptr) closedir(folder_);
     }
@@ -57,11 +79,7 @@ class Search final : public platform::KernelObject {
     bool Next(WIN32_FIND_DATAW& data) {
         while (const dirent* const entry = readdir(folder_)) {
             const std::u16string name = platform::WideOf(entry->d_name);
-            const std::string_view bytes = entry->d_name;
-            if (!(hasWildcard_ ? bytes.starts_with(name_) : bytes == name_) ||
-                name.size() >= MAX_PATH) {
-                continue;
-            }
+            if (!names_.Fits(entry->d_name) || name.size() >= MAX_PATH) continue;
             data = {};
             if (entry->d_type == DT_DIR) data.dwFileAttributes |= FILE_ATTRIBUTE_DIRECTORY;
             if (entry->d_type == DT_LNK) data.dwFileAttributes |= FILE_ATTRIBUTE_REPARSE_POINT;
@@ -72,10 +90,13 @@ class Search final : public platform::KernelObject {
     }
 
   private:
-    std::string name_;
-    bool hasWildcard_ = false;
+    const NamePattern names_;
     DIR* const folder_;
 };
+
+platform::UniqueDescriptor OpenFolder(const std::string& path) {
+    return platform::UniqueDescriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+}
 
 }  // namespace
 
@@ -99,12 +120,20 @@ extern "C" BOOL WINAPI MoveFileExW(LPCWSTR lpExistingFileName, LPCWSTR lpNewFile
     // 2. The new name.
     const bool replaces = (dwFlags & MOVEFILE_REPLACE_EXISTING) != 0;
     if (replaces && lstat(to.c_str(), &info) == 0 && !MayGo(to)) return FALSE;
-    // 3. The change of names.
+    // 3. The folder that has to reach the disk: that it cannot be opened is told before a change.
+    platform::UniqueDescriptor folder;
+    if ((dwFlags & MOVEFILE_WRITE_THROUGH) != 0) {
+        folder = OpenFolder(platform::ParentOf(to));
+        if (!folder) return FailOnPath(errno, to);
+    }
+    // 4. The change of names.
     if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), replaces ? 0 : RENAME_NOREPLACE)) {
         if (errno == EEXIST) return Fail(ERROR_ALREADY_EXISTS);
         if (errno == EXDEV) return Fail(ERROR_NOT_SAME_DEVICE);
         return FailOnPath(errno, to);
     }
+    // A file system without storage has nothing to flush.
+    if (folder && fsync(folder.get()) != 0 && errno != EINVAL) return FailWithErrno(errno);
     return TRUE;
 }
 
@@ -161,6 +190,10 @@ extern "C" BOOL WINAPI RemoveDirectoryW(LPCWSTR lpPathName) {
 
 extern "C" HANDLE WINAPI FindFirstFileW(LPCWSTR lpFileName, LPWIN32_FIND_DATAW lpFindFileData) {
     const std::string path = PathOf(lpFileName);
+    if (!NamePattern::IsSupported(NameOf(path))) {
+        Fail(ERROR_NOT_SUPPORTED);
+        return INVALID_HANDLE_VALUE;
+    }
     auto search = std::make_shared<Search>(path);
     if (!search->IsOpen()) {
         FailOnPath(errno, path);

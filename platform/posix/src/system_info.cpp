@@ -1,8 +1,14 @@
 #include <sys/utsname.h>
 #include <sysinfoapi.h>
 #include <unistd.h>
+#include <winbase.h>
 
+#include <algorithm>
+#include <string>
 #include <string_view>
+
+#include "last_error.h"
+#include "text.h"
 
 namespace {
 
@@ -26,7 +32,34 @@ WORD ArchitectureOfMachine() {
     return PROCESSOR_ARCHITECTURE_UNKNOWN;
 }
 
+std::u16string HostName() {
+    utsname names{};
+    uname(&names);
+    const std::u16string name = platform::WideOf(names.nodename);
+    return name.substr(0, name.find(u'.'));
+}
+
+BOOL Give(const std::u16string& name, LPWSTR buffer, DWORD& size, DWORD errorOfSmall) {
+    const auto length = static_cast<DWORD>(name.size());
+    const bool fits = buffer != nullptr && length < size;
+    size = fits ? length : length + 1;
+    if (!fits) return platform::Fail(errorOfSmall);
+    *std::ranges::copy(name, buffer).out = 0;
+    return TRUE;
+}
+
 }  // namespace
+
+extern "C" BOOL WINAPI GetComputerNameW(LPWSTR lpBuffer, LPDWORD nSize) {
+    const std::u16string name = HostName().substr(0, MAX_COMPUTERNAME_LENGTH);
+    return Give(platform::UpperCase(name), lpBuffer, *nSize, ERROR_BUFFER_OVERFLOW);
+}
+
+extern "C" BOOL WINAPI GetComputerNameExW(COMPUTER_NAME_FORMAT NameType, LPWSTR lpBuffer,
+                                          LPDWORD nSize) {
+    if (NameType != ComputerNameDnsHostname) return platform::Fail(ERROR_NOT_SUPPORTED);
+    return Give(HostName(), lpBuffer, *nSize, ERROR_MORE_DATA);
+}
 
 extern "C" void WINAPI GetNativeSystemInfo(LPSYSTEM_INFO lpSystemInfo) {
     const auto pageSize = static_cast<DWORD>(sysconf(_SC_PAGESIZE));
