@@ -1,4 +1,4 @@
-// Text conversions, hexadecimal text, formatting, and XML files.
+// Text conversions, hexadecimal text, formatting, passwords that are read, and XML files.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -7,6 +7,7 @@
 
 #include "common/format.h"
 #include "common/hex.h"
+#include "common/password_input.h"
 #include "common/xml_file.h"
 #include "tests/support/machine.h"
 #include "tests/support/memory_scan.h"
@@ -131,6 +132,58 @@ TEST(SecureText, SecretsDoNotShareMemory) {
     std::thread other(work, BYTE{1});
     work(2);
     other.join();
+}
+
+class PasswordInput : public MachineTest {
+  protected:
+    // The password, or what is wrong in angle brackets.
+    static std::string Shown(const PasswordResult& result) {
+        return result.password ? WideToUtf8(result.password->c_str())
+                               : "<" + WideToUtf8(result.fault) + ">";
+    }
+    std::string FromFile(const std::string& bytes) const {
+        WriteWholeFile(ScratchFolder() / "password", bytes);
+        return Shown(PasswordFromFile(Wide(ScratchFolder() / "password")));
+    }
+};
+
+TEST_F(PasswordInput, IsTheFirstLineOfAFileInUtf8) {
+    using namespace std::string_literals;
+    for (const char* bytes :
+         {"Öffne dich\nmore", "Öffne dich\r\n", "Öffne dich", "\xEF\xBB\xBFÖffne dich\n"}) {
+        EXPECT_EQ(FromFile(bytes), "Öffne dich") << bytes;
+    }
+    EXPECT_EQ(FromFile(std::string(4'095, 'x')), std::string(4'095, 'x'));
+    for (const std::string& bytes : {std::string(4'096, 'x'), std::string(4'095, 'x') + '\n'}) {
+        EXPECT_EQ(FromFile(bytes), "<the password is too long>");
+    }
+    for (const char* bytes : {"\n", "\xEF\xBB\xBF\r\n", ""}) {
+        EXPECT_EQ(FromFile(bytes), "<the password is empty>") << bytes;
+    }
+    for (const std::string& bytes : {"\xD6x\n"s, "\xFF\xFEo\0"s}) {
+        EXPECT_EQ(FromFile(bytes), "<the password is not in UTF-8>") << bytes;
+    }
+    EXPECT_EQ(FromFile("o\0f\n"s), "<the password holds a NUL>");
+
+    const auto missing = ScratchFolder() / TEXT("no \u0142");
+    EXPECT_EQ(Shown(PasswordFromFile(Wide(missing))),
+              "<cannot read " + WideToUtf8(Wide(missing)) + " (error 2)>");
+}
+
+TEST_F(PasswordInput, TakesALineOfItsOwnFromStandardInput) {
+    if (Role() == "reader") {
+        for (int i = 0; i < 4; ++i) Say(Shown(PasswordFromStandardInput()));
+        Say(Shown(PasswordFromConsole(TEXT("?"))));
+        return;
+    }
+    ProcessOptions options;
+    options.input = ScratchFolder() / "input";
+    WriteWholeFile(options.input, "one\r\n\ntwo \nthree");
+    const ProcessResult result = RunRole("reader", options);
+    EXPECT_NE(result.output.find("one\n<the password is empty>\ntwo \nthree\n"
+                                 "<there is no terminal to ask on>\n"),
+              std::string::npos)
+        << result.output;
 }
 
 class XmlFile : public MachineTest {

@@ -6,7 +6,9 @@
 #include <winbase.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <string>
 #include <string_view>
 
@@ -39,6 +41,18 @@ std::shared_ptr<DescriptorObject> TerminalOf(HANDLE handle) {
 HANDLE HandleOfStream(int descriptor) {
     if (fcntl(descriptor, F_GETFD) < 0) return nullptr;
     return platform::OpenHandle(std::make_shared<DescriptorObject>(descriptor));
+}
+
+// A process that is stopped would leave its terminal to others as it set it.
+void AllowStops(bool allowed) {
+    static std::atomic<sighandler_t> before = SIG_ERR;  // while they are not allowed
+    if (allowed) {
+        const sighandler_t handler = before.exchange(SIG_ERR);
+        if (handler != SIG_ERR) std::signal(SIGTSTP, handler);
+    } else {
+        sighandler_t allowedBefore = SIG_ERR;
+        before.compare_exchange_strong(allowedBefore, std::signal(SIGTSTP, SIG_IGN));
+    }
 }
 
 }  // namespace
@@ -77,11 +91,14 @@ extern "C" BOOL WINAPI SetConsoleMode(HANDLE hConsoleHandle, DWORD dwMode) {
     if (!terminal) return FALSE;
     termios settings{};
     if (tcgetattr(terminal->Descriptor(), &settings) != 0) return platform::FailWithErrno(errno);
+    const bool echo = (dwMode & ENABLE_ECHO_INPUT) != 0;
     settings.c_lflag &= ~tcflag_t{ECHO};
-    if ((dwMode & ENABLE_ECHO_INPUT) != 0) settings.c_lflag |= ECHO;
-    return tcsetattr(terminal->Descriptor(), TCSAFLUSH, &settings) == 0
-               ? TRUE
-               : platform::FailWithErrno(errno);
+    if (echo) settings.c_lflag |= ECHO;
+    if (!echo) AllowStops(false);
+    const bool isSet = tcsetattr(terminal->Descriptor(), TCSAFLUSH, &settings) == 0;
+    const int error = errno;
+    if (echo || !isSet) AllowStops(true);
+    return isSet ? TRUE : platform::FailWithErrno(error);
 }
 
 extern "C" BOOL WINAPI ReadConsoleW(HANDLE hConsoleInput, LPVOID lpBuffer,

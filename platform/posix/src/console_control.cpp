@@ -18,8 +18,10 @@ struct Event {
     int signal;
     DWORD event;
 };
-constexpr Event kEvents[] = {
-    {SIGINT, CTRL_C_EVENT}, {SIGHUP, CTRL_CLOSE_EVENT}, {SIGTERM, CTRL_SHUTDOWN_EVENT}};
+constexpr Event kEvents[] = {{SIGINT, CTRL_C_EVENT},
+                             {SIGQUIT, CTRL_BREAK_EVENT},
+                             {SIGHUP, CTRL_CLOSE_EVENT},
+                             {SIGTERM, CTRL_SHUTDOWN_EVENT}};
 
 // Never destroyed: a signal may come at any time.
 struct Handlers {
