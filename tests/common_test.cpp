@@ -5,6 +5,7 @@
 #include <random>
 #include <thread>
 
+#include "common/arguments.h"
 #include "common/format.h"
 #include "common/hex.h"
 #include "common/password_input.h"
@@ -57,6 +58,15 @@ TEST(Text, ReadsTheLeadingNumber) {
     EXPECT_EQ(LeadingNumber(TEXT("abc")), 0);
     EXPECT_EQ(LeadingNumber(TEXT("99999999999")), 2147483647);
     EXPECT_EQ(LeadingNumber(TEXT("-99999999999")), -2147483647 - 1);
+}
+
+TEST(Arguments, AreUtf8WithoutLossOrRefused) {
+    WString words[] = {TEXT("program"), TEXT(""), TEXT("Zürich \uFFFD 🔒"), {'x', 0xDCE9}};
+    WCHAR* const argv[] = {words[0].data(), words[1].data(), words[2].data(), words[3].data()};
+    const std::vector<std::string> expected = {"", "Zürich \xEF\xBF\xBD 🔒"};
+    EXPECT_EQ(ReadArguments(3, argv).words, expected);
+    EXPECT_EQ(ReadArguments(4, argv).fault, TEXT("argument 3 is not valid Unicode text"));
+    EXPECT_EQ(ReadArguments(4, argv).words.size(), 0U);
 }
 
 TEST(Hex, ReadsPairsAsStrtolDoes) {

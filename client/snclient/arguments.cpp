@@ -3,20 +3,20 @@
 #include "common/format.h"
 #include "common/password_input.h"
 
-int Failed(const WCHAR* format, const WCHAR* subject, DWORD error) {
-    WriteErrorText(TEXT("snclient: ") + FormatWide(format, subject, error) + TEXT("\n"));
+int Failed(const WCHAR* format, const WString& subject, DWORD error) {
+    WriteErrorText(TEXT("snclient: ") + FormatWide(format, subject.c_str(), error) + TEXT("\n"));
     return kExitFailed;
 }
 
-int WrongArgument(const WCHAR* format, const WCHAR* argument) {
+int WrongArgument(const WCHAR* format, const WString& argument) {
     Failed(format, argument);
     return kExitUsage;
 }
 
-std::optional<SecureText> PasswordArgument(const WCHAR* argument) {
-    if (WStringView(argument) != TEXT("-")) return SecureText(argument);
+std::optional<SecureText> PasswordArgument(const WString& argument) {
+    if (argument != TEXT("-")) return SecureText(argument);
     PasswordResult read =
         IsConsoleInput() ? PasswordFromConsole(TEXT("Password: ")) : PasswordFromStandardInput();
-    if (!read.password) Failed(TEXT("%s"), read.fault.c_str());
+    if (!read.password) Failed(TEXT("%s"), read.fault);
     return std::move(read.password);
 }

@@ -1,5 +1,5 @@
-// The commands of snclient. Each gets the words behind its name, as many as its row of the command
-// table says, and returns the program's exit code.
+// The commands of snclient. Each gets what stands for the words of its row in the command table, in
+// that order, and returns the program's exit code.
 #pragma once
 
 #include <windows.h>
@@ -9,7 +9,7 @@
 
 #include "common/secure_text.h"
 
-using Arguments = std::span<WCHAR* const>;
+using Arguments = std::span<const WString>;
 
 inline constexpr int kExitOk = 0;
 inline constexpr int kExitFailed = 1;
@@ -35,12 +35,12 @@ int MaskFile(Arguments arguments);
 int ProtectValue(Arguments arguments);
 
 // Says on standard error what failed, in the format of FormatWide; returns kExitFailed.
-int Failed(const WCHAR* format, const WCHAR* subject = nullptr, DWORD error = 0);
+int Failed(const WCHAR* format, const WString& subject = {}, DWORD error = 0);
 // Says what is wrong with the arguments; returns kExitUsage.
-int WrongArgument(const WCHAR* format, const WCHAR* argument = nullptr);
+int WrongArgument(const WCHAR* format, const WString& argument = {});
 
 // A password given as an argument. "-" stands for the first line of standard input: typed without
 // being shown on a console, in UTF-8 from a pipe or a file, where a byte order mark is passed over.
 // Nothing, with what is wrong said on standard error, for a line that is empty or too long, holds a
 // NUL, or is no UTF-8.
-std::optional<SecureText> PasswordArgument(const WCHAR* argument);
+std::optional<SecureText> PasswordArgument(const WString& argument);

@@ -124,21 +124,18 @@ int EncryptProcessId(Arguments arguments) {
 }
 
 int EncryptFileContent(Arguments arguments) {
-    const bool marked = arguments.size() == 4;
-    if (marked && WStringView(arguments[3]) != TEXT("--marker")) {
-        return WrongArgument(TEXT("unknown option %s"), arguments[3]);
-    }
+    const bool isMarked = !arguments[3].empty();
     const auto password = PasswordArgument(arguments[2]);
     if (!password) return kExitFailed;
     SecureBytes plain;
-    if (!ReadWholeFile(arguments[0], plain)) {
+    if (!ReadWholeFile(arguments[0].c_str(), plain)) {
         return Failed(TEXT("cannot read %s (error %lu)"), arguments[0], GetLastError());
     }
     std::vector<BYTE> form;
-    if (!Encrypt(plain, *password, marked, form)) {
+    if (!Encrypt(plain, *password, isMarked, form)) {
         return Failed(TEXT("cannot encrypt %s"), arguments[0]);
     }
-    if (!ReplaceFileContent(arguments[1], form)) {
+    if (!ReplaceFileContent(arguments[1].c_str(), form)) {
         return Failed(TEXT("cannot write %s (error %lu)"), arguments[1], GetLastError());
     }
     return kExitOk;
@@ -151,21 +148,16 @@ bool PrepareDataProtection() {
 }
 
 int ProtectFile(Arguments arguments) {
-    const WStringView scope = arguments[1];
-    const bool isForMachine = scope == TEXT("machine");
-    if (!isForMachine && scope != TEXT("user")) {
-        return WrongArgument(TEXT("%s is neither machine nor user"), arguments[1]);
-    }
-    if (!PrepareDataProtection() ||
-        DataProtectFile(arguments[0], isForMachine ? ProtectionScope::kMachine
-                                                   : ProtectionScope::kUser) != kDataOk) {
+    const auto scope =
+        arguments[1] == TEXT("machine") ? ProtectionScope::kMachine : ProtectionScope::kUser;
+    if (!PrepareDataProtection() || DataProtectFile(arguments[0].c_str(), scope) != kDataOk) {
         return Failed(TEXT("cannot protect %s"), arguments[0]);
     }
     return kExitOk;
 }
 
 int MaskFile(Arguments arguments) {
-    if (!PrepareDataProtection() || DataMaskFile(arguments[0]) != kDataOk) {
+    if (!PrepareDataProtection() || DataMaskFile(arguments[0].c_str()) != kDataOk) {
         return Failed(TEXT("cannot mask %s"), arguments[0]);
     }
     return kExitOk;
@@ -173,7 +165,7 @@ int MaskFile(Arguments arguments) {
 
 int ProtectValue(Arguments arguments) {
     const WStringView keyName = arguments[0];
-    const WCHAR* valueName = arguments[1];
+    const WCHAR* const valueName = arguments[1].c_str();
     const UniqueRegKey key = OpenNamedKey(keyName);
     WCHAR* text = nullptr;
     if (!key || !reg_getstringW(key.get(), valueName, &text, nullptr)) {

@@ -19,11 +19,8 @@ int Done(bool written) {
 
 // --- Switches -----------------------------------------------------------------------------------
 
-int Switch(const WCHAR* argument, bool (*set)(bool)) {
-    const WStringView word = argument;
-    if (word == TEXT("on")) return Done(set(true));
-    if (word == TEXT("off")) return Done(set(false));
-    return WrongArgument(TEXT("%s is neither on nor off"), argument);
+int Switch(const WString& state, bool (*set)(bool)) {
+    return Done(set(state == TEXT("on")));
 }
 
 // --- Services -----------------------------------------------------------------------------------
@@ -170,10 +167,8 @@ int LeaveFipsErrorMode(Arguments /*arguments*/) {
 }
 
 int ControlClientService(Arguments arguments) {
-    const WStringView action = arguments[1];
-    if (action == TEXT("start")) return StartNamedService(arguments[0]);
-    if (action == TEXT("stop")) return StopNamedService(arguments[0]);
-    return WrongArgument(TEXT("%s is neither start nor stop"), arguments[1]);
+    const WCHAR* const name = arguments[0].c_str();
+    return arguments[1] == TEXT("start") ? StartNamedService(name) : StopNamedService(name);
 }
 
 int ShowStatus(Arguments /*arguments*/) {

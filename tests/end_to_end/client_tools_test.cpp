@@ -37,7 +37,8 @@ class ClientToolTest : public MachineTest {
 
 TEST_F(ClientToolTest, EncryptsArguments) {
     DecodeBuiltInSecrets();
-    for (const char* password : {"x", "Zürich & 'Söhne'"}) {
+    // Also what means something to the reader of the command line elsewhere.
+    for (const char* password : {"x", "Zürich & 'Söhne'", "lock", "[a,b]", "/x", "{}"}) {
         SecureText plain;
         const WString form = LineOf({"encrypt-password", password});
         ASSERT_TRUE(DecryptPasswordArgument(form.c_str(), plain)) << password;
