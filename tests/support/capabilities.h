@@ -12,6 +12,7 @@ inline const std::string kSetSessions = "sessions by choice";  // of users and p
 inline const std::string kFaults = "faults at system calls";
 inline const std::string kSmallDisk = "a small disk of the test's own";
 inline const std::string kFullDisk = "a full disk";
+inline const std::string kSystemLog = "a system log of the test's own";
 inline const std::string kSymbolicLinks = "symbolic links";
 inline const std::string kBytesAsNames = "names of any bytes";
 inline const std::string kInstaller = "an installer";

@@ -48,6 +48,17 @@ WINAPI_EXPORT BOOL WINAPI DecryptFileW(LPCWSTR lpFileName, DWORD dwReserved);
 WINAPI_EXPORT BOOL WINAPI MoveFileExW(LPCWSTR lpExistingFileName, LPCWSTR lpNewFileName,
                                       DWORD dwFlags);
 
+// A source of records for the system's log; null with RPC_S_SERVER_UNAVAILABLE where no log daemon
+// listens. The server is null: this machine.
+WINAPI_EXPORT HANDLE WINAPI RegisterEventSourceW(LPCWSTR lpUNCServerName, LPCWSTR lpSourceName);
+// Sends a record of the source to the log daemon: the strings, joined by blanks, as a user's
+// message of the level that the type says. Category and number of the event are not told; an
+// account and raw data are not supported.
+WINAPI_EXPORT BOOL WINAPI ReportEventW(HANDLE hEventLog, WORD wType, WORD wCategory,
+                                       DWORD dwEventID, PSID lpUserSid, WORD wNumStrings,
+                                       DWORD dwDataSize, LPCWSTR* lpStrings, LPVOID lpRawData);
+WINAPI_EXPORT BOOL WINAPI DeregisterEventSource(HANDLE hEventLog);
+
 // The machine's name for networks of old: the first part of its host name in upper case, cut to
 // MAX_COMPUTERNAME_LENGTH units. `*nSize` is the size of the buffer, and becomes the name's length;
 // with a small buffer (ERROR_BUFFER_OVERFLOW) the size that it needs.

@@ -126,6 +126,13 @@ struct SID {
     DWORD SubAuthority[1];        // as many as SubAuthorityCount says
 };
 using PSID = PVOID;
+
+// Kinds of records in the log of events.
+#define EVENTLOG_SUCCESS 0x0000
+#define EVENTLOG_ERROR_TYPE 0x0001
+#define EVENTLOG_WARNING_TYPE 0x0002
+#define EVENTLOG_INFORMATION_TYPE 0x0004
+
 enum WELL_KNOWN_SID_TYPE {
     WinAuthenticatedUserSid = 17,
     WinLocalSystemSid = 22,
