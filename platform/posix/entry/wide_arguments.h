@@ -3,9 +3,8 @@
 
 #include <minwindef.h>
 
-extern "C" {
-// Units that the wide form of `bytes` has, terminator included.
-WINAPI_EXPORT std::size_t WideArgumentSize(const char* bytes);
-// Writes that form, which holds every byte without loss, and returns its size.
-WINAPI_EXPORT std::size_t WidenArgument(const char* bytes, WCHAR* units);
-}
+// Runs a program with the wide form of its arguments, which holds every byte without loss, and
+// returns its exit code. The arguments stand in one piece of memory, so that they can be wiped also
+// when the program has reordered its words: they may hold passwords.
+extern "C" WINAPI_EXPORT int RunWithWideArguments(int argc, char** argv,
+                                                  int (*program)(int argc, WCHAR** argv));

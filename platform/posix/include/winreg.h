@@ -73,8 +73,7 @@ WINAPI_EXPORT LSTATUS WINAPI RegEnumKeyExW(HKEY hKey, DWORD dwIndex, LPWSTR lpNa
                                            LPDWORD lpcchName, LPDWORD lpReserved, LPWSTR lpClass,
                                            LPDWORD lpcchClass, LPFILETIME lpftLastWriteTime);
 
-// Counts, and the greatest lengths: of names in characters without the terminator, of data in
-// bytes.
+// Counts the values. Everything else that could be asked for is ERROR_NOT_SUPPORTED.
 WINAPI_EXPORT LSTATUS WINAPI RegQueryInfoKeyW(HKEY hKey, LPWSTR lpClass, LPDWORD lpcchClass,
                                               LPDWORD lpReserved, LPDWORD lpcSubKeys,
                                               LPDWORD lpcbMaxSubKeyLen, LPDWORD lpcbMaxClassLen,

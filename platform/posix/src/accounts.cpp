@@ -20,52 +20,6 @@
 namespace platform {
 namespace {
 
-// Whether the account in question is a member; nothing, with the last error set, when that cannot
-// be determined.
-using Membership = std::optional<bool>;
-
-Membership IsSystem() {
-    return AccountInQuestion() == 0;
-}
-
-Membership IsAdministrator() {
-    const ActAsAccountInQuestion account;
-    if (!account) return std::nullopt;
-    return Hive::OfMachine()->MayWrite();
-}
-
-Membership IsGuest() {
-    std::array<char, 4096> text{};
-    passwd entry{};
-    passwd* found = nullptr;
-    if (getpwuid_r(AccountInQuestion(), &entry, text.data(), text.size(), &found) != 0 ||
-        found == nullptr) {
-        return false;
-    }
-    const std::string_view name = found->pw_name;
-    return name == "guest" || name == "nobody";
-}
-
-Membership IsAuthenticated() {
-    return !*IsGuest();
-}
-
-struct WellKnownSid {
-    WELL_KNOWN_SID_TYPE type;
-    std::vector<DWORD> authorities;  // below the authority 5 of the system
-    Membership (*isMember)();
-};
-
-const std::vector<WellKnownSid>& WellKnownSids() {
-    static const std::vector<WellKnownSid> sids = {
-        {WinLocalSystemSid, {18}, IsSystem},
-        {WinBuiltinAdministratorsSid, {32, 544}, IsAdministrator},
-        {WinBuiltinGuestsSid, {32, 546}, IsGuest},
-        {WinAuthenticatedUserSid, {11}, IsAuthenticated},
-    };
-    return sids;
-}
-
 constexpr std::size_t kSidHeaderSize = offsetof(SID, SubAuthority);
 constexpr BYTE kWindows = 5;      // the authority of Windows' own accounts
 constexpr BYTE kPosixUsers = 22;  // the authority of POSIX users, a common convention
@@ -79,8 +33,53 @@ std::vector<BYTE> BytesOfSid(BYTE authority, const std::vector<DWORD>& below) {
     return bytes;
 }
 
-std::vector<BYTE> BytesOfSid(const WellKnownSid& sid) {
-    return BytesOfSid(kWindows, sid.authorities);
+// Whether an account is a member; nothing, with the last error set, when that cannot be determined.
+using Membership = std::optional<bool>;
+
+Membership IsSystem(const Identity& account) {
+    return account.user == 0;
+}
+
+Membership IsAdministrator(const Identity& account) {
+    const ActAs acting(account);
+    return acting ? Membership(Hive::OfMachine()->MayWrite()) : std::nullopt;
+}
+
+Membership IsGuest(const Identity& account) {
+    std::array<char, 4096> text{};
+    passwd entry{};
+    passwd* found = nullptr;
+    if (getpwuid_r(account.user, &entry, text.data(), text.size(), &found) != 0 ||
+        found == nullptr) {
+        return false;
+    }
+    const std::string_view name = found->pw_name;
+    return name == "guest" || name == "nobody";
+}
+
+Membership IsAuthenticated(const Identity& account) {
+    return !*IsGuest(account);
+}
+
+struct WellKnownSid {
+    WELL_KNOWN_SID_TYPE type;
+    std::vector<BYTE> bytes;
+    Membership (*isMember)(const Identity& account);
+};
+
+const std::vector<WellKnownSid>& WellKnownSids() {
+    static const std::vector<WellKnownSid> sids = {
+        {WinLocalSystemSid, BytesOfSid(kWindows, {18}), IsSystem},
+        {WinBuiltinAdministratorsSid, BytesOfSid(kWindows, {32, 544}), IsAdministrator},
+        {WinBuiltinGuestsSid, BytesOfSid(kWindows, {32, 546}), IsGuest},
+        {WinAuthenticatedUserSid, BytesOfSid(kWindows, {11}), IsAuthenticated},
+    };
+    return sids;
+}
+
+// The account that questions about the thread are about.
+Identity AccountInQuestion() {
+    return ForeignIdentity().value_or(ProcessIdentity());
 }
 
 bool IsSid(const std::vector<BYTE>& bytes, const void* sid) {
@@ -100,27 +99,26 @@ std::vector<BYTE> SidOfAdministrators() {
 
 }  // namespace platform
 
-using platform::Fail;
+using namespace platform;
 
 extern "C" BOOL WINAPI CreateWellKnownSid(WELL_KNOWN_SID_TYPE WellKnownSidType, PSID DomainSid,
                                           PSID pSid, DWORD* cbSid) {
     if (cbSid == nullptr) return Fail(ERROR_INVALID_PARAMETER);
     if (DomainSid != nullptr) return Fail(ERROR_NOT_SUPPORTED);
-    for (const auto& sid : platform::WellKnownSids()) {
+    for (const auto& sid : WellKnownSids()) {
         if (sid.type != WellKnownSidType) continue;
-        const auto bytes = platform::BytesOfSid(sid);
         const DWORD capacity = *cbSid;
-        *cbSid = static_cast<DWORD>(bytes.size());
-        if (pSid == nullptr || capacity < bytes.size()) return Fail(ERROR_INSUFFICIENT_BUFFER);
-        std::memcpy(pSid, bytes.data(), bytes.size());
+        *cbSid = static_cast<DWORD>(sid.bytes.size());
+        if (pSid == nullptr || capacity < *cbSid) return Fail(ERROR_INSUFFICIENT_BUFFER);
+        std::ranges::copy(sid.bytes, static_cast<BYTE*>(pSid));
         return TRUE;
     }
     return Fail(ERROR_NOT_SUPPORTED);
 }
 
 extern "C" BOOL WINAPI IsWellKnownSid(PSID pSid, WELL_KNOWN_SID_TYPE WellKnownSidType) {
-    return std::ranges::any_of(platform::WellKnownSids(), [=](const auto& sid) {
-        return sid.type == WellKnownSidType && platform::IsSid(platform::BytesOfSid(sid), pSid);
+    return std::ranges::any_of(WellKnownSids(), [=](const auto& sid) {
+        return sid.type == WellKnownSidType && IsSid(sid.bytes, pSid);
     });
 }
 
@@ -131,24 +129,18 @@ extern "C" BOOL WINAPI EqualSid(PSID pSid1, PSID pSid2) {
 
 extern "C" DWORD WINAPI GetLengthSid(PSID pSid) {
     const DWORD count = static_cast<const SID*>(pSid)->SubAuthorityCount;
-    return static_cast<DWORD>(platform::kSidHeaderSize + count * sizeof(DWORD));
+    return static_cast<DWORD>(kSidHeaderSize + count * sizeof(DWORD));
 }
 
 extern "C" BOOL WINAPI CheckTokenMembership(HANDLE TokenHandle, PSID SidToCheck, BOOL* IsMember) {
     if (SidToCheck == nullptr || IsMember == nullptr) return Fail(ERROR_INVALID_PARAMETER);
-    std::optional<platform::IdentifyFor> account;
-    if (TokenHandle != nullptr) {
-        const auto token = platform::ObjectOf<platform::Token>(TokenHandle);
-        if (!token) return FALSE;
-        if (!token->Allows(TOKEN_QUERY)) return Fail(ERROR_ACCESS_DENIED);
-        if (token->ProcessId() != 0) return Fail(ERROR_NO_IMPERSONATION_TOKEN);
-        account.emplace(token->Account());
-    } else if (platform::IsIdentifying()) {
-        return Fail(ERROR_BAD_IMPERSONATION_LEVEL);
-    }
-    for (const auto& sid : platform::WellKnownSids()) {
-        if (!platform::IsSid(platform::BytesOfSid(sid), SidToCheck)) continue;
-        const auto isMember = sid.isMember();
+    const auto token = TokenHandle == nullptr ? nullptr : ObjectOf<Token>(TokenHandle, TOKEN_QUERY);
+    if (TokenHandle != nullptr && !token) return FALSE;
+    if (token && token->ProcessId() != 0) return Fail(ERROR_NO_IMPERSONATION_TOKEN);
+    if (!token && IsIdentifying()) return Fail(ERROR_BAD_IMPERSONATION_LEVEL);
+    for (const auto& sid : WellKnownSids()) {
+        if (!IsSid(sid.bytes, SidToCheck)) continue;
+        const auto isMember = sid.isMember(token ? token->Account() : AccountInQuestion());
         if (!isMember) return FALSE;
         *IsMember = *isMember ? TRUE : FALSE;
         return TRUE;
@@ -157,5 +149,5 @@ extern "C" BOOL WINAPI CheckTokenMembership(HANDLE TokenHandle, PSID SidToCheck,
 }
 
 extern "C" BOOL WINAPI IsUserAnAdmin() {
-    return platform::IsAdministrator().value_or(false) ? TRUE : FALSE;
+    return IsAdministrator(AccountInQuestion()).value_or(false);
 }

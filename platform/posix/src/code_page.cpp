@@ -8,6 +8,8 @@
 #include "last_error.h"
 #include "text.h"
 
+using namespace platform;
+
 namespace {
 
 bool IsSupported(UINT codePage) {
@@ -21,18 +23,17 @@ int Convert(std::basic_string_view<From> text, bool strict, To* buffer, int capa
     converted.reserve(text.size() * 3);
     bool isValid = true;
     while (!text.empty()) {
-        const char32_t character = platform::TakeCharacter(text);
-        isValid = isValid && character != platform::kInvalidText;
-        platform::Append(converted,
-                         character == platform::kInvalidText ? platform::kReplacement : character);
+        const char32_t character = TakeCharacter(text);
+        isValid = isValid && character != kInvalidText;
+        Append(converted, character == kInvalidText ? kReplacement : character);
     }
     const std::size_t size = converted.size();
     const bool fits = size <= static_cast<std::size_t>(capacity);
     if (fits) converted.copy(buffer, size);
     explicit_bzero(converted.data(), size * sizeof(To));
-    if (strict && !isValid) return platform::Fail(ERROR_NO_UNICODE_TRANSLATION);
-    if (!fits && capacity != 0) return platform::Fail(ERROR_INSUFFICIENT_BUFFER);
-    return size <= INT_MAX ? static_cast<int>(size) : platform::Fail(ERROR_INVALID_PARAMETER);
+    if (strict && !isValid) return Fail(ERROR_NO_UNICODE_TRANSLATION);
+    if (!fits && capacity != 0) return Fail(ERROR_INSUFFICIENT_BUFFER);
+    return size <= INT_MAX ? static_cast<int>(size) : Fail(ERROR_INVALID_PARAMETER);
 }
 
 // The text that a caller means by a pointer and a length, where -1 counts up to the terminator.
@@ -48,9 +49,9 @@ extern "C" int WINAPI MultiByteToWideChar(UINT CodePage, DWORD dwFlags, LPCCH lp
                                           int cbMultiByte, LPWSTR lpWideCharStr, int cchWideChar) {
     if (!IsSupported(CodePage) || lpMultiByteStr == nullptr || cbMultiByte == 0 ||
         cbMultiByte < -1 || cchWideChar < 0 || (cchWideChar > 0 && lpWideCharStr == nullptr)) {
-        return platform::Fail(ERROR_INVALID_PARAMETER);
+        return Fail(ERROR_INVALID_PARAMETER);
     }
-    if ((dwFlags & ~DWORD{MB_ERR_INVALID_CHARS}) != 0) return platform::Fail(ERROR_INVALID_FLAGS);
+    if ((dwFlags & ~DWORD{MB_ERR_INVALID_CHARS}) != 0) return Fail(ERROR_INVALID_FLAGS);
     return Convert(TextOf(lpMultiByteStr, cbMultiByte), dwFlags != 0, lpWideCharStr, cchWideChar);
 }
 
@@ -60,8 +61,8 @@ extern "C" int WINAPI WideCharToMultiByte(UINT CodePage, DWORD dwFlags, LPCWCH l
     if (!IsSupported(CodePage) || lpWideCharStr == nullptr || cchWideChar == 0 ||
         cchWideChar < -1 || cbMultiByte < 0 || (cbMultiByte > 0 && lpMultiByteStr == nullptr) ||
         lpDefaultChar != nullptr || lpUsedDefaultChar != nullptr) {
-        return platform::Fail(ERROR_INVALID_PARAMETER);
+        return Fail(ERROR_INVALID_PARAMETER);
     }
-    if ((dwFlags & ~DWORD{WC_ERR_INVALID_CHARS}) != 0) return platform::Fail(ERROR_INVALID_FLAGS);
+    if ((dwFlags & ~DWORD{WC_ERR_INVALID_CHARS}) != 0) return Fail(ERROR_INVALID_FLAGS);
     return Convert(TextOf(lpWideCharStr, cchWideChar), dwFlags != 0, lpMultiByteStr, cbMultiByte);
 }

@@ -16,12 +16,9 @@
 #include "share_mode.h"
 #include "thread_identity.h"
 
-namespace {
+using namespace platform;
 
-using platform::Fail;
-using platform::FailOnPath;
-using platform::FailWithErrno;
-using platform::UniqueDescriptor;
+namespace {
 
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
@@ -132,7 +129,7 @@ struct Place {
 };
 
 bool IsTrusted(const struct stat& link) {
-    return link.st_uid == 0 || link.st_uid == platform::ThreadAccount();
+    return link.st_uid == 0 || link.st_uid == ThreadAccount();
 }
 
 Place PlaceOf(std::string rest) {
@@ -174,14 +171,10 @@ Place PlaceOf(std::string rest) {
 UniqueDescriptor OpenSource(const std::string& path, struct stat& info) {
     UniqueDescriptor source(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     if (!source || fstat(source.get(), &info) != 0) {
-        FailOnPath(errno, path);
-        return {};
+        return FailOnPath<UniqueDescriptor>(errno, path);
     }
-    if (!S_ISREG(info.st_mode)) {
-        Fail(ERROR_ACCESS_DENIED);
-        return {};
-    }
-    if (!platform::TakeShare(source.get(), FILE_READ_DATA, kShareAll)) return {};
+    if (!S_ISREG(info.st_mode)) return Fail<UniqueDescriptor>(ERROR_ACCESS_DENIED);
+    if (!TakeShare(source.get(), FILE_READ_DATA, kShareAll)) return {};
     return source;
 }
 
@@ -189,21 +182,14 @@ UniqueDescriptor OpenSource(const std::string& path, struct stat& info) {
 // caller may not.
 UniqueDescriptor OpenExisting(const Place& place, const struct stat& source,
                               const struct stat& existing) {
-    if (existing.st_dev == source.st_dev && existing.st_ino == source.st_ino) {
-        Fail(ERROR_SHARING_VIOLATION);
-        return {};
+    if (IsSameFile(existing, source)) {
+        return Fail<UniqueDescriptor>(ERROR_SHARING_VIOLATION);
     }
-    if (platform::IsReadOnly(existing)) {
-        Fail(ERROR_ACCESS_DENIED);
-        return {};
-    }
+    if (IsReadOnly(existing)) return Fail<UniqueDescriptor>(ERROR_ACCESS_DENIED);
     UniqueDescriptor file(openat(place.folder.get(), place.name.c_str(),
                                  O_WRONLY | O_NOCTTY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
-    if (!file) {
-        FailWithErrno(errno);
-        return {};
-    }
-    if (S_ISREG(existing.st_mode) && !platform::SharingAllows(file.get(), FILE_WRITE_DATA)) {
+    if (!file) return FailWithErrno<UniqueDescriptor>(errno);
+    if (S_ISREG(existing.st_mode) && !SharingAllows(file.get(), FILE_WRITE_DATA)) {
         return {};
     }
     return file;
@@ -223,9 +209,9 @@ BOOL Fill(int source, int existing) {
 extern "C" BOOL WINAPI CopyFileW(LPCWSTR lpExistingFileName, LPCWSTR lpNewFileName,
                                  BOOL bFailIfExists) {
     // 1. The source, and what stands at the destination.
-    const std::string to = platform::PathOf(lpNewFileName);
+    const std::string to = PathOf(lpNewFileName);
     struct stat sourceInfo {};
-    const UniqueDescriptor source = OpenSource(platform::PathOf(lpExistingFileName), sourceInfo);
+    const UniqueDescriptor source = OpenSource(PathOf(lpExistingFileName), sourceInfo);
     if (!source) return FALSE;
     const Place place = PlaceOf(to);
     if (!place.folder) return FailOnPath(errno, to);

@@ -22,7 +22,8 @@
 #include "last_error.h"
 #include "protection_key.h"
 
-namespace platform {
+using namespace platform;
+
 namespace {
 
 struct BlobHeader {
@@ -158,7 +159,6 @@ bool Unprotect(const DATA_BLOB& in, const DATA_BLOB* entropy, DATA_BLOB& out) {
 }
 
 }  // namespace
-}  // namespace platform
 
 extern "C" {
 
@@ -166,25 +166,22 @@ BOOL WINAPI CryptProtectData(DATA_BLOB* pDataIn, LPCWSTR /*szDataDescr*/,
                              DATA_BLOB* pOptionalEntropy, PVOID pvReserved,
                              CRYPTPROTECT_PROMPTSTRUCT* pPromptStruct, DWORD dwFlags,
                              DATA_BLOB* pDataOut) {
-    if (!platform::CheckArguments(pDataIn, pOptionalEntropy, pvReserved, pPromptStruct, dwFlags,
-                                  pDataOut)) {
+    if (!CheckArguments(pDataIn, pOptionalEntropy, pvReserved, pPromptStruct, dwFlags, pDataOut)) {
         return FALSE;
     }
-    const auto scope = (dwFlags & CRYPTPROTECT_LOCAL_MACHINE) != 0
-                           ? platform::ProtectionScope::kMachine
-                           : platform::ProtectionScope::kUser;
-    return platform::Protect(*pDataIn, pOptionalEntropy, scope, *pDataOut) ? TRUE : FALSE;
+    const auto scope = (dwFlags & CRYPTPROTECT_LOCAL_MACHINE) != 0 ? ProtectionScope::kMachine
+                                                                   : ProtectionScope::kUser;
+    return Protect(*pDataIn, pOptionalEntropy, scope, *pDataOut) ? TRUE : FALSE;
 }
 
 BOOL WINAPI CryptUnprotectData(DATA_BLOB* pDataIn, LPWSTR* ppszDataDescr,
                                DATA_BLOB* pOptionalEntropy, PVOID pvReserved,
                                CRYPTPROTECT_PROMPTSTRUCT* pPromptStruct, DWORD dwFlags,
                                DATA_BLOB* pDataOut) {
-    if (!platform::CheckArguments(pDataIn, pOptionalEntropy, pvReserved, pPromptStruct, dwFlags,
-                                  pDataOut)) {
+    if (!CheckArguments(pDataIn, pOptionalEntropy, pvReserved, pPromptStruct, dwFlags, pDataOut)) {
         return FALSE;
     }
-    if (ppszDataDescr != nullptr) return platform::Fail(ERROR_NOT_SUPPORTED);
-    return platform::Unprotect(*pDataIn, pOptionalEntropy, *pDataOut) ? TRUE : FALSE;
+    if (ppszDataDescr != nullptr) return Fail(ERROR_NOT_SUPPORTED);
+    return Unprotect(*pDataIn, pOptionalEntropy, *pDataOut) ? TRUE : FALSE;
 }
 }

@@ -74,10 +74,7 @@ bool OwnsMachine(uid_t account) {
 
 std::string EndpointSubfolder(const char* name, FolderUse use) {
     std::string path = EndpointFolder();
-    if (!MakeParents(path + "/")) {
-        FailWithErrno(errno);
-        return {};
-    }
+    if (!MakeParents(path + "/")) return FailWithErrno<std::string>(errno);
     const mode_t mode = use == FolderUse::kEveryoneWrites ? 01777 : 0755;
     std::istringstream parts(name);
     for (std::string part; std::getline(parts, part, '/');) {
@@ -91,15 +88,11 @@ std::string EndpointUserFolder(uid_t user) {
     std::string users = EndpointSubfolder("users", FolderUse::kEveryoneWrites);
     if (users.empty()) return {};
     std::string path = users + "/" + std::to_string(user);
-    if (!MakeFolder(path, 0700)) {
-        FailWithErrno(errno);
-        return {};
-    }
+    if (!MakeFolder(path, 0700)) return FailWithErrno<std::string>(errno);
     struct stat info {};
     if (lstat(path.c_str(), &info) != 0 || !S_ISDIR(info.st_mode) || info.st_uid != user ||
         (info.st_mode & 0077) != 0) {
-        Fail(ERROR_ACCESS_DENIED);
-        return {};
+        return Fail<std::string>(ERROR_ACCESS_DENIED);
     }
     return path;
 }

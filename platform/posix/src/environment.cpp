@@ -12,6 +12,8 @@
 #include "last_error.h"
 #include "text.h"
 
+using namespace platform;
+
 extern char** environ;  // NOLINT(readability-redundant-declaration): not every C library has it
 
 namespace {
@@ -27,8 +29,8 @@ struct Variable {
 // A variable by its exact name, else the first whose name differs by case alone.
 std::optional<Variable> FindVariable(std::u16string_view name) {
     std::optional<Variable> similar;
-    const std::u16string upperName = platform::UpperCase(name);
-    const std::string exactName = platform::BytesOf(name);
+    const std::u16string upperName = UpperCase(name);
+    const std::string exactName = BytesOf(name);
     for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
         const std::string_view text = *entry;
         const auto equals = text.find('=');
@@ -36,7 +38,7 @@ std::optional<Variable> FindVariable(std::u16string_view name) {
         Variable variable{std::string(text.substr(0, equals)),
                           std::string(text.substr(equals + 1))};
         if (variable.name == exactName) return variable;
-        if (!similar && platform::UpperCase(platform::WideOf(variable.name)) == upperName) {
+        if (!similar && UpperCase(WideOf(variable.name)) == upperName) {
             similar = std::move(variable);
         }
     }
@@ -60,7 +62,7 @@ std::u16string Expand(std::u16string_view text) {
             break;
         }
         if (const auto variable = FindVariable(text.substr(1, end - 1))) {
-            result += platform::WideOf(variable->value);
+            result += WideOf(variable->value);
             text.remove_prefix(end + 1);
         } else {
             // The second sign may begin another name.
@@ -74,10 +76,7 @@ std::u16string Expand(std::u16string_view text) {
 }  // namespace
 
 extern "C" DWORD WINAPI ExpandEnvironmentStringsW(LPCWSTR lpSrc, LPWSTR lpDst, DWORD nSize) {
-    if (lpSrc == nullptr) {
-        platform::Fail(ERROR_INVALID_PARAMETER);
-        return 0;
-    }
+    if (lpSrc == nullptr) return Fail<DWORD>(ERROR_INVALID_PARAMETER);
     const std::lock_guard lock(environmentMutex);
     const std::u16string result = Expand(lpSrc);
     if (lpDst != nullptr && result.size() < nSize) *std::ranges::copy(result, lpDst).out = 0;
@@ -85,14 +84,13 @@ extern "C" DWORD WINAPI ExpandEnvironmentStringsW(LPCWSTR lpSrc, LPWSTR lpDst, D
 }
 
 extern "C" BOOL WINAPI SetEnvironmentVariableW(LPCWSTR lpName, LPCWSTR lpValue) {
-    if (!IsName(lpName)) return platform::Fail(ERROR_INVALID_PARAMETER);
+    if (!IsName(lpName)) return Fail(ERROR_INVALID_PARAMETER);
     const std::lock_guard lock(environmentMutex);
     const auto existing = FindVariable(lpName);
-    const std::string name = existing ? existing->name : platform::BytesOf(lpName);
-    const int failed = lpValue == nullptr
-                           ? unsetenv(name.c_str())
-                           : setenv(name.c_str(), platform::BytesOf(lpValue).c_str(), 1);
-    return failed == 0 ? TRUE : platform::FailWithErrno(errno);
+    const std::string name = existing ? existing->name : BytesOf(lpName);
+    const int failed = lpValue == nullptr ? unsetenv(name.c_str())
+                                          : setenv(name.c_str(), BytesOf(lpValue).c_str(), 1);
+    return failed == 0 ? TRUE : FailWithErrno(errno);
 }
 
 extern "C" int _putenv_s(const char* varname, const char* value) {
@@ -107,8 +105,8 @@ extern "C" DWORD WINAPI GetCurrentDirectoryW(DWORD nBufferLength, LPWSTR lpBuffe
         void operator()(char* text) const { std::free(text); }
     };
     const std::unique_ptr<char, Free> folder(getcwd(nullptr, 0));
-    if (!folder) return static_cast<DWORD>(platform::FailWithErrno(errno));
-    const std::u16string text = platform::WideOf(folder.get());
+    if (!folder) return static_cast<DWORD>(FailWithErrno(errno));
+    const std::u16string text = WideOf(folder.get());
     if (text.size() >= nBufferLength) return static_cast<DWORD>(text.size()) + 1;
     *std::ranges::copy(text, lpBuffer).out = 0;
     return static_cast<DWORD>(text.size());

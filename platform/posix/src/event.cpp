@@ -140,18 +140,17 @@ void SetSourceOfEvent(HANDLE event, std::weak_ptr<KernelObject> source) {
 
 }  // namespace platform
 
-using platform::Event;
-using platform::SyncObjectOf;
+using namespace platform;
 
 extern "C" HANDLE WINAPI CreateEventW(LPSECURITY_ATTRIBUTES lpEventAttributes, BOOL bManualReset,
                                       BOOL bInitialState, LPCWSTR lpName) {
-    return platform::CreateObject(platform::RequestFor(lpName, bManualReset, bInitialState),
-                                  lpEventAttributes, EVENT_ALL_ACCESS);
+    return CreateObject(RequestFor(lpName, bManualReset, bInitialState), lpEventAttributes,
+                        EVENT_ALL_ACCESS);
 }
 
 extern "C" HANDLE WINAPI OpenEventW(DWORD dwDesiredAccess, BOOL /*bInheritHandle*/,
                                     LPCWSTR lpName) {
-    return platform::OpenObject(platform::RequestFor(lpName, FALSE, FALSE), dwDesiredAccess);
+    return OpenObject(RequestFor(lpName, FALSE, FALSE), dwDesiredAccess);
 }
 
 extern "C" BOOL WINAPI SetEvent(HANDLE hEvent) {

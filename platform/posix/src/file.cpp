@@ -18,12 +18,9 @@
 #include "share_mode.h"
 #include "thread_identity.h"
 
-namespace {
+using namespace platform;
 
-using platform::Fail;
-using platform::FailOnPath;
-using platform::FailWithErrno;
-using platform::UniqueDescriptor;
+namespace {
 
 constexpr DWORD kWriteAccess = FILE_WRITE_DATA | FILE_APPEND_DATA;
 constexpr DWORD kKnownFlags = FILE_ATTRIBUTE_NORMAL | FILE_ATTRIBUTE_TEMPORARY |
@@ -31,19 +28,16 @@ constexpr DWORD kKnownFlags = FILE_ATTRIBUTE_NORMAL | FILE_ATTRIBUTE_TEMPORARY |
                               FILE_FLAG_SEQUENTIAL_SCAN | FILE_FLAG_WRITE_THROUGH |
                               FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT;
 
-bool IsSameFile(const struct stat& one, const struct stat& other) {
-    return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
-}
-
 // An opened file.
-class File : public platform::DescriptorObject {
+class File : public DescriptorObject {
   public:
     File(UniqueDescriptor descriptor, DWORD access, std::string pathToDelete)
         : DescriptorObject(descriptor.Release()),
           access_(access),
           pathToDelete_(std::move(pathToDelete)) {}
     ~File() override {
-        if (!pathToDelete_.empty()) DeleteOwnFile();
+        const std::string& path = pathToDelete_;
+        if (!path.empty() && IsFileAt(path, descriptor_)) unlink(path.c_str());
         close(descriptor_);
     }
 
@@ -63,16 +57,6 @@ class File : public platform::DescriptorObject {
     }
 
   private:
-    // The name may belong to another file by now.
-    void DeleteOwnFile() const {
-        struct stat own {};
-        struct stat named {};
-        if (fstat(descriptor_, &own) == 0 && lstat(pathToDelete_.c_str(), &named) == 0 &&
-            IsSameFile(own, named)) {
-            unlink(pathToDelete_.c_str());
-        }
-    }
-
     DWORD access_;
     std::string pathToDelete_;
 };
@@ -85,7 +69,7 @@ struct Request {
     DWORD disposition;
     DWORD flags;
     mode_t mode;  // of a new file
-    std::optional<platform::GroupAccess> group;
+    std::optional<GroupAccess> group;
 };
 
 DWORD SpecificAccess(DWORD access) {
@@ -96,10 +80,7 @@ DWORD SpecificAccess(DWORD access) {
 }
 
 bool CheckRequest(const Request& request, HANDLE templateFile) {
-    const bool known =
-        request.disposition >= CREATE_NEW && request.disposition <= TRUNCATE_EXISTING;
-    const bool truncates = request.disposition == TRUNCATE_EXISTING;
-    if (!known || (truncates && (request.access & FILE_WRITE_DATA) == 0)) {
+    if (request.disposition < CREATE_NEW || request.disposition > OPEN_ALWAYS) {
         return Fail(ERROR_INVALID_PARAMETER);
     }
     if (templateFile != nullptr || (request.flags & ~kKnownFlags) != 0) {
@@ -141,10 +122,8 @@ UniqueDescriptor Create(const Request& request, int extraFlags) {
 // Opens or creates as the disposition says, without changing an existing file. `existed` tells
 // which it was.
 UniqueDescriptor OpenByDisposition(const Request& request, bool& existed) {
-    const bool creates = request.disposition != OPEN_EXISTING &&  //
-                         request.disposition != TRUNCATE_EXISTING;
-    existed = !creates;
-    if (!creates) return OpenExisting(request);
+    existed = request.disposition == OPEN_EXISTING;
+    if (existed) return OpenExisting(request);
     UniqueDescriptor file = Create(request, O_EXCL);
     if (file || errno != EEXIST || request.disposition == CREATE_NEW) return file;
     existed = true;
@@ -159,9 +138,9 @@ UniqueDescriptor OpenByDisposition(const Request& request, bool& existed) {
 bool CheckKind(const Request& request, const struct stat& info) {
     const bool opensFolders = (request.flags & FILE_FLAG_BACKUP_SEMANTICS) != 0;
     const bool deniedToAll = (S_ISDIR(info.st_mode) && !opensFolders) ||
-                             (platform::IsReadOnly(info) && (request.access & kWriteAccess) != 0);
-    const bool deniedToThis = (request.access & WRITE_DAC) != 0 && platform::ThreadAccount() != 0 &&
-                              platform::ThreadAccount() != info.st_uid;
+                             (IsReadOnly(info) && (request.access & kWriteAccess) != 0);
+    const bool deniedToThis =
+        (request.access & WRITE_DAC) != 0 && ThreadAccount() != 0 && ThreadAccount() != info.st_uid;
     return !(deniedToAll || deniedToThis) || Fail(ERROR_ACCESS_DENIED);
 }
 
@@ -169,13 +148,10 @@ bool CheckKind(const Request& request, const struct stat& info) {
 bool PrepareContent(const Request& request, int file, bool existed) {
     if (!existed) {
         const bool readOnly = (request.flags & FILE_ATTRIBUTE_READONLY) != 0;
-        return platform::ApplyAccess(file, readOnly ? request.mode & 0444u : request.mode,
-                                     request.group) ||
+        return ApplyAccess(file, readOnly ? request.mode & 0444u : request.mode, request.group) ||
                FailWithErrno(errno);
     }
-    const bool cuts =
-        request.disposition == CREATE_ALWAYS || request.disposition == TRUNCATE_EXISTING;
-    return !cuts || ftruncate(file, 0) == 0 || FailWithErrno(errno);
+    return request.disposition != CREATE_ALWAYS || ftruncate(file, 0) == 0 || FailWithErrno(errno);
 }
 
 HANDLE OpenFile(const Request& request) {
@@ -183,27 +159,27 @@ HANDLE OpenFile(const Request& request) {
     bool existed = false;
     UniqueDescriptor file = OpenByDisposition(request, existed);
     struct stat info {};
-    if (!file || fstat(file.get(), &info) != 0) {
-        FailOnPath(errno, request.path);
-        return INVALID_HANDLE_VALUE;
-    }
+    if (!file || fstat(file.get(), &info) != 0) return FailToOpen(ErrorOnPath(errno, request.path));
     // 2. May it be used so, also beside those who use it already?
     const DWORD deletes = (request.flags & FILE_FLAG_DELETE_ON_CLOSE) != 0 ? DELETE : 0;
     if ((existed && !CheckKind(request, info)) ||
         ((S_ISREG(info.st_mode) || S_ISDIR(info.st_mode)) &&
-         !platform::TakeShare(file.get(), request.access | deletes, request.share))) {
+         !TakeShare(file.get(), request.access | deletes, request.share))) {
         return INVALID_HANDLE_VALUE;
     }
     // 3. Only now it is changed.
     if (S_ISREG(info.st_mode) && !PrepareContent(request, file.get(), existed)) {
         return INVALID_HANDLE_VALUE;
     }
-    SetLastError(existed && request.disposition != OPEN_EXISTING &&
-                         request.disposition != TRUNCATE_EXISTING
-                     ? ERROR_ALREADY_EXISTS
-                     : ERROR_SUCCESS);
-    return platform::OpenHandle(
+    const bool isSurprise = existed && request.disposition != OPEN_EXISTING;
+    SetLastError(isSurprise ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
+    return OpenHandle(
         std::make_shared<File>(std::move(file), request.access, deletes != 0 ? request.path : ""));
+}
+
+bool ReadStatus(HANDLE handle, struct stat& info) {
+    const auto file = ObjectOf<DescriptorObject>(handle);
+    return file && (fstat(file->Descriptor(), &info) == 0 || FailWithErrno(errno));
 }
 
 }  // namespace
@@ -212,50 +188,36 @@ extern "C" HANDLE WINAPI CreateFileW(LPCWSTR lpFileName, DWORD dwDesiredAccess, 
                                      LPSECURITY_ATTRIBUTES lpSecurityAttributes,
                                      DWORD dwCreationDisposition, DWORD dwFlagsAndAttributes,
                                      HANDLE hTemplateFile) {
-    const std::string pipe = platform::PipeNameOf(lpFileName);
-    if (!pipe.empty()) return platform::OpenPipe(pipe, dwDesiredAccess, dwFlagsAndAttributes);
-    const Request request{.path = platform::PathOf(lpFileName),
+    const std::string pipe = PipeNameOf(lpFileName);
+    if (!pipe.empty()) return OpenPipe(pipe, dwDesiredAccess, dwFlagsAndAttributes);
+    const Request request{.path = PathOf(lpFileName),
                           .access = SpecificAccess(dwDesiredAccess),
                           .share = dwShareMode,
                           .disposition = dwCreationDisposition,
                           .flags = dwFlagsAndAttributes,
-                          .mode = platform::ModeOfNewFile(lpSecurityAttributes),
-                          .group = platform::GroupAccessOf(lpSecurityAttributes)};
+                          .mode = ModeOfNewFile(lpSecurityAttributes),
+                          .group = GroupAccessOf(lpSecurityAttributes)};
     return CheckRequest(request, hTemplateFile) ? OpenFile(request) : INVALID_HANDLE_VALUE;
 }
 
 extern "C" DWORD WINAPI GetFileType(HANDLE hFile) {
-    const auto file = platform::ObjectOf<platform::DescriptorObject>(hFile);
     struct stat info {};
-    if (!file) return FILE_TYPE_UNKNOWN;
-    if (fstat(file->Descriptor(), &info) != 0) {
-        FailWithErrno(errno);
-        return FILE_TYPE_UNKNOWN;
-    }
+    if (!ReadStatus(hFile, info)) return FILE_TYPE_UNKNOWN;
     SetLastError(ERROR_SUCCESS);
-    switch (info.st_mode & S_IFMT) {
-        case S_IFREG:
-        case S_IFDIR:
-            return FILE_TYPE_DISK;
-        case S_IFCHR:
-            return FILE_TYPE_CHAR;
-        case S_IFIFO:
-        case S_IFSOCK:
-            return FILE_TYPE_PIPE;
-        default:
-            return FILE_TYPE_UNKNOWN;
-    }
+    if (S_ISREG(info.st_mode) || S_ISDIR(info.st_mode)) return FILE_TYPE_DISK;
+    if (S_ISFIFO(info.st_mode) || S_ISSOCK(info.st_mode)) return FILE_TYPE_PIPE;
+    return S_ISCHR(info.st_mode) ? FILE_TYPE_CHAR : FILE_TYPE_UNKNOWN;
 }
 
 extern "C" int _open_osfhandle(intptr_t osfhandle, int flags) {
     auto* const handle = reinterpret_cast<HANDLE>(osfhandle);
-    const auto file = platform::ObjectOf<platform::DescriptorObject>(handle);
+    const auto file = ObjectOf<DescriptorObject>(handle);
     if (!file || (flags & ~_O_TEXT) != 0) {
         errno = file ? EINVAL : EBADF;
         return -1;
     }
     const int descriptor = fcntl(file->Descriptor(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-    if (descriptor >= 0) platform::ReleaseHandle(handle);
+    if (descriptor >= 0) ReleaseHandle(handle);
     return descriptor;
 }
 
@@ -269,14 +231,12 @@ extern "C" std::FILE* _fdopen(int fd, const char* mode) {
 
 extern "C" BOOL WINAPI GetFileInformationByHandle(HANDLE hFile,
                                                   LPBY_HANDLE_FILE_INFORMATION lpFileInformation) {
-    const auto file = platform::ObjectOf<platform::DescriptorObject>(hFile);
-    if (!file) return FALSE;
     struct stat info {};
-    if (fstat(file->Descriptor(), &info) != 0) return FailWithErrno(errno);
+    if (!ReadStatus(hFile, info)) return FALSE;
     LARGE_INTEGER size = {};
     size.QuadPart = info.st_size;
     *lpFileInformation = {};
-    lpFileInformation->dwFileAttributes = platform::AttributesOf(info);
+    lpFileInformation->dwFileAttributes = AttributesOf(info);
     lpFileInformation->nFileSizeHigh = static_cast<DWORD>(size.u.HighPart);
     lpFileInformation->nFileSizeLow = size.u.LowPart;
     lpFileInformation->nNumberOfLinks =
@@ -289,19 +249,17 @@ extern "C" BOOL WINAPI SetKernelObjectSecurity(HANDLE Handle,
                                                PSECURITY_DESCRIPTOR SecurityDescriptor) {
     constexpr SECURITY_INFORMATION kList =
         DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION;
-    const auto file = platform::ObjectOf<File>(Handle);
+    const auto file = ObjectOf<File>(Handle);
     if (!file) return FALSE;
     if (SecurityInformation != kList) return Fail(ERROR_NOT_SUPPORTED);
     if (!file->MayChangeList()) return Fail(ERROR_ACCESS_DENIED);
     const SECURITY_ATTRIBUTES attributes = {sizeof attributes, SecurityDescriptor, FALSE};
-    return platform::ApplyAccess(file->Descriptor(), attributes) ? TRUE : FailWithErrno(errno);
+    return ApplyAccess(file->Descriptor(), attributes) ? TRUE : FailWithErrno(errno);
 }
 
 extern "C" BOOL WINAPI GetFileSizeEx(HANDLE hFile, PLARGE_INTEGER lpFileSize) {
-    const auto file = platform::ObjectOf<platform::DescriptorObject>(hFile);
-    if (!file) return FALSE;
     struct stat info {};
-    if (fstat(file->Descriptor(), &info) != 0) return FailWithErrno(errno);
+    if (!ReadStatus(hFile, info)) return FALSE;
     lpFileSize->QuadPart = info.st_size;
     return TRUE;
 }
@@ -309,7 +267,7 @@ extern "C" BOOL WINAPI GetFileSizeEx(HANDLE hFile, PLARGE_INTEGER lpFileSize) {
 extern "C" BOOL WINAPI SetFilePointerEx(HANDLE hFile, LARGE_INTEGER liDistanceToMove,
                                         PLARGE_INTEGER lpNewFilePointer, DWORD dwMoveMethod) {
     static_assert(FILE_BEGIN == SEEK_SET && FILE_CURRENT == SEEK_CUR && FILE_END == SEEK_END);
-    const auto file = platform::ObjectOf<platform::DescriptorObject>(hFile);
+    const auto file = ObjectOf<DescriptorObject>(hFile);
     if (!file) return FALSE;
     if (dwMoveMethod > FILE_END) return Fail(ERROR_INVALID_PARAMETER);
     const off_t position =
@@ -321,7 +279,7 @@ extern "C" BOOL WINAPI SetFilePointerEx(HANDLE hFile, LARGE_INTEGER liDistanceTo
 }
 
 extern "C" BOOL WINAPI SetEndOfFile(HANDLE hFile) {
-    const auto file = platform::ObjectOf<File>(hFile);
+    const auto file = ObjectOf<File>(hFile);
     if (!file) return FALSE;
     if (!file->MayWrite()) return Fail(ERROR_ACCESS_DENIED);
     const int descriptor = file->Descriptor();

@@ -45,20 +45,19 @@ BOOL DescriptorObject::Flush() {
 std::optional<uid_t> DescriptorObject::Owner() {
     struct stat info {};
     if (fstat(descriptor_, &info) == 0) return info.st_uid;
-    FailWithErrno(errno);
-    return std::nullopt;
+    return FailWithErrno<std::optional<uid_t>>(errno);
 }
 
 }  // namespace platform
 
-using platform::FileObject;
+using namespace platform;
 
 extern "C" BOOL WINAPI ReadFile(HANDLE hFile, LPVOID lpBuffer, DWORD nNumberOfBytesToRead,
                                 LPDWORD lpNumberOfBytesRead, LPOVERLAPPED lpOverlapped) {
     DWORD ignored = 0;
     DWORD& read = lpNumberOfBytesRead == nullptr ? ignored : *lpNumberOfBytesRead;
     read = 0;
-    const auto file = platform::ObjectOf<FileObject>(hFile);
+    const auto file = ObjectOf<FileObject>(hFile);
     return file ? file->Read(lpBuffer, nNumberOfBytesToRead, read, lpOverlapped) : FALSE;
 }
 
@@ -67,11 +66,11 @@ extern "C" BOOL WINAPI WriteFile(HANDLE hFile, LPCVOID lpBuffer, DWORD nNumberOf
     DWORD ignored = 0;
     DWORD& written = lpNumberOfBytesWritten == nullptr ? ignored : *lpNumberOfBytesWritten;
     written = 0;
-    const auto file = platform::ObjectOf<FileObject>(hFile);
+    const auto file = ObjectOf<FileObject>(hFile);
     return file ? file->Write(lpBuffer, nNumberOfBytesToWrite, written, lpOverlapped) : FALSE;
 }
 
 extern "C" BOOL WINAPI FlushFileBuffers(HANDLE hFile) {
-    const auto file = platform::ObjectOf<FileObject>(hFile);
+    const auto file = ObjectOf<FileObject>(hFile);
     return file ? file->Flush() : FALSE;
 }

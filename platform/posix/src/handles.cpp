@@ -60,8 +60,7 @@ DWORD KernelObject::Wait(const Deadline& /*deadline*/) {
 }
 
 std::optional<uid_t> KernelObject::Owner() {
-    SetLastError(ERROR_NOT_SUPPORTED);
-    return std::nullopt;
+    return Fail<std::optional<uid_t>>(ERROR_NOT_SUPPORTED);
 }
 
 HANDLE OpenHandle(std::shared_ptr<KernelObject> object) {
@@ -83,8 +82,10 @@ bool ReleaseHandle(HANDLE handle) {
 
 }  // namespace platform
 
+using namespace platform;
+
 extern "C" BOOL WINAPI CloseHandle(HANDLE hObject) {
-    return platform::ReleaseHandle(hObject) ? TRUE : FALSE;
+    return ReleaseHandle(hObject) ? TRUE : FALSE;
 }
 
 extern "C" BOOL WINAPI DuplicateHandle(HANDLE hSourceProcessHandle, HANDLE hSourceHandle,
@@ -93,10 +94,10 @@ extern "C" BOOL WINAPI DuplicateHandle(HANDLE hSourceProcessHandle, HANDLE hSour
                                        DWORD dwOptions) {
     if (hSourceProcessHandle != GetCurrentProcess() ||
         hTargetProcessHandle != GetCurrentProcess() || dwOptions != DUPLICATE_SAME_ACCESS) {
-        return platform::Fail(ERROR_NOT_SUPPORTED);
+        return Fail(ERROR_NOT_SUPPORTED);
     }
-    auto object = platform::ObjectOf(hSourceHandle);
+    auto object = ObjectOf(hSourceHandle);
     if (!object) return FALSE;
-    *lpTargetHandle = platform::OpenHandle(std::move(object));
+    *lpTargetHandle = OpenHandle(std::move(object));
     return TRUE;
 }

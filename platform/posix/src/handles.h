@@ -1,13 +1,13 @@
 // The process's handle table: every HANDLE and every opened HKEY is an entry of it.
 #pragma once
 
-#include <errhandlingapi.h>
 #include <handleapi.h>
 #include <sys/types.h>
-#include <winerror.h>
 
 #include <memory>
 #include <optional>
+
+#include "last_error.h"
 
 namespace platform {
 
@@ -30,6 +30,16 @@ class KernelObject {
     virtual std::optional<uid_t> Owner();
 };
 
+// An object whose handle was opened for certain rights.
+class GrantedObject : public KernelObject {
+  public:
+    explicit GrantedObject(DWORD granted) : granted_(granted) {}
+    bool Allows(DWORD rights) const { return (granted_ & rights) == rights; }
+
+  private:
+    const DWORD granted_;
+};
+
 // Puts the object into the table. The handle is never null and never INVALID_HANDLE_VALUE.
 HANDLE OpenHandle(std::shared_ptr<KernelObject> object);
 
@@ -43,6 +53,14 @@ std::shared_ptr<Kind> ObjectOf(HANDLE handle) {
     auto object = std::dynamic_pointer_cast<Kind>(ObjectOf(handle));
     if (!object) SetLastError(ERROR_INVALID_HANDLE);
     return object;
+}
+
+// The same, with all these rights; null, with ERROR_ACCESS_DENIED, for a handle that lacks one.
+template <typename Kind>
+std::shared_ptr<Kind> ObjectOf(HANDLE handle, DWORD rights) {
+    auto object = ObjectOf<Kind>(handle);
+    const bool isGranted = !object || object->Allows(rights);
+    return isGranted ? object : Fail<std::shared_ptr<Kind>>(ERROR_ACCESS_DENIED);
 }
 
 // Removes the handle from the table; false, with ERROR_INVALID_HANDLE, when it is not in it.

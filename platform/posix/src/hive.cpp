@@ -19,25 +19,6 @@ namespace {
 using Run = HiveDatabase::Run;
 using Transaction = HiveDatabase::Transaction;
 
-// Every hive that the process has named. Never destroyed: keys are closed, and hives read, by
-// destructors that may run after this library's own.
-struct Hives {
-    std::mutex mutex;
-    std::map<std::optional<uid_t>, std::shared_ptr<Hive>> byAccount;
-};
-
-Hives& AllHives() {
-    static auto* const hives = new Hives;
-    return *hives;
-}
-
-std::shared_ptr<Hive> HiveOf(std::optional<uid_t> account) {
-    const std::lock_guard lock(AllHives().mutex);
-    auto& hive = AllHives().byAccount[account];
-    if (!hive) hive = std::make_shared<Hive>(account);
-    return hive;
-}
-
 // What the thread's account may do, which need not be the process's.
 bool Permits(const std::string& path, int rights) {
     return faccessat(AT_FDCWD, path.c_str(), rights, AT_EACCESS) == 0;
@@ -159,11 +140,15 @@ class Hive::Use {
     HiveDatabase* database_;
 };
 
-std::shared_ptr<Hive> Hive::OfMachine() {
-    return HiveOf(std::nullopt);
-}
-std::shared_ptr<Hive> Hive::OfAccount(uid_t account) {
-    return HiveOf(account);
+std::shared_ptr<Hive> Hive::Of(std::optional<uid_t> account) {
+    // Never destroyed: keys are closed, and hives read, by destructors that may run after this
+    // library's own.
+    static auto& mutex = *new std::mutex;
+    static auto& hives = *new std::map<std::optional<uid_t>, std::shared_ptr<Hive>>;
+    const std::lock_guard lock(mutex);
+    auto& hive = hives[account];
+    if (!hive) hive = std::make_shared<Hive>(account);
+    return hive;
 }
 
 Hive::Hive(std::optional<uid_t> account)
@@ -234,7 +219,6 @@ std::optional<KeyId> Hive::Find(KeyId from, const KeyPath& path) {
     for (auto name = path.begin(); key && name != path.end(); ++name) {
         key = FindSubkey(*use, *key, *name);
     }
-    whole.Commit();
     return key;
 }
 
@@ -263,29 +247,14 @@ std::u16string Hive::SubkeyAt(KeyId key, DWORD index) {
     return at.Text(0);
 }
 
-KeySummary Hive::Summary(KeyId key) {
+DWORD Hive::CountValues(KeyId key) {
     const Use use(*this, false);
-    if (!use) return {};
+    if (!use) return 0;
     Transaction whole(*use, false);
     DemandKey(*use, key);
-    KeySummary summary;
-    {
-        Run subkeys(
-            *use,
-            "SELECT count(*), max(length(CAST(name AS BLOB)) / 2) FROM keys WHERE parent = ?1");
-        Run values(*use,
-                   "SELECT count(*), max(length(CAST(name AS BLOB)) / 2), max(length(data))"
-                   " FROM entries WHERE key = ?1");
-        subkeys.Bind(key).Step();
-        values.Bind(key).Step();
-        const auto number = [](const Run& row, int column) {
-            return static_cast<DWORD>(row.Number(column));
-        };
-        summary = {number(subkeys, 0), number(subkeys, 1), number(values, 0), number(values, 1),
-                   number(values, 2)};
-    }
-    whole.Commit();
-    return summary;
+    Run count(*use, "SELECT count(*) FROM entries WHERE key = ?1");
+    count.Bind(key).Step();
+    return static_cast<DWORD>(count.Number(0));
 }
 
 KeyPath Hive::PathOf(KeyId key) {
@@ -299,7 +268,6 @@ KeyPath Hive::PathOf(KeyId key) {
         path.insert(path.begin(), parent.Text(1));
         key = parent.Number(0);
     }
-    whole.Commit();
     return path;
 }
 
@@ -325,9 +293,7 @@ HiveTree Hive::ReadTree(KeyId key) {
     if (!use) return {};
     Transaction whole(*use, false);
     DemandKey(*use, key);
-    HiveTree tree = ReadTreeOf(*use, key, {});
-    whole.Commit();
-    return tree;
+    return ReadTreeOf(*use, key, {});
 }
 
 void Hive::WriteTree(KeyId key, const HiveTree& tree) {

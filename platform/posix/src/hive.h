@@ -26,14 +26,6 @@ struct HiveTree {
     std::vector<HiveTree> subkeys;
 };
 
-struct KeySummary {
-    DWORD subkeys = 0;
-    DWORD longestSubkey = 0;  // in characters
-    DWORD values = 0;
-    DWORD longestValueName = 0;  // in characters
-    DWORD longestData = 0;       // in bytes
-};
-
 // The names on the way from one key to another.
 using KeyPath = std::vector<std::u16string>;
 
@@ -45,8 +37,8 @@ using KeyPath = std::vector<std::u16string>;
 // account that the thread then has. A process that forks has to run another program at once.
 class Hive {
   public:
-    static std::shared_ptr<Hive> OfMachine();
-    static std::shared_ptr<Hive> OfAccount(uid_t account);
+    static std::shared_ptr<Hive> OfMachine() { return Of(std::nullopt); }
+    static std::shared_ptr<Hive> OfAccount(uid_t account) { return Of(account); }
 
     // What the thread's account may do with the hive.
     bool MayRead() const;
@@ -62,7 +54,7 @@ class Hive {
     Created Create(KeyId from, const KeyPath& path);
     // The subkey at an index in the order of names; ERROR_NO_MORE_ITEMS.
     std::u16string SubkeyAt(KeyId key, DWORD index);
-    KeySummary Summary(KeyId key);
+    DWORD CountValues(KeyId key);
     KeyPath PathOf(KeyId key);
     // Deletes a key without subkeys (else ERROR_ACCESS_DENIED), or one with everything below it.
     // The root stays (ERROR_ACCESS_DENIED).
@@ -82,7 +74,7 @@ class Hive {
     // "MACHINE", or "USER\" and the number of the account.
     std::u16string Name() const;
 
-    // For OfMachine and OfAccount.
+    // For Of().
     explicit Hive(std::optional<uid_t> account);
 
   private:
@@ -99,6 +91,7 @@ class Hive {
         HiveDatabase::State state;
     };
 
+    static std::shared_ptr<Hive> Of(std::optional<uid_t> account);
     std::string FilePath() const;
     void Connect(bool forWriting);
     void MakeFile() const;

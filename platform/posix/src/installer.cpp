@@ -1,12 +1,15 @@
 #include <msi.h>
 #include <winerror.h>
-#include <winreg.h>
 
 #include <algorithm>
+#include <cstring>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
+
+#include "registry_keys.h"
+
+using namespace platform;
 
 namespace {
 
@@ -63,43 +66,22 @@ std::optional<std::u16string> UnpackCode(std::u16string digits) {
     return code;
 }
 
-// A key of the installer's records, open for reading.
-class Record {
-  public:
-    explicit Record(const std::u16string& path) {
-        if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, &key_) != ERROR_SUCCESS) {
-            key_ = nullptr;
-        }
-    }
-    Record(const Record&) = delete;
-    Record& operator=(const Record&) = delete;
-    ~Record() {
-        if (key_ != nullptr) RegCloseKey(key_);
-    }
-    explicit operator bool() const { return key_ != nullptr; }
-    HKEY get() const { return key_; }
-
-    // A text of the record, empty when it has none of this name.
-    std::u16string Text(const WCHAR* name) const {
-        DWORD type = 0;
-        DWORD size = 0;
-        if (RegQueryValueExW(key_, name, nullptr, &type, nullptr, &size) != ERROR_SUCCESS ||
-            (type != REG_SZ && type != REG_EXPAND_SZ)) {
-            return {};
-        }
-        std::u16string text(size / sizeof(WCHAR) + 1, u'\0');
-        size = static_cast<DWORD>(text.size() * sizeof(WCHAR));
-        if (RegQueryValueExW(key_, name, nullptr, nullptr, reinterpret_cast<BYTE*>(text.data()),
-                             &size) != ERROR_SUCCESS) {
-            return {};
-        }
-        text.resize(std::min<std::size_t>(text.find(u'\0'), size / sizeof(WCHAR)));
-        return text;
-    }
-
-  private:
-    HKEY key_ = nullptr;
-};
+// A text of a key of the installer's records, empty when the key has none of this name. Nothing
+// when there is no such key.
+std::optional<std::u16string> TextOf(const std::u16string& path, const WCHAR* name) {
+    HiveValue value;
+    bool isThere = false;
+    Report([&] {
+        const KeyPlace key = Find(Locate(HKEY_LOCAL_MACHINE, path.c_str()));
+        isThere = true;
+        value = key.hive->Read(key.id, name);
+    });
+    if (!isThere) return std::nullopt;
+    if (value.type != REG_SZ && value.type != REG_EXPAND_SZ) return u"";
+    std::u16string text(value.data.size() / sizeof(WCHAR), u'\0');
+    std::memcpy(text.data(), value.data.data(), text.size() * sizeof(WCHAR));
+    return text.substr(0, text.find(u'\0'));
+}
 
 UINT DeliverText(const std::u16string& text, LPWSTR buffer, LPDWORD capacity) {
     if (capacity == nullptr) return buffer == nullptr ? ERROR_SUCCESS : ERROR_INVALID_PARAMETER;
@@ -119,14 +101,13 @@ UINT WINAPI MsiEnumRelatedProductsW(LPCWSTR lpUpgradeCode, DWORD dwReserved, DWO
                                     LPWSTR lpProductBuf) {
     const auto upgrade = PackCode(lpUpgradeCode);
     if (!upgrade || dwReserved != 0 || lpProductBuf == nullptr) return ERROR_INVALID_PARAMETER;
-    const Record products(kUpgradeCodes + *upgrade);
-    if (!products) return ERROR_NO_MORE_ITEMS;
-    WCHAR name[kDigits + 1];
-    DWORD length = kDigits + 1;
-    const LSTATUS result = RegEnumValueW(products.get(), iProductIndex, name, &length, nullptr,
-                                         nullptr, nullptr, nullptr);
-    if (result == ERROR_NO_MORE_ITEMS) return ERROR_NO_MORE_ITEMS;
-    const auto product = UnpackCode(result == ERROR_SUCCESS ? name : u"");
+    std::u16string name;
+    const LSTATUS result = Report([&] {
+        const KeyPlace key = Find(Locate(HKEY_LOCAL_MACHINE, (kUpgradeCodes + *upgrade).c_str()));
+        name = key.hive->ValueAt(key.id, iProductIndex).name;
+    });
+    if (result == ERROR_NO_MORE_ITEMS || result == ERROR_FILE_NOT_FOUND) return ERROR_NO_MORE_ITEMS;
+    const auto product = UnpackCode(name);
     if (!product) return ERROR_BAD_CONFIGURATION;
     *std::copy(product->begin(), product->end(), lpProductBuf) = 0;
     return ERROR_SUCCESS;
@@ -138,15 +119,14 @@ UINT WINAPI MsiGetProductInfoW(LPCWSTR szProduct, LPCWSTR szAttribute, LPWSTR lp
     if (!code || szAttribute == nullptr || (lpValueBuf != nullptr && pcchValueBuf == nullptr)) {
         return ERROR_INVALID_PARAMETER;
     }
-    const Record product(kProducts + *code);
-    if (!product) return ERROR_UNKNOWN_PRODUCT;
+    const auto name = TextOf(kProducts + *code, INSTALLPROPERTY_PRODUCTNAME);
+    if (!name) return ERROR_UNKNOWN_PRODUCT;
     const std::u16string_view property = szAttribute;
     if (property == INSTALLPROPERTY_PRODUCTNAME) {
-        return DeliverText(product.Text(INSTALLPROPERTY_PRODUCTNAME), lpValueBuf, pcchValueBuf);
+        return DeliverText(*name, lpValueBuf, pcchValueBuf);
     }
     if (property != INSTALLPROPERTY_VERSIONSTRING) return ERROR_UNKNOWN_PROPERTY;
-    const Record installed(kInstalled + *code + kInstallProperties);
-    if (!installed) return ERROR_UNKNOWN_PROPERTY;
-    return DeliverText(installed.Text(TEXT("DisplayVersion")), lpValueBuf, pcchValueBuf);
+    const auto version = TextOf(kInstalled + *code + kInstallProperties, TEXT("DisplayVersion"));
+    return version ? DeliverText(*version, lpValueBuf, pcchValueBuf) : ERROR_UNKNOWN_PROPERTY;
 }
 }

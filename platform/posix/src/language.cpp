@@ -77,12 +77,12 @@ std::vector<LANGID> ThreadLanguages() {
 
 }  // namespace platform
 
-using platform::threadUiLanguage;
+using namespace platform;
 
 extern "C" {
 
 LANGID WINAPI GetUserDefaultUILanguage() {
-    return platform::LanguageOfLocale(platform::LocaleOfEnvironment());
+    return LanguageOfLocale(LocaleOfEnvironment());
 }
 
 LANGID WINAPI SetThreadUILanguage(LANGID LangId) {
@@ -95,8 +95,8 @@ LANGID WINAPI GetThreadUILanguage() {
 }
 
 BOOL WINAPI SetThreadLocale(LCID Locale) {
-    if (LOWORD(Locale) == 0) return platform::Fail(ERROR_INVALID_PARAMETER);
-    platform::threadLocale = LOWORD(Locale);
+    if (LOWORD(Locale) == 0) return Fail(ERROR_INVALID_PARAMETER);
+    threadLocale = LOWORD(Locale);
     return TRUE;
 }
 }

@@ -1,10 +1,46 @@
 #include "last_error.h"
 
+#include <handleapi.h>
+
+#include <algorithm>
 #include <cerrno>
+#include <iterator>
 
 namespace {
 
 thread_local DWORD lastError = ERROR_SUCCESS;
+
+struct Meaning {
+    int error;
+    DWORD code;
+};
+
+constexpr Meaning kMeanings[] = {
+    {0, ERROR_SUCCESS},
+    {EACCES, ERROR_ACCESS_DENIED},
+    {EBADF, ERROR_INVALID_HANDLE},
+    {ECONNRESET, ERROR_BROKEN_PIPE},
+    {EDQUOT, ERROR_DISK_FULL},
+    {EEXIST, ERROR_FILE_EXISTS},
+    {EFBIG, ERROR_DISK_FULL},
+    {EINVAL, ERROR_INVALID_PARAMETER},
+    {EIO, ERROR_IO_DEVICE},
+    {EISDIR, ERROR_ACCESS_DENIED},
+    {ELOOP, ERROR_CANTOPEN},
+    {EMFILE, ERROR_TOO_MANY_OPEN_FILES},
+    {ENAMETOOLONG, ERROR_FILENAME_EXCED_RANGE},
+    {ENFILE, ERROR_TOO_MANY_OPEN_FILES},
+    {ENOENT, ERROR_FILE_NOT_FOUND},
+    {ENOMEM, ERROR_NOT_ENOUGH_MEMORY},
+    {ENOSPC, ERROR_DISK_FULL},
+    {ENOTDIR, ERROR_PATH_NOT_FOUND},
+    {ENOTEMPTY, ERROR_DIR_NOT_EMPTY},
+    {EPERM, ERROR_ACCESS_DENIED},
+    {EPIPE, ERROR_BROKEN_PIPE},
+    {EROFS, ERROR_WRITE_PROTECT},
+    {ETIMEDOUT, ERROR_SEM_TIMEOUT},
+    {ETXTBSY, ERROR_ACCESS_DENIED},
+};
 
 }  // namespace
 
@@ -19,60 +55,13 @@ extern "C" void WINAPI SetLastError(DWORD dwErrCode) {
 namespace platform {
 
 DWORD ErrorOfErrno(int error) {
-    switch (error) {
-        case 0:
-            return ERROR_SUCCESS;
-        case ENOENT:
-            return ERROR_FILE_NOT_FOUND;
-        case ENOTDIR:
-            return ERROR_PATH_NOT_FOUND;
-        case EACCES:
-        case EPERM:
-        case EISDIR:
-        case ETXTBSY:
-            return ERROR_ACCESS_DENIED;
-        case EROFS:
-            return ERROR_WRITE_PROTECT;
-        case EEXIST:
-            return ERROR_FILE_EXISTS;
-        case ENOTEMPTY:
-            return ERROR_DIR_NOT_EMPTY;
-        case ENOSPC:
-        case EDQUOT:
-        case EFBIG:
-            return ERROR_DISK_FULL;
-        case ENOMEM:
-            return ERROR_NOT_ENOUGH_MEMORY;
-        case EMFILE:
-        case ENFILE:
-            return ERROR_TOO_MANY_OPEN_FILES;
-        case ENAMETOOLONG:
-            return ERROR_FILENAME_EXCED_RANGE;
-        case EBADF:
-            return ERROR_INVALID_HANDLE;
-        case EINVAL:
-            return ERROR_INVALID_PARAMETER;
-        case ELOOP:
-            return ERROR_CANTOPEN;
-        case ETIMEDOUT:
-            return ERROR_SEM_TIMEOUT;
-        case EPIPE:
-        case ECONNRESET:
-            return ERROR_BROKEN_PIPE;
-        case EIO:
-            return ERROR_IO_DEVICE;
-        default:
-            return ERROR_GEN_FAILURE;
-    }
+    const auto* const known = std::ranges::find(kMeanings, error, &Meaning::error);
+    return known == std::end(kMeanings) ? ERROR_GEN_FAILURE : known->code;
 }
 
-BOOL FailWithErrno(int error) {
-    return Fail(ErrorOfErrno(error));
-}
-
-BOOL Fail(DWORD error) {
+HANDLE FailToOpen(DWORD error) {
     SetLastError(error);
-    return FALSE;
+    return INVALID_HANDLE_VALUE;
 }
 
 }  // namespace platform

@@ -9,11 +9,21 @@ namespace platform {
 // The Windows code for an errno value.
 DWORD ErrorOfErrno(int error);
 
-// Sets the thread's last error from an errno value and returns FALSE, so that a failing call can
-// end with `return FailWithErrno(errno);`.
-BOOL FailWithErrno(int error);
+// Sets the thread's last error and returns FALSE or another empty result - null, 0, no object -, so
+// that a failing call can end with `return Fail(ERROR_...);`.
+template <typename Result = BOOL>
+Result Fail(DWORD error) {
+    SetLastError(error);
+    return Result{};
+}
 
-// Sets the thread's last error and returns FALSE.
-BOOL Fail(DWORD error);
+// The same from an errno value.
+template <typename Result = BOOL>
+Result FailWithErrno(int error) {
+    return Fail<Result>(ErrorOfErrno(error));
+}
+
+// The same for calls that open a file or a pipe: INVALID_HANDLE_VALUE.
+HANDLE FailToOpen(DWORD error);
 
 }  // namespace platform

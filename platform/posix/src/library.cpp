@@ -17,9 +17,9 @@
 #include "paths.h"
 #include "text.h"
 
-namespace {
+using namespace platform;
 
-using platform::Fail;
+namespace {
 
 // Windows' own libraries, whose exports are those of this layer.
 constexpr std::u16string_view kSystemLibraries[] = {
@@ -66,7 +66,7 @@ std::string FileOf(const link_map* map) {
 }
 
 bool IsSystemLibrary(std::u16string_view name) {
-    std::u16string upper = platform::UpperCase(name);
+    std::u16string upper = UpperCase(name);
     if (upper.ends_with(u".DLL")) upper.resize(upper.size() - 4);
     return std::ranges::find(kSystemLibraries, upper) != std::end(kSystemLibraries);
 }
@@ -74,7 +74,7 @@ bool IsSystemLibrary(std::u16string_view name) {
 // The name of a library's file: the extension is added where there is none; a dot at the end says
 // that there shall be none.
 std::string LibraryFile(LPCWSTR name) {
-    std::string file = platform::NativePath(name);
+    std::string file = NativePath(name);
     const std::size_t dot = file.find('.', file.rfind('/') + 1);
     if (dot == std::string::npos) return file + ".so";
     if (file.ends_with('.')) file.pop_back();
@@ -82,31 +82,26 @@ std::string LibraryFile(LPCWSTR name) {
 }
 
 bool IsLibraryFile(const std::string& path) {
-    const platform::UniqueDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    const UniqueDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     std::array<char, SELFMAG> magic{};
     return read(file.get(), magic.data(), magic.size()) == SELFMAG &&
            std::memcmp(magic.data(), ELFMAG, SELFMAG) == 0;
 }
 
-HMODULE FailToLoad(DWORD error) {
-    SetLastError(error);
-    return nullptr;
-}
-
 // Loads by a path. A library that needs another one that is missing counts as missing itself.
 HMODULE LoadFile(const std::string& path) {
-    if (access(path.c_str(), F_OK) != 0) return FailToLoad(ERROR_MOD_NOT_FOUND);
+    if (access(path.c_str(), F_OK) != 0) return Fail<HMODULE>(ERROR_MOD_NOT_FOUND);
     void* const handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (handle != nullptr) return static_cast<HMODULE>(handle);
-    return FailToLoad(IsLibraryFile(path) ? ERROR_MOD_NOT_FOUND : ERROR_BAD_EXE_FORMAT);
+    return Fail<HMODULE>(IsLibraryFile(path) ? ERROR_MOD_NOT_FOUND : ERROR_BAD_EXE_FORMAT);
 }
 
 // Loads by a name without a folder: beside the program, then where the system looks.
 HMODULE FindAndLoad(const std::string& file) {
-    const std::string beside = platform::ParentOf(FileOf(Program())) + "/" + file;
+    const std::string beside = ParentOf(FileOf(Program())) + "/" + file;
     if (access(beside.c_str(), F_OK) == 0) return LoadFile(beside);
     void* const handle = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
-    return handle != nullptr ? static_cast<HMODULE>(handle) : FailToLoad(ERROR_MOD_NOT_FOUND);
+    return handle != nullptr ? static_cast<HMODULE>(handle) : Fail<HMODULE>(ERROR_MOD_NOT_FOUND);
 }
 
 // A loaded module by its path or by the name of its file, without counting a use of it.
@@ -114,12 +109,12 @@ HMODULE FindLoaded(LPCWSTR name) {
     if (name == nullptr) return HandleOf(Program());
     if (IsSystemLibrary(name)) return OwnModule();
     const std::string file = LibraryFile(name);
-    const std::string beside = platform::ParentOf(FileOf(Program())) + "/" + file;
+    const std::string beside = ParentOf(FileOf(Program())) + "/" + file;
     void* found = file.find('/') == std::string::npos
                       ? dlopen(beside.c_str(), RTLD_LAZY | RTLD_NOLOAD)
                       : nullptr;
     if (found == nullptr) found = dlopen(file.c_str(), RTLD_LAZY | RTLD_NOLOAD);
-    if (found == nullptr) return FailToLoad(ERROR_MOD_NOT_FOUND);
+    if (found == nullptr) return Fail<HMODULE>(ERROR_MOD_NOT_FOUND);
     dlclose(found);
     return static_cast<HMODULE>(found);
 }
@@ -127,7 +122,8 @@ HMODULE FindLoaded(LPCWSTR name) {
 }  // namespace
 
 extern "C" HMODULE WINAPI LoadLibraryW(LPCWSTR lpLibFileName) {
-    if (lpLibFileName == nullptr || *lpLibFileName == 0) return FailToLoad(ERROR_INVALID_PARAMETER);
+    if (lpLibFileName == nullptr || *lpLibFileName == 0)
+        return Fail<HMODULE>(ERROR_INVALID_PARAMETER);
     const std::lock_guard lock(loaderMutex);
     if (IsSystemLibrary(lpLibFileName)) {
         return LoadFile(FileOf(reinterpret_cast<const link_map*>(OwnModule())));
@@ -138,8 +134,8 @@ extern "C" HMODULE WINAPI LoadLibraryW(LPCWSTR lpLibFileName) {
 }
 
 extern "C" HMODULE WINAPI LoadLibraryA(LPCSTR lpLibFileName) {
-    if (lpLibFileName == nullptr) return FailToLoad(ERROR_INVALID_PARAMETER);
-    return LoadLibraryW(platform::WideOf(lpLibFileName).c_str());
+    if (lpLibFileName == nullptr) return Fail<HMODULE>(ERROR_INVALID_PARAMETER);
+    return LoadLibraryW(WideOf(lpLibFileName).c_str());
 }
 
 extern "C" BOOL WINAPI FreeLibrary(HMODULE hLibModule) {
@@ -149,23 +145,20 @@ extern "C" BOOL WINAPI FreeLibrary(HMODULE hLibModule) {
 }
 
 extern "C" FARPROC WINAPI GetProcAddress(HMODULE hModule, LPCSTR lpProcName) {
-    const auto fail = [](DWORD error) -> FARPROC {
-        SetLastError(error);
-        return nullptr;
-    };
     const std::lock_guard lock(loaderMutex);
-    if (reinterpret_cast<ULONG_PTR>(lpProcName) <= 0xFFFF) return fail(ERROR_NOT_SUPPORTED);
+    if (reinterpret_cast<ULONG_PTR>(lpProcName) <= 0xFFFF)
+        return Fail<FARPROC>(ERROR_NOT_SUPPORTED);
     if (hModule == nullptr) hModule = HandleOf(Program());
-    if (!IsLoaded(hModule)) return fail(ERROR_MOD_NOT_FOUND);
+    if (!IsLoaded(hModule)) return Fail<FARPROC>(ERROR_MOD_NOT_FOUND);
     // Only a module that was opened once can be searched, and not all were by these calls.
     const char* const file = reinterpret_cast<const link_map*>(hModule)->l_name;
     void* const use = dlopen(file[0] == '\0' ? nullptr : file, RTLD_NOW | RTLD_NOLOAD);
-    if (use == nullptr) return fail(ERROR_MOD_NOT_FOUND);
+    if (use == nullptr) return Fail<FARPROC>(ERROR_MOD_NOT_FOUND);
     void* const address = dlsym(use, lpProcName);
     dlclose(use);
     // The loader also finds what the libraries export that this one needs; those are not its own.
     if (address == nullptr || HandleOf(ModuleAt(address)) != hModule) {
-        return fail(ERROR_PROC_NOT_FOUND);
+        return Fail<FARPROC>(ERROR_PROC_NOT_FOUND);
     }
     return reinterpret_cast<FARPROC>(address);
 }
@@ -189,12 +182,10 @@ extern "C" DWORD WINAPI GetModuleFileNameW(HMODULE hModule, LPWSTR lpFilename, D
     const std::lock_guard lock(loaderMutex);
     if (hModule == nullptr) hModule = HandleOf(Program());
     if (!IsLoaded(hModule)) {
-        Fail(ERROR_MOD_NOT_FOUND);
-        return 0;
+        return Fail<DWORD>(ERROR_MOD_NOT_FOUND);
     }
     if (nSize == 0) return static_cast<DWORD>(Fail(ERROR_INSUFFICIENT_BUFFER));
-    const std::u16string path =
-        platform::WideOf(FileOf(reinterpret_cast<const link_map*>(hModule)));
+    const std::u16string path = WideOf(FileOf(reinterpret_cast<const link_map*>(hModule)));
     const std::size_t length = std::min<std::size_t>(path.size(), nSize - 1);
     *std::copy_n(path.begin(), length, lpFilename) = 0;
     SetLastError(length < path.size() ? ERROR_INSUFFICIENT_BUFFER : ERROR_SUCCESS);

@@ -10,16 +10,18 @@
 
 #include "last_error.h"
 
+using namespace platform;
+
 extern "C" {
 
 HLOCAL WINAPI LocalAlloc(UINT uFlags, SIZE_T uBytes) {
     if ((uFlags & ~static_cast<UINT>(LMEM_ZEROINIT)) != 0) {
-        platform::Fail(ERROR_NOT_SUPPORTED);  // movable memory
+        Fail(ERROR_NOT_SUPPORTED);  // movable memory
         return nullptr;
     }
     const SIZE_T size = uBytes == 0 ? 1 : uBytes;
     void* const memory = (uFlags & LMEM_ZEROINIT) != 0 ? std::calloc(1, size) : std::malloc(size);
-    if (memory == nullptr) platform::Fail(ERROR_NOT_ENOUGH_MEMORY);
+    if (memory == nullptr) Fail(ERROR_NOT_ENOUGH_MEMORY);
     return memory;
 }
 
@@ -29,11 +31,11 @@ HLOCAL WINAPI LocalFree(HLOCAL hMem) {
 }
 
 BOOL WINAPI VirtualLock(LPVOID lpAddress, SIZE_T dwSize) {
-    return mlock(lpAddress, dwSize) == 0 ? TRUE : platform::Fail(ERROR_WORKING_SET_QUOTA);
+    return mlock(lpAddress, dwSize) == 0 ? TRUE : Fail(ERROR_WORKING_SET_QUOTA);
 }
 
 BOOL WINAPI VirtualUnlock(LPVOID lpAddress, SIZE_T dwSize) {
-    return munlock(lpAddress, dwSize) == 0 ? TRUE : platform::FailWithErrno(errno);
+    return munlock(lpAddress, dwSize) == 0 ? TRUE : FailWithErrno(errno);
 }
 
 PVOID WINAPI SecureZeroMemory(PVOID ptr, SIZE_T cnt) {

@@ -10,7 +10,8 @@
 #include "crypto.h"
 #include "last_error.h"
 
-namespace platform {
+using namespace platform;
+
 namespace {
 
 using MemoryKey = SecretKey<64>;
@@ -67,15 +68,14 @@ BOOL TransformMemory(LPVOID memory, DWORD size, DWORD flags, Direction direction
 }
 
 }  // namespace
-}  // namespace platform
 
 extern "C" {
 
 BOOL WINAPI CryptProtectMemory(LPVOID pDataIn, DWORD cbDataIn, DWORD dwFlags) {
-    return platform::TransformMemory(pDataIn, cbDataIn, dwFlags, platform::Direction::kEncrypt);
+    return TransformMemory(pDataIn, cbDataIn, dwFlags, Direction::kEncrypt);
 }
 
 BOOL WINAPI CryptUnprotectMemory(LPVOID pDataIn, DWORD cbDataIn, DWORD dwFlags) {
-    return platform::TransformMemory(pDataIn, cbDataIn, dwFlags, platform::Direction::kDecrypt);
+    return TransformMemory(pDataIn, cbDataIn, dwFlags, Direction::kDecrypt);
 }
 }

@@ -14,7 +14,8 @@
 #include "last_error.h"
 #include "named_object.h"
 
-namespace platform {
+using namespace platform;
+
 namespace {
 
 // Between two tries of a wait with a time limit, which the kernel does not offer for file locks.
@@ -151,20 +152,19 @@ ObjectRequest RequestFor(LPCWSTR name, bool isOwned) {
 }
 
 }  // namespace
-}  // namespace platform
 
 extern "C" HANDLE WINAPI CreateMutexW(LPSECURITY_ATTRIBUTES lpMutexAttributes, BOOL bInitialOwner,
                                       LPCWSTR lpName) {
-    return platform::CreateObject(platform::RequestFor(lpName, bInitialOwner != FALSE),
-                                  lpMutexAttributes, MUTEX_ALL_ACCESS);
+    return CreateObject(RequestFor(lpName, bInitialOwner != FALSE), lpMutexAttributes,
+                        MUTEX_ALL_ACCESS);
 }
 
 extern "C" HANDLE WINAPI OpenMutexW(DWORD dwDesiredAccess, BOOL /*bInheritHandle*/,
                                     LPCWSTR lpName) {
-    return platform::OpenObject(platform::RequestFor(lpName, false), dwDesiredAccess);
+    return OpenObject(RequestFor(lpName, false), dwDesiredAccess);
 }
 
 extern "C" BOOL WINAPI ReleaseMutex(HANDLE hMutex) {
-    const auto mutex = platform::SyncObjectOf<platform::Mutex>(hMutex, 0);
+    const auto mutex = SyncObjectOf<Mutex>(hMutex, 0);
     return mutex ? mutex->Release() : FALSE;
 }

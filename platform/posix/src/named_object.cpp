@@ -12,6 +12,7 @@
 #include "endpoint.h"
 #include "file_lock.h"
 #include "last_error.h"
+#include "paths.h"
 #include "security.h"
 #include "text.h"
 #include "thread_identity.h"
@@ -32,8 +33,7 @@ std::string FileNameOf(std::u16string_view name) {
     if (name.starts_with(kLocal)) name.remove_prefix(kLocal.size());
     const std::size_t prefix = name.starts_with(kGlobal) ? kGlobal.size() : 0;
     if (name.find(u'\\', prefix) != std::u16string_view::npos) {
-        Fail(ERROR_PATH_NOT_FOUND);
-        return {};
+        return Fail<std::string>(ERROR_PATH_NOT_FOUND);
     }
     constexpr std::string_view kDigits = "0123456789ABCDEF";
     std::string file;
@@ -55,8 +55,7 @@ std::string PathOfObject(LPCWSTR name, bool create) {
     const std::string file = FileNameOf(name);
     if (file.empty()) return {};
     if (!create && access((EndpointFolder() + "/run").c_str(), F_OK) != 0) {
-        Fail(ERROR_FILE_NOT_FOUND);
-        return {};
+        return Fail<std::string>(ERROR_FILE_NOT_FOUND);
     }
     const ActAsProcess asProcess;  // the folder is the machine's, also when a user's object is made
     const std::string folder = EndpointSubfolder("run", FolderUse::kEveryoneWrites);
@@ -75,34 +74,22 @@ UniqueDescriptor OpenObjectFile(const std::string& path, bool create) {
     }
 }
 
-bool IsSameFile(const struct stat& one, const struct stat& other) {
-    return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
-}
-
-enum class Outcome { kDone, kAgain, kFailed };
-
-Outcome FailedWith(DWORD error) {
-    Fail(error);
-    return Outcome::kFailed;
-}
-
-Outcome FailedWithErrno(int error) {
-    return FailedWith(ErrorOfErrno(error));
-}
+enum class Outcome { kFailed, kAgain, kDone };
 
 // Makes the file ready for a new object. It may be left over from a killed process, perhaps of
 // another account, which must not get at a new private object by it.
 Outcome Recycle(const ObjectFile& file, const std::string& path, mode_t mode,
                 const ObjectState& state) {
     struct stat info {};
-    if (fstat(file.Descriptor(), &info) != 0) return FailedWithErrno(errno);
+    if (fstat(file.Descriptor(), &info) != 0) return FailWithErrno<Outcome>(errno);
     if (info.st_uid != ThreadAccount() || info.st_nlink != 1) {
         if (unlink(path.c_str()) == 0) return Outcome::kAgain;
-        if (mode != (info.st_mode & 0777) || info.st_nlink != 1) return FailedWithErrno(EACCES);
+        if (mode != (info.st_mode & 0777) || info.st_nlink != 1)
+            return FailWithErrno<Outcome>(EACCES);
     } else if (fchmod(file.Descriptor(), mode) != 0) {
-        return FailedWithErrno(errno);
+        return FailWithErrno<Outcome>(errno);
     }
-    if (ftruncate(file.Descriptor(), 0) != 0) return FailedWithErrno(errno);
+    if (ftruncate(file.Descriptor(), 0) != 0) return FailWithErrno<Outcome>(errno);
     if (file.Write(state)) return Outcome::kDone;
     unlink(path.c_str());
     return Outcome::kFailed;
@@ -149,8 +136,8 @@ Outcome TryOpen(Opening& opening) {
     // 1. The file, which nobody else opens or leaves now.
     UniqueDescriptor descriptor = OpenObjectFile(opening.path, opening.mode.has_value());
     struct stat info {};
-    if (!descriptor || fstat(descriptor.get(), &info) != 0) return FailedWithErrno(errno);
-    if (!S_ISREG(info.st_mode)) return FailedWithErrno(EACCES);
+    if (!descriptor || fstat(descriptor.get(), &info) != 0) return FailWithErrno<Outcome>(errno);
+    if (!S_ISREG(info.st_mode)) return FailWithErrno<Outcome>(EACCES);
     ObjectFile file(opening.path, std::move(descriptor));
     const Gate gate(file);
     if (!gate) return Outcome::kFailed;
@@ -158,7 +145,7 @@ Outcome TryOpen(Opening& opening) {
     // 2. Whether it is an object, or was left by a killed process.
     opening.existed = file.IsHeldByAnother();
     if (!opening.existed) {
-        if (!opening.mode) return FailedWithErrno(ENOENT);
+        if (!opening.mode) return FailWithErrno<Outcome>(ENOENT);
         const Outcome outcome = Recycle(file, opening.path, *opening.mode, opening.request.state);
         if (outcome != Outcome::kDone) return outcome;
     }
@@ -167,7 +154,7 @@ Outcome TryOpen(Opening& opening) {
     // 3. The object, which other handles of this process may have.
     if (opening.existed) opening.object = all.Find(file);
     const ObjectKind kind = opening.object ? opening.object->Kind() : state.kind;
-    if (kind != opening.request.state.kind) return FailedWith(ERROR_INVALID_HANDLE);
+    if (kind != opening.request.state.kind) return Fail<Outcome>(ERROR_INVALID_HANDLE);
     if (opening.object) return Outcome::kDone;
     if (!file.Hold()) return Outcome::kFailed;
     opening.object = opening.request.make(std::move(file), state);
@@ -207,10 +194,7 @@ bool ObjectFile::IsHeldByAnother() const {
 }
 
 bool ObjectFile::IsNamed() const {
-    struct stat opened {};
-    struct stat named {};
-    return fstat(file_.get(), &opened) == 0 && lstat(path_.c_str(), &named) == 0 &&
-           IsSameFile(opened, named);
+    return IsFileAt(path_, file_.get());
 }
 
 bool ObjectFile::IsSameAs(const ObjectFile& other) const {
@@ -271,8 +255,7 @@ std::optional<uid_t> ObjectHandle::Owner() {
     struct stat info {};
     if (!object_->File()) return KernelObject::Owner();
     if (fstat(object_->File().Descriptor(), &info) == 0) return info.st_uid;
-    FailWithErrno(errno);
-    return std::nullopt;
+    return FailWithErrno<std::optional<uid_t>>(errno);
 }
 
 HANDLE CreateObject(const ObjectRequest& request, const SECURITY_ATTRIBUTES* attributes,
@@ -290,8 +273,7 @@ HANDLE OpenObject(const ObjectRequest& request, DWORD access) {
     if (request.name != nullptr) {
         return Open({request, PathOfObject(request.name, false), std::nullopt}, access);
     }
-    Fail(ERROR_INVALID_PARAMETER);
-    return nullptr;
+    return Fail<HANDLE>(ERROR_INVALID_PARAMETER);
 }
 
 }  // namespace platform

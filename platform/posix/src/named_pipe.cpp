@@ -9,7 +9,8 @@
 #include "pipe.h"
 #include "security.h"
 
-namespace platform {
+using namespace platform;
+
 namespace {
 
 // Between two tries of a client to get into a full queue.
@@ -23,10 +24,6 @@ bool TakeName(LPCWSTR path, std::string& name) {
 }
 
 }  // namespace
-}  // namespace platform
-
-using platform::Fail;
-using platform::ObjectOf;
 
 extern "C" {
 
@@ -34,63 +31,60 @@ HANDLE WINAPI CreateNamedPipeW(LPCWSTR lpName, DWORD dwOpenMode, DWORD dwPipeMod
                                DWORD nMaxInstances, DWORD /*nOutBufferSize*/,
                                DWORD /*nInBufferSize*/, DWORD /*nDefaultTimeOut*/,
                                LPSECURITY_ATTRIBUTES lpSecurityAttributes) {
-    using platform::PipeListener;
     constexpr DWORD kOpenFlags = FILE_FLAG_OVERLAPPED | FILE_FLAG_FIRST_PIPE_INSTANCE;
     constexpr DWORD kPipeFlags = PIPE_READMODE_MESSAGE | PIPE_REJECT_REMOTE_CLIENTS;
     std::string name;
-    if (!platform::TakeName(lpName, name)) return INVALID_HANDLE_VALUE;
+    if (!TakeName(lpName, name)) return INVALID_HANDLE_VALUE;
     if (nMaxInstances == 0 || nMaxInstances > PIPE_UNLIMITED_INSTANCES) {
-        Fail(ERROR_INVALID_PARAMETER);
-        return INVALID_HANDLE_VALUE;
+        return FailToOpen(ERROR_INVALID_PARAMETER);
     }
     if ((dwOpenMode & ~kOpenFlags) != PIPE_ACCESS_DUPLEX ||
         (dwPipeMode & ~kPipeFlags) != PIPE_TYPE_MESSAGE) {
-        Fail(ERROR_NOT_SUPPORTED);
-        return INVALID_HANDLE_VALUE;
+        return FailToOpen(ERROR_NOT_SUPPORTED);
     }
     const auto instances = (dwOpenMode & FILE_FLAG_FIRST_PIPE_INSTANCE) != 0
                                ? PipeListener::Instances::kFirstOnly
                                : PipeListener::Instances::kAny;
-    auto listener = PipeListener::Join(name, platform::ModeOfNewFile(lpSecurityAttributes),
-                                       nMaxInstances, instances);
+    auto listener =
+        PipeListener::Join(name, ModeOfNewFile(lpSecurityAttributes), nMaxInstances, instances);
     if (!listener) return INVALID_HANDLE_VALUE;
-    return platform::OpenHandle(std::make_shared<platform::PipeInstance>(
-        std::move(listener), (dwOpenMode & FILE_FLAG_OVERLAPPED) != 0,
-        (dwPipeMode & PIPE_READMODE_MESSAGE) != 0));
+    return OpenHandle(std::make_shared<PipeInstance>(std::move(listener),
+                                                     (dwOpenMode & FILE_FLAG_OVERLAPPED) != 0,
+                                                     (dwPipeMode & PIPE_READMODE_MESSAGE) != 0));
 }
 
 BOOL WINAPI ConnectNamedPipe(HANDLE hNamedPipe, LPOVERLAPPED lpOverlapped) {
-    const auto instance = ObjectOf<platform::PipeInstance>(hNamedPipe);
+    const auto instance = ObjectOf<PipeInstance>(hNamedPipe);
     return instance ? instance->Connect(lpOverlapped) : FALSE;
 }
 
 BOOL WINAPI ImpersonateNamedPipeClient(HANDLE hNamedPipe) {
-    const auto instance = ObjectOf<platform::PipeInstance>(hNamedPipe);
+    const auto instance = ObjectOf<PipeInstance>(hNamedPipe);
     pid_t process = 0;
-    platform::Identity account;
+    Identity account;
     if (!instance || !instance->ReadClient(process, account)) return FALSE;
-    platform::Identify(std::move(account));
+    Identify(std::move(account));
     return TRUE;
 }
 
 BOOL WINAPI GetNamedPipeClientProcessId(HANDLE Pipe, PULONG ClientProcessId) {
-    const auto instance = ObjectOf<platform::PipeInstance>(Pipe);
+    const auto instance = ObjectOf<PipeInstance>(Pipe);
     if (ClientProcessId == nullptr) return Fail(ERROR_INVALID_PARAMETER);
     pid_t process = 0;
-    platform::Identity account;
+    Identity account;
     if (!instance || !instance->ReadClient(process, account)) return FALSE;
     *ClientProcessId = static_cast<ULONG>(process);
     return TRUE;
 }
 
 BOOL WINAPI DisconnectNamedPipe(HANDLE hNamedPipe) {
-    const auto instance = ObjectOf<platform::PipeInstance>(hNamedPipe);
+    const auto instance = ObjectOf<PipeInstance>(hNamedPipe);
     return instance ? instance->Disconnect() : FALSE;
 }
 
 BOOL WINAPI SetNamedPipeHandleState(HANDLE hNamedPipe, LPDWORD lpMode, LPDWORD lpMaxCollectionCount,
                                     LPDWORD lpCollectDataTimeout) {
-    const auto end = ObjectOf<platform::PipeEnd>(hNamedPipe);
+    const auto end = ObjectOf<PipeEnd>(hNamedPipe);
     if (!end) return FALSE;
     if (lpMaxCollectionCount != nullptr || lpCollectDataTimeout != nullptr ||
         (lpMode != nullptr && (*lpMode & ~static_cast<DWORD>(PIPE_READMODE_MESSAGE)) != 0)) {
@@ -102,15 +96,15 @@ BOOL WINAPI SetNamedPipeHandleState(HANDLE hNamedPipe, LPDWORD lpMode, LPDWORD l
 
 BOOL WINAPI WaitNamedPipeW(LPCWSTR lpNamedPipeName, DWORD nTimeOut) {
     std::string name;
-    if (!platform::TakeName(lpNamedPipeName, name) || !platform::IsPipeServed(name)) return FALSE;
-    Sleep(std::min(nTimeOut, platform::kPauseMilliseconds));
+    if (!TakeName(lpNamedPipeName, name) || !IsPipeServed(name)) return FALSE;
+    Sleep(std::min(nTimeOut, kPauseMilliseconds));
     return TRUE;
 }
 
 BOOL WINAPI TransactNamedPipe(HANDLE hNamedPipe, LPVOID lpInBuffer, DWORD nInBufferSize,
                               LPVOID lpOutBuffer, DWORD nOutBufferSize, LPDWORD lpBytesRead,
                               LPOVERLAPPED lpOverlapped) {
-    const auto end = ObjectOf<platform::PipeEnd>(hNamedPipe);
+    const auto end = ObjectOf<PipeEnd>(hNamedPipe);
     if (!end || !end->MayTransact()) return FALSE;
     DWORD ignored = 0;
     return end->Perform({.writes = true,
@@ -124,7 +118,7 @@ BOOL WINAPI TransactNamedPipe(HANDLE hNamedPipe, LPVOID lpInBuffer, DWORD nInBuf
 
 BOOL WINAPI GetOverlappedResult(HANDLE hFile, LPOVERLAPPED lpOverlapped,
                                 LPDWORD lpNumberOfBytesTransferred, BOOL bWait) {
-    const auto end = ObjectOf<platform::PipeEnd>(hFile);
+    const auto end = ObjectOf<PipeEnd>(hFile);
     if (!end) return FALSE;
     if (lpOverlapped == nullptr || lpNumberOfBytesTransferred == nullptr) {
         return Fail(ERROR_INVALID_PARAMETER);
@@ -133,7 +127,7 @@ BOOL WINAPI GetOverlappedResult(HANDLE hFile, LPOVERLAPPED lpOverlapped,
 }
 
 BOOL WINAPI CancelIoEx(HANDLE hFile, LPOVERLAPPED lpOverlapped) {
-    const auto end = ObjectOf<platform::PipeEnd>(hFile);
+    const auto end = ObjectOf<PipeEnd>(hFile);
     return end ? end->Cancel(lpOverlapped) : FALSE;
 }
 }

@@ -4,7 +4,6 @@
 
 #include <cerrno>
 
-#include "last_error.h"
 #include "text.h"
 
 namespace platform {
@@ -20,16 +19,27 @@ std::string ParentOf(const std::string& path) {
     return slash == 0 ? "/" : path.substr(0, slash);
 }
 
-BOOL FailOnPath(int error, const std::string& path) {
+DWORD ErrorOnPath(int error, const std::string& path) {
     struct stat info {};
     if (error == ENOENT && (path.empty() || stat(ParentOf(path).c_str(), &info) != 0)) {
-        return Fail(ERROR_PATH_NOT_FOUND);
+        return ERROR_PATH_NOT_FOUND;
     }
-    return FailWithErrno(error);
+    return ErrorOfErrno(error);
 }
 
 bool IsReadOnly(const struct stat& info) {
     return S_ISREG(info.st_mode) && (info.st_mode & 0222) == 0;
+}
+
+bool IsSameFile(const struct stat& one, const struct stat& other) {
+    return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+}
+
+bool IsFileAt(const std::string& path, int descriptor) {
+    struct stat opened {};
+    struct stat named {};
+    return fstat(descriptor, &opened) == 0 && lstat(path.c_str(), &named) == 0 &&
+           IsSameFile(opened, named);
 }
 
 DWORD AttributesOf(const struct stat& info) {

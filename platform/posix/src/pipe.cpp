@@ -185,8 +185,7 @@ HANDLE OpenPipe(const std::string& name, DWORD access, DWORD flags) {
     const bool writes = (access & (GENERIC_WRITE | FILE_WRITE_DATA)) != 0;
     if (!reads || !writes || (access & ~(kRights | GENERIC_READ | GENERIC_WRITE)) != 0 ||
         (flags & ~kFlags) != 0) {
-        Fail(ERROR_NOT_SUPPORTED);
-        return INVALID_HANDLE_VALUE;
+        return FailToOpen(ERROR_NOT_SUPPORTED);
     }
     UniqueDescriptor socket = ConnectToPipe(name);
     if (!socket) return INVALID_HANDLE_VALUE;

@@ -139,8 +139,7 @@ UniqueDescriptor ConnectToPipe(const std::string& name) {
     if (!socket || folder.OnAddress(connect, socket.get(), name) == 0) return socket;
     const bool isAbsent = errno == ENOENT || errno == ECONNREFUSED;
     const DWORD other = errno == EAGAIN ? ERROR_PIPE_BUSY : ErrorOfErrno(errno);
-    Fail(isAbsent ? ERROR_FILE_NOT_FOUND : other);
-    return {};
+    return Fail<UniqueDescriptor>(isAbsent ? ERROR_FILE_NOT_FOUND : other);
 }
 
 bool IsPipeServed(const std::string& name) {
@@ -156,8 +155,7 @@ std::shared_ptr<PipeListener> PipeListener::Join(const std::string& name, mode_t
     const std::lock_guard lock(listenersMutex);
     std::shared_ptr<PipeListener> listener = Listeners()[name].lock();
     if (listener && instances == Instances::kFirstOnly) {
-        Fail(ERROR_ACCESS_DENIED);
-        return nullptr;
+        return Fail<std::shared_ptr<PipeListener>>(ERROR_ACCESS_DENIED);
     }
     if (!listener) {
         UniqueDescriptor socket = Listen(name, mode);
@@ -166,8 +164,7 @@ std::shared_ptr<PipeListener> PipeListener::Join(const std::string& name, mode_t
         Listeners()[name] = listener;
     }
     if (limit != PIPE_UNLIMITED_INSTANCES && listener->instances_ >= limit) {
-        Fail(ERROR_PIPE_BUSY);
-        return nullptr;
+        return Fail<std::shared_ptr<PipeListener>>(ERROR_PIPE_BUSY);
     }
     ++listener->instances_;
     return listener;

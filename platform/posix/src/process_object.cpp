@@ -12,23 +12,39 @@
 #include "deadline.h"
 #include "last_error.h"
 
-namespace platform {
+using namespace platform;
+
 namespace {
 
 constexpr DWORD kSupportedAccess =
     PROCESS_QUERY_INFORMATION | PROCESS_QUERY_LIMITED_INFORMATION | PROCESS_VM_READ | SYNCHRONIZE;
 
+FILETIME TimeOfTicks(ULONGLONG ticks) {
+    constexpr ULONGLONG kUnitsInSecond = 10'000'000;
+    const ULONGLONG units = ticks * kUnitsInSecond / static_cast<ULONGLONG>(sysconf(_SC_CLK_TCK));
+    return {static_cast<DWORD>(units), static_cast<DWORD>(units >> 32)};
+}
+
+// The right to all information comes with that to some of it.
+DWORD WithImplied(DWORD access) {
+    const bool isFull = (access & PROCESS_QUERY_INFORMATION) != 0;
+    return isFull ? access | PROCESS_QUERY_LIMITED_INFORMATION : access;
+}
+
 }  // namespace
 
 Process::Process(pid_t id, DWORD access, UniqueDescriptor descriptor)
-    : id_(id), access_(access), descriptor_(std::move(descriptor)), folder_(id) {}
+    : GrantedObject(WithImplied(access)),
+      id_(id),
+      descriptor_(std::move(descriptor)),
+      folder_(id) {}
 
 std::shared_ptr<Process> Process::Open(pid_t id, DWORD access) {
     UniqueDescriptor descriptor(static_cast<int>(syscall(SYS_pidfd_open, id, 0)));
     if (!descriptor) {
         const bool noHandles = errno == EMFILE || errno == ENFILE || errno == ENOMEM;
-        Fail(noHandles ? ErrorOfErrno(errno) : ERROR_INVALID_PARAMETER);
-        return nullptr;
+        return Fail<std::shared_ptr<Process>>(noHandles ? ErrorOfErrno(errno)
+                                                        : ERROR_INVALID_PARAMETER);
     }
     auto process = std::make_shared<Process>(id, access, std::move(descriptor));
     // When the process is still there after its folder was opened, both are of the same one.
@@ -36,13 +52,11 @@ std::shared_ptr<Process> Process::Open(pid_t id, DWORD access) {
         syscall(SYS_pidfd_send_signal, process->descriptor_.get(), 0, nullptr, 0) != 0 &&
         errno == ESRCH;
     if (ended || !process->Folder().IsOpen()) {
-        Fail(ERROR_INVALID_PARAMETER);
-        return nullptr;
+        return Fail<std::shared_ptr<Process>>(ERROR_INVALID_PARAMETER);
     }
     // Who may look at a process is the kernel's to say; threads of the kernel have no program.
     if (process->Folder().ProgramPath().empty() && (errno == EACCES || errno == EPERM)) {
-        Fail(ERROR_ACCESS_DENIED);
-        return nullptr;
+        return Fail<std::shared_ptr<Process>>(ERROR_ACCESS_DENIED);
     }
     return process;
 }
@@ -64,48 +78,27 @@ DWORD Process::Wait(const Deadline& deadline) {
     }
 }
 
-std::shared_ptr<Process> ProcessOf(HANDLE handle, DWORD anyOf) {
+std::shared_ptr<Process> platform::ProcessOf(HANDLE handle, DWORD rights) {
     if (handle == GetCurrentProcess()) return Process::Open(getpid(), kSupportedAccess);
-    auto process = ObjectOf<Process>(handle);
-    if (!process) return nullptr;
-    for (DWORD right = 1; right != 0; right <<= 1) {
-        if ((anyOf & right) != 0 && process->Allows(right)) return process;
-    }
-    Fail(ERROR_ACCESS_DENIED);
-    return nullptr;
+    return ObjectOf<Process>(handle, rights);
 }
-
-namespace {
-
-FILETIME TimeOfTicks(ULONGLONG ticks) {
-    constexpr ULONGLONG kUnitsInSecond = 10'000'000;
-    const ULONGLONG units = ticks * kUnitsInSecond / static_cast<ULONGLONG>(sysconf(_SC_CLK_TCK));
-    return {static_cast<DWORD>(units), static_cast<DWORD>(units >> 32)};
-}
-
-}  // namespace
-}  // namespace platform
 
 extern "C" HANDLE WINAPI OpenProcess(DWORD dwDesiredAccess, BOOL bInheritHandle,
                                      DWORD dwProcessId) {
-    using platform::Fail;
-    if ((dwDesiredAccess & ~platform::kSupportedAccess) != 0 || bInheritHandle) {
-        Fail(ERROR_NOT_SUPPORTED);
-        return nullptr;
+    if ((dwDesiredAccess & ~kSupportedAccess) != 0 || bInheritHandle) {
+        return Fail<HANDLE>(ERROR_NOT_SUPPORTED);
     }
-    auto process = platform::Process::Open(static_cast<pid_t>(dwProcessId), dwDesiredAccess);
-    return process ? platform::OpenHandle(std::move(process)) : nullptr;
+    auto process = Process::Open(static_cast<pid_t>(dwProcessId), dwDesiredAccess);
+    return process ? OpenHandle(std::move(process)) : nullptr;
 }
 
 extern "C" BOOL WINAPI GetProcessTimes(HANDLE hProcess, LPFILETIME lpCreationTime,
                                        LPFILETIME lpExitTime, LPFILETIME lpKernelTime,
                                        LPFILETIME lpUserTime) {
-    using platform::TimeOfTicks;
-    const auto process = platform::ProcessOf(
-        hProcess, PROCESS_QUERY_INFORMATION | PROCESS_QUERY_LIMITED_INFORMATION);
+    const auto process = ProcessOf(hProcess, PROCESS_QUERY_LIMITED_INFORMATION);
     if (!process) return FALSE;
     const auto times = process->Folder().Times();
-    if (times.start == 0) return platform::Fail(ERROR_ACCESS_DENIED);  // it has ended
+    if (times.start == 0) return Fail(ERROR_ACCESS_DENIED);  // it has ended
     *lpCreationTime = TimeOfTicks(times.start);
     *lpExitTime = {};
     *lpKernelTime = TimeOfTicks(times.kernel);

@@ -8,7 +8,7 @@
 
 namespace platform {
 
-class Process final : public KernelObject {
+class Process final : public GrantedObject {
   public:
     // Null, with the last error set, when there is no such process or the caller may not look at
     // it.
@@ -17,21 +17,18 @@ class Process final : public KernelObject {
     Process(pid_t id, DWORD access, UniqueDescriptor descriptor);
 
     pid_t Id() const { return id_; }
-    bool Allows(DWORD access) const { return (access_ & access) == access; }
     const ProcessFolder& Folder() const { return folder_; }
 
     DWORD Wait(const Deadline& deadline) override;
 
   private:
     const pid_t id_;
-    const DWORD access_;
-    const UniqueDescriptor
-        descriptor_;  // of the kernel's process object; readable when the process has ended
+    const UniqueDescriptor descriptor_;  // readable when the process has ended
     const ProcessFolder folder_;
 };
 
-// The process that a handle names - GetCurrentProcess() included - opened with any right of
-// `anyOf`. Null with ERROR_INVALID_HANDLE or ERROR_ACCESS_DENIED.
-std::shared_ptr<Process> ProcessOf(HANDLE handle, DWORD anyOf);
+// The process that a handle names - GetCurrentProcess() included - opened with these rights. Null
+// with ERROR_INVALID_HANDLE or ERROR_ACCESS_DENIED.
+std::shared_ptr<Process> ProcessOf(HANDLE handle, DWORD rights);
 
 }  // namespace platform

@@ -235,22 +235,16 @@ LSTATUS WINAPI RegQueryInfoKeyW(HKEY hKey, LPWSTR lpClass, LPDWORD lpcchClass, L
                                 LPDWORD lpcbMaxValueNameLen, LPDWORD lpcbMaxValueLen,
                                 LPDWORD lpcbSecurityDescriptor, LPFILETIME lpftLastWriteTime) {
     if (lpReserved != nullptr) return ERROR_INVALID_PARAMETER;
-    if (lpClass != nullptr || lpcchClass != nullptr || lpcbMaxClassLen != nullptr ||
-        lpcbSecurityDescriptor != nullptr || lpftLastWriteTime != nullptr) {
+    const void* const others[] = {
+        lpClass,          lpcchClass,          lpcSubKeys,      lpcbMaxSubKeyLen,
+        lpcbMaxClassLen,  lpcbMaxValueNameLen, lpcbMaxValueLen, lpcbSecurityDescriptor,
+        lpftLastWriteTime};
+    if (!std::ranges::all_of(others, [](const void* place) { return place == nullptr; })) {
         return ERROR_NOT_SUPPORTED;
     }
     return Report([&] {
         const KeyPlace key = KeyWithRight(hKey, KEY_QUERY_VALUE);
-        const KeySummary summary = key.hive->Summary(key.id);
-        const std::pair<LPDWORD, DWORD> answers[] = {
-            {lpcSubKeys, summary.subkeys},
-            {lpcbMaxSubKeyLen, summary.longestSubkey},
-            {lpcValues, summary.values},
-            {lpcbMaxValueNameLen, summary.longestValueName},
-            {lpcbMaxValueLen, summary.longestData}};
-        for (const auto& [where, number] : answers) {
-            if (where != nullptr) *where = number;
-        }
+        if (lpcValues != nullptr) *lpcValues = key.hive->CountValues(key.id);
     });
 }
 }

@@ -7,17 +7,17 @@
 
 #include "registry_keys.h"
 
+using namespace platform;
+
 namespace {
 
-std::u16string FullName(const platform::OpenedKey& key) {
+std::u16string FullName(const OpenedKey& key) {
     std::u16string name = u"\\REGISTRY\\" + key.hive->Name();
     for (const std::u16string& part : key.hive->PathOf(key.id)) name += u"\\" + part;
     return name;
 }
 
 }  // namespace
-
-using namespace platform;
 
 extern "C" {
 

@@ -3,25 +3,25 @@
 
 #include "registry_keys.h"
 
+using namespace platform;
+
 namespace {
 
 constexpr std::size_t kLongestValueName = 16383;
 constexpr DWORD kLargestData = 64u << 20;
 
 // Gives a value's type and data to the caller's places, each of which may be null.
-void DeliverData(const platform::HiveValue& value, LPDWORD type, LPBYTE data, LPDWORD size) {
+void DeliverData(const HiveValue& value, LPDWORD type, LPBYTE data, LPDWORD size) {
     if (type != nullptr) *type = value.type;
     if (size == nullptr) return;
     const DWORD capacity = *size;
     *size = static_cast<DWORD>(value.data.size());
     if (data == nullptr) return;
-    if (capacity < *size) throw platform::HiveError{ERROR_MORE_DATA};
+    if (capacity < *size) throw HiveError{ERROR_MORE_DATA};
     std::copy(value.data.begin(), value.data.end(), data);
 }
 
 }  // namespace
-
-using namespace platform;
 
 extern "C" {
 

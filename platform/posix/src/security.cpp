@@ -20,6 +20,8 @@
 #include "text.h"
 #include "thread_identity.h"
 
+using namespace platform;
+
 namespace {
 
 constexpr std::string_view kOwnerAlone = "D:P(A;;GA;;;OW)(A;;GA;;;SY)(A;;GA;;;BA)";
@@ -34,7 +36,7 @@ constexpr std::string_view kEveryone = ";;;AU)";
 // What a list allows besides the owner, the system and administrators.
 struct ListAccess {
     mode_t mode = 0600;  // with the permissions of every account
-    std::optional<platform::GroupAccess> group;
+    std::optional<GroupAccess> group;
 };
 
 // A descriptor with a list that is there.
@@ -69,7 +71,7 @@ bool ReadEntry(const std::string& entry, ListAccess& access) {
     const bool isUser = sid.starts_with(kUserSid);
     if (!isUser && sid != kSystemSid) return false;
     const auto user = isUser ? static_cast<uid_t>(std::stoul(sid.substr(kUserSid.size()))) : 0;
-    access.group = {platform::IdentityOfUser(user).group, mode << 3};
+    access.group = {IdentityOfUser(user).group, mode << 3};
     return true;
 }
 
@@ -118,7 +120,7 @@ bool ApplyAccess(int descriptor, const SECURITY_ATTRIBUTES& attributes) {
 extern "C" BOOL WINAPI InitializeSecurityDescriptor(PSECURITY_DESCRIPTOR pSecurityDescriptor,
                                                     DWORD dwRevision) {
     if (pSecurityDescriptor == nullptr || dwRevision != SECURITY_DESCRIPTOR_REVISION) {
-        return platform::Fail(ERROR_INVALID_PARAMETER);
+        return Fail(ERROR_INVALID_PARAMETER);
     }
     auto& descriptor = *static_cast<SECURITY_DESCRIPTOR*>(pSecurityDescriptor);
     descriptor = {};
@@ -129,8 +131,8 @@ extern "C" BOOL WINAPI InitializeSecurityDescriptor(PSECURITY_DESCRIPTOR pSecuri
 extern "C" BOOL WINAPI SetSecurityDescriptorDacl(PSECURITY_DESCRIPTOR pSecurityDescriptor,
                                                  BOOL bDaclPresent, PACL pDacl,
                                                  BOOL /*bDaclDefaulted*/) {
-    if (pSecurityDescriptor == nullptr) return platform::Fail(ERROR_INVALID_PARAMETER);
-    if (pDacl != nullptr) return platform::Fail(ERROR_NOT_SUPPORTED);
+    if (pSecurityDescriptor == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+    if (pDacl != nullptr) return Fail(ERROR_NOT_SUPPORTED);
     auto& descriptor = *static_cast<SECURITY_DESCRIPTOR*>(pSecurityDescriptor);
     descriptor.Control = static_cast<WORD>(bDaclPresent ? descriptor.Control | SE_DACL_PRESENT
                                                         : descriptor.Control & ~SE_DACL_PRESENT);
@@ -142,18 +144,18 @@ extern "C" BOOL WINAPI ConvertStringSecurityDescriptorToSecurityDescriptorW(
     LPCWSTR StringSecurityDescriptor, DWORD StringSDRevision,
     PSECURITY_DESCRIPTOR* SecurityDescriptor, PULONG SecurityDescriptorSize) {
     if (StringSecurityDescriptor == nullptr || SecurityDescriptor == nullptr) {
-        return platform::Fail(ERROR_INVALID_PARAMETER);
+        return Fail(ERROR_INVALID_PARAMETER);
     }
-    std::string entry = platform::BytesOf(StringSecurityDescriptor);
+    std::string entry = BytesOf(StringSecurityDescriptor);
     if (entry.starts_with(kAdministratorsAsOwner)) entry.erase(0, kAdministratorsAsOwner.size());
     const bool isWithin = entry.starts_with(kOwnerAloneWithin);
     if (StringSDRevision != SDDL_REVISION_1 || SecurityDescriptorSize != nullptr ||
         !(isWithin || entry.starts_with(kOwnerAlone))) {
-        return platform::Fail(ERROR_NOT_SUPPORTED);
+        return Fail(ERROR_NOT_SUPPORTED);
     }
     entry.erase(0, isWithin ? kOwnerAloneWithin.size() : kOwnerAlone.size());
     ListAccess access;
-    if (!ReadEntry(entry, access)) return platform::Fail(ERROR_NOT_SUPPORTED);
+    if (!ReadEntry(entry, access)) return Fail(ERROR_NOT_SUPPORTED);
     void* const memory = LocalAlloc(0, sizeof(ListDescriptor));
     if (memory == nullptr) return FALSE;
     auto* const made = new (memory) ListDescriptor;
@@ -166,13 +168,13 @@ extern "C" BOOL WINAPI ConvertStringSecurityDescriptorToSecurityDescriptorW(
 }
 
 extern "C" BOOL WINAPI ConvertSidToStringSidW(PSID Sid, LPWSTR* StringSid) {
-    if (Sid == nullptr || StringSid == nullptr) return platform::Fail(ERROR_INVALID_PARAMETER);
+    if (Sid == nullptr || StringSid == nullptr) return Fail(ERROR_INVALID_PARAMETER);
     const auto& sid = *static_cast<const SID*>(Sid);
     std::string text = "S-1-" + std::to_string(sid.IdentifierAuthority[5]);
     for (unsigned i = 0; i < sid.SubAuthorityCount; ++i) {
         text += "-" + std::to_string((&sid.SubAuthority[0])[i]);
     }
-    const std::u16string wide = platform::WideOf(text);
+    const std::u16string wide = WideOf(text);
     auto* const memory = static_cast<WCHAR*>(LocalAlloc(0, (wide.size() + 1) * sizeof(WCHAR)));
     if (memory == nullptr) return FALSE;
     *std::ranges::copy(wide, memory).out = 0;
@@ -189,12 +191,11 @@ extern "C" DWORD WINAPI GetSecurityInfo(HANDLE handle, SE_OBJECT_TYPE /*ObjectTy
         return ERROR_NOT_SUPPORTED;
     }
     if (ppsidOwner == nullptr || ppSecurityDescriptor == nullptr) return ERROR_INVALID_PARAMETER;
-    const auto object = platform::ObjectOf(handle);
+    const auto object = ObjectOf(handle);
     const auto owner = object ? object->Owner() : std::nullopt;
     if (!owner) return GetLastError();
-    const bool isAdministrator = *owner != 0 && platform::OwnsMachine(*owner);
-    const std::vector<BYTE> sid =
-        isAdministrator ? platform::SidOfAdministrators() : platform::SidOfAccount(*owner);
+    const bool isAdministrator = *owner != 0 && OwnsMachine(*owner);
+    const std::vector<BYTE> sid = isAdministrator ? SidOfAdministrators() : SidOfAccount(*owner);
     auto* const memory =
         static_cast<BYTE*>(LocalAlloc(LPTR, sizeof(SECURITY_DESCRIPTOR) + sid.size()));
     if (memory == nullptr) return ERROR_NOT_ENOUGH_MEMORY;

@@ -9,7 +9,8 @@
 #include "handles.h"
 #include "last_error.h"
 
-namespace platform {
+using namespace platform;
+
 namespace {
 
 constexpr std::u16string_view kServicesKey = u"SYSTEM\\CurrentControlSet\\Services\\";
@@ -19,21 +20,25 @@ constexpr DWORD kKnownServiceRights = SERVICE_QUERY_STATUS | SERVICE_START | SER
 constexpr DWORD kKnownManagerRights = SC_MANAGER_CONNECT | SC_MANAGER_CREATE_SERVICE;
 
 // What a handle of the manager names.
-class ServiceManager : public KernelObject {
-  public:
-    explicit ServiceManager(DWORD rights) : granted(rights) {}
-    const DWORD granted;
+class ServiceManager : public GrantedObject {
+    using GrantedObject::GrantedObject;
 };
 
 // A service's key, opened for what its handle may do.
-class Service : public KernelObject {
+class Service : public GrantedObject {
   public:
-    Service(HKEY key, DWORD rights) : key_(key), granted_(rights) {}
+    Service(HKEY key, DWORD rights) : GrantedObject(rights), key_(key) {}
     ~Service() override { RegCloseKey(key_); }
 
-    bool Allows(DWORD right) const { return (granted_ & right) == right; }
     bool Runs() const {
         return RegQueryValueExW(key_, kRuns, nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS;
+    }
+    SERVICE_STATUS Status() const {
+        SERVICE_STATUS status = {};
+        status.dwServiceType = SERVICE_WIN32_OWN_PROCESS;
+        status.dwCurrentState = Runs() ? SERVICE_RUNNING : SERVICE_STOPPED;
+        status.dwControlsAccepted = Runs() ? SERVICE_ACCEPT_STOP : 0;
+        return status;
     }
     BOOL Start() const {
         if (Runs()) return Fail(ERROR_SERVICE_ALREADY_RUNNING);
@@ -50,21 +55,10 @@ class Service : public KernelObject {
     }
 
     const HKEY key_;
-    const DWORD granted_;
 };
 
 SC_HANDLE OpenServiceHandle(std::shared_ptr<KernelObject> object) {
     return static_cast<SC_HANDLE>(OpenHandle(std::move(object)));
-}
-
-// The service behind a handle that has the right; null with the last error set.
-std::shared_ptr<Service> ServiceWithRight(SC_HANDLE handle, DWORD right) {
-    auto service = ObjectOf<Service>(handle);
-    if (service && !service->Allows(right)) {
-        Fail(ERROR_ACCESS_DENIED);
-        return nullptr;
-    }
-    return service;
 }
 
 bool CheckName(LPCWSTR name) {
@@ -81,52 +75,32 @@ SC_HANDLE OpenOrCreate(LPCWSTR name, DWORD rights, bool creates) {
     const bool changes = (rights & ~static_cast<DWORD>(SERVICE_QUERY_STATUS)) != 0;
     const REGSAM access = KEY_QUERY_VALUE | (changes || creates ? KEY_SET_VALUE : 0);
     const std::u16string path = std::u16string(kServicesKey) + name;
+    if ((rights & ~kKnownServiceRights) != 0) return Fail<SC_HANDLE>(ERROR_NOT_SUPPORTED);
     HKEY key = nullptr;
     DWORD disposition = REG_OPENED_EXISTING_KEY;
-    LSTATUS error = (rights & ~kKnownServiceRights) != 0 ? ERROR_NOT_SUPPORTED : ERROR_SUCCESS;
-    if (error == ERROR_SUCCESS) {
-        error = creates
-                    ? RegCreateKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr,
-                                      REG_OPTION_NON_VOLATILE, access, nullptr, &key, &disposition)
-                    : RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, access, &key);
-    }
-    if (error == ERROR_FILE_NOT_FOUND) error = ERROR_SERVICE_DOES_NOT_EXIST;
-    if (error == ERROR_SUCCESS && creates && disposition != REG_CREATED_NEW_KEY) {
-        RegCloseKey(key);
-        error = ERROR_SERVICE_EXISTS;
-    }
-    if (error == ERROR_SUCCESS) return OpenServiceHandle(std::make_shared<Service>(key, rights));
-    Fail(static_cast<DWORD>(error));
-    return nullptr;
-}
-
-void FillStatus(const Service& service, LPSERVICE_STATUS status) {
-    const bool runs = service.Runs();
-    *status = {};
-    status->dwServiceType = SERVICE_WIN32_OWN_PROCESS;
-    status->dwCurrentState = runs ? SERVICE_RUNNING : SERVICE_STOPPED;
-    status->dwControlsAccepted = runs ? SERVICE_ACCEPT_STOP : 0;
+    const LSTATUS error =
+        creates ? RegCreateKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr,
+                                  REG_OPTION_NON_VOLATILE, access, nullptr, &key, &disposition)
+                : RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, access, &key);
+    if (error == ERROR_FILE_NOT_FOUND) return Fail<SC_HANDLE>(ERROR_SERVICE_DOES_NOT_EXIST);
+    if (error != ERROR_SUCCESS) return Fail<SC_HANDLE>(static_cast<DWORD>(error));
+    auto service = std::make_shared<Service>(key, rights);
+    const bool isTaken = creates && disposition != REG_CREATED_NEW_KEY;
+    return isTaken ? Fail<SC_HANDLE>(ERROR_SERVICE_EXISTS) : OpenServiceHandle(std::move(service));
 }
 
 }  // namespace
-}  // namespace platform
-
-using namespace platform;
 
 extern "C" {
 
 SC_HANDLE WINAPI OpenSCManagerW(LPCWSTR lpMachineName, LPCWSTR lpDatabaseName,
                                 DWORD dwDesiredAccess) {
-    DWORD error = ERROR_SUCCESS;
     if (lpMachineName != nullptr || lpDatabaseName != nullptr ||
         (dwDesiredAccess & ~kKnownManagerRights) != 0) {
-        error = ERROR_NOT_SUPPORTED;
-    } else if ((dwDesiredAccess & SC_MANAGER_CREATE_SERVICE) != 0 && !IsUserAnAdmin()) {
-        error = ERROR_ACCESS_DENIED;
+        return Fail<SC_HANDLE>(ERROR_NOT_SUPPORTED);
     }
-    if (error != ERROR_SUCCESS) {
-        Fail(error);
-        return nullptr;
+    if ((dwDesiredAccess & SC_MANAGER_CREATE_SERVICE) != 0 && !IsUserAnAdmin()) {
+        return Fail<SC_HANDLE>(ERROR_ACCESS_DENIED);
     }
     // The right to connect comes with every handle.
     return OpenServiceHandle(
@@ -144,22 +118,14 @@ SC_HANDLE WINAPI CreateServiceW(SC_HANDLE hSCManager, LPCWSTR lpServiceName,
                                 DWORD /*dwErrorControl*/, LPCWSTR lpBinaryPathName,
                                 LPCWSTR lpLoadOrderGroup, LPDWORD lpdwTagId, LPCWSTR lpDependencies,
                                 LPCWSTR lpServiceStartName, LPCWSTR lpPassword) {
-    const auto manager = ObjectOf<ServiceManager>(hSCManager);
-    if (!manager || !CheckName(lpServiceName)) return nullptr;
-    DWORD error = ERROR_SUCCESS;
-    if (lpBinaryPathName == nullptr) {
-        error = ERROR_INVALID_PARAMETER;
-    } else if (lpLoadOrderGroup != nullptr || lpdwTagId != nullptr || lpDependencies != nullptr ||
-               lpServiceStartName != nullptr || lpPassword != nullptr ||
-               dwServiceType != SERVICE_WIN32_OWN_PROCESS) {
-        error = ERROR_NOT_SUPPORTED;
-    } else if ((manager->granted & SC_MANAGER_CREATE_SERVICE) == 0) {
-        error = ERROR_ACCESS_DENIED;
+    if (!CheckName(lpServiceName)) return nullptr;
+    if (lpBinaryPathName == nullptr) return Fail<SC_HANDLE>(ERROR_INVALID_PARAMETER);
+    if (lpLoadOrderGroup != nullptr || lpdwTagId != nullptr || lpDependencies != nullptr ||
+        lpServiceStartName != nullptr || lpPassword != nullptr ||
+        dwServiceType != SERVICE_WIN32_OWN_PROCESS) {
+        return Fail<SC_HANDLE>(ERROR_NOT_SUPPORTED);
     }
-    if (error != ERROR_SUCCESS) {
-        Fail(error);
-        return nullptr;
-    }
+    if (!ObjectOf<ServiceManager>(hSCManager, SC_MANAGER_CREATE_SERVICE)) return nullptr;
     return OpenOrCreate(lpServiceName, dwDesiredAccess, true);
 }
 
@@ -168,24 +134,24 @@ BOOL WINAPI CloseServiceHandle(SC_HANDLE hSCObject) {
 }
 
 BOOL WINAPI QueryServiceStatus(SC_HANDLE hService, LPSERVICE_STATUS lpServiceStatus) {
-    const auto service = ServiceWithRight(hService, SERVICE_QUERY_STATUS);
+    const auto service = ObjectOf<Service>(hService, SERVICE_QUERY_STATUS);
     if (!service) return FALSE;
-    FillStatus(*service, lpServiceStatus);
+    *lpServiceStatus = service->Status();
     return TRUE;
 }
 
 BOOL WINAPI StartServiceW(SC_HANDLE hService, DWORD dwNumServiceArgs,
                           LPCWSTR* /*lpServiceArgVectors*/) {
-    const auto service = ServiceWithRight(hService, SERVICE_START);
+    const auto service = ObjectOf<Service>(hService, SERVICE_START);
     if (!service) return FALSE;
     return dwNumServiceArgs == 0 ? service->Start() : Fail(ERROR_NOT_SUPPORTED);
 }
 
 BOOL WINAPI ControlService(SC_HANDLE hService, DWORD dwControl, LPSERVICE_STATUS lpServiceStatus) {
     if (dwControl != SERVICE_CONTROL_STOP) return Fail(ERROR_INVALID_SERVICE_CONTROL);
-    const auto service = ServiceWithRight(hService, SERVICE_STOP);
+    const auto service = ObjectOf<Service>(hService, SERVICE_STOP);
     if (!service || !service->Stop()) return FALSE;
-    FillStatus(*service, lpServiceStatus);
+    *lpServiceStatus = service->Status();
     return TRUE;
 }
 }

@@ -10,7 +10,8 @@
 #include "language.h"
 #include "last_error.h"
 
-namespace platform {
+using namespace platform;
+
 namespace {
 
 std::span<const platform_string> StringsOfProgram() {
@@ -44,15 +45,13 @@ const WCHAR* FindString(std::span<const platform_string> strings, UINT id) {
 }
 
 }  // namespace
-}  // namespace platform
 
 extern "C" int WINAPI LoadStringW(HINSTANCE hInstance, UINT uID, LPWSTR lpBuffer,
                                   int cchBufferMax) {
-    if (lpBuffer == nullptr || cchBufferMax < 0) return platform::Fail(ERROR_INVALID_PARAMETER);
+    if (lpBuffer == nullptr || cchBufferMax < 0) return Fail(ERROR_INVALID_PARAMETER);
     const bool isProgram = hInstance == nullptr || hInstance == GetModuleHandleW(nullptr);
-    const WCHAR* const text =
-        isProgram ? platform::FindString(platform::StringsOfProgram(), uID) : nullptr;
-    if (text == nullptr) return platform::Fail(ERROR_RESOURCE_NAME_NOT_FOUND);
+    const WCHAR* const text = isProgram ? FindString(StringsOfProgram(), uID) : nullptr;
+    if (text == nullptr) return Fail(ERROR_RESOURCE_NAME_NOT_FOUND);
 
     const std::u16string_view string = text;
     if (cchBufferMax == 0) {

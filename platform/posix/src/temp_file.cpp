@@ -18,10 +18,9 @@
 #include "text.h"
 #include "thread_identity.h"
 
-namespace {
+using namespace platform;
 
-using platform::Fail;
-using platform::FailOnPath;
+namespace {
 
 std::string CommonTempFolder() {
     const char* const variable = std::getenv("TMPDIR");
@@ -45,24 +44,20 @@ bool KeepsPlaces(const std::string& folder, uid_t account) {
 // The process's own folder in the common one, safe from every other account, also from one that
 // made a folder or a link of this name first. Empty, with the last error set, when it is not.
 std::string OwnTempFolder() {
-    const platform::ActAsProcess process;
-    const uid_t account = platform::ThreadAccount();
+    const ActAsProcess process;
+    const uid_t account = ThreadAccount();
     const std::string common = CommonTempFolder();
     const std::string folder =
         common + (common.ends_with('/') ? "sentrel-" : "/sentrel-") + std::to_string(account);
     const bool isNew = mkdir(folder.c_str(), 0711) == 0;
-    if (!isNew && errno != EEXIST) {
-        FailOnPath(errno, folder);
-        return {};
-    }
+    if (!isNew && errno != EEXIST) return FailOnPath<std::string>(errno, folder);
     struct stat info {};
-    const platform::UniqueDescriptor opened(
+    const UniqueDescriptor opened(
         open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (!opened || fstat(opened.get(), &info) != 0 || !IsOwn(info, account) ||
         !KeepsPlaces(common, account) ||
         ((info.st_mode & 0777) != 0711 && fchmod(opened.get(), 0711) != 0)) {
-        Fail(ERROR_ACCESS_DENIED);
-        return {};
+        return Fail<std::string>(ERROR_ACCESS_DENIED);
     }
     return folder + "/";
 }
@@ -82,22 +77,20 @@ UINT CreateTempFile(const std::string& folder, const std::string& prefix) {
     for (UINT i = 0; i < kNumbers; ++i) {
         const UINT number = (start + i) % kNumbers + 1;
         const std::string path = TempFilePath(folder, prefix, number);
-        const platform::UniqueDescriptor file(
+        const UniqueDescriptor file(
             open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
         if (file) return number;
         if (errno != EEXIST) {
-            FailOnPath(errno, path);
-            return 0;
+            return FailOnPath<UINT>(errno, path);
         }
     }
-    Fail(ERROR_FILE_EXISTS);
-    return 0;
+    return Fail<UINT>(ERROR_FILE_EXISTS);
 }
 
 }  // namespace
 
 extern "C" DWORD WINAPI GetTempPathW(DWORD nBufferLength, LPWSTR lpBuffer) {
-    const std::u16string path = platform::WideOf(OwnTempFolder());
+    const std::u16string path = WideOf(OwnTempFolder());
     if (path.empty()) return 0;
     if (lpBuffer == nullptr || path.size() >= nBufferLength) {
         return static_cast<DWORD>(path.size()) + 1;
@@ -109,22 +102,22 @@ extern "C" DWORD WINAPI GetTempPathW(DWORD nBufferLength, LPWSTR lpBuffer) {
 extern "C" UINT WINAPI GetTempFileNameW(LPCWSTR lpPathName, LPCWSTR lpPrefixString, UINT uUnique,
                                         LPWSTR lpTempFileName) {
     // 1. The folder and the prefix.
-    std::string folder = platform::PathOf(lpPathName);
+    std::string folder = PathOf(lpPathName);
     struct stat info {};
     if (stat(folder.c_str(), &info) != 0 || !S_ISDIR(info.st_mode))
         return static_cast<UINT>(Fail(ERROR_DIRECTORY));
     if (!folder.ends_with('/')) folder += '/';
     const std::u16string_view prefix = lpPrefixString == nullptr ? u"" : lpPrefixString;
-    const std::string shortPrefix = platform::BytesOf(prefix.substr(0, 3));
+    const std::string shortPrefix = BytesOf(prefix.substr(0, 3));
     // 2. Room for the longest name, before a file is made.
     constexpr std::size_t kLongestName = 3 + 4 + 4;
-    if (platform::WideOf(folder).size() + kLongestName >= MAX_PATH) {
+    if (WideOf(folder).size() + kLongestName >= MAX_PATH) {
         return static_cast<UINT>(Fail(ERROR_BUFFER_OVERFLOW));
     }
     // 3. The file, or with a number of the caller's its name alone.
     const UINT number = uUnique != 0 ? uUnique : CreateTempFile(folder, shortPrefix);
     if (number == 0) return 0;
-    const auto path = platform::WideOf(TempFilePath(folder, shortPrefix, number));
+    const auto path = WideOf(TempFilePath(folder, shortPrefix, number));
     *std::ranges::copy(path, lpTempFileName).out = 0;
     return number;
 }

@@ -10,7 +10,8 @@
 #include "text.h"
 #include "token.h"
 
-namespace platform {
+using namespace platform;
+
 namespace {
 
 // The records and behind them their names, in one piece of memory; null when there is none left.
@@ -38,9 +39,6 @@ WTS_PROCESS_INFOW* NewProcessList(const std::vector<ProcessInfo>& processes) {
 }
 
 }  // namespace
-}  // namespace platform
-
-using platform::Fail;
 
 extern "C" {
 
@@ -50,8 +48,8 @@ BOOL WINAPI WTSEnumerateProcessesW(HANDLE hServer, DWORD Reserved, DWORD Version
     if (Reserved != 0 || Version != 1 || ppProcessInfo == nullptr || pCount == nullptr) {
         return Fail(ERROR_INVALID_PARAMETER);
     }
-    const auto processes = platform::ListProcesses();
-    auto* const list = platform::NewProcessList(processes);
+    const auto processes = ListProcesses();
+    auto* const list = NewProcessList(processes);
     if (list == nullptr) return Fail(ERROR_NOT_ENOUGH_MEMORY);
     *ppProcessInfo = list;
     *pCount = static_cast<DWORD>(processes.size());
@@ -64,15 +62,15 @@ void WINAPI WTSFreeMemory(PVOID pMemory) {
 
 BOOL WINAPI WTSQueryUserToken(ULONG SessionId, PHANDLE phToken) {
     if (phToken == nullptr) return Fail(ERROR_INVALID_PARAMETER);
-    const platform::SessionTable sessions;
+    const SessionTable sessions;
     const auto user = sessions.UserOf(SessionId);
-    const platform::Identity self = platform::ProcessIdentity();
+    const Identity self = ProcessIdentity();
     const bool isOwn = user.has_value() && *user == self.user;
-    if (!isOwn && !platform::MayActAsAnyone()) return Fail(ERROR_PRIVILEGE_NOT_HELD);
+    if (!isOwn && !MayActAsAnyone()) return Fail(ERROR_PRIVILEGE_NOT_HELD);
     if (!sessions.Exists(SessionId)) return Fail(ERROR_CTX_WINSTATION_NOT_FOUND);
     if (!user) return Fail(ERROR_NO_TOKEN);
-    *phToken = platform::OpenHandle(std::make_shared<platform::Token>(
-        isOwn ? self : platform::IdentityOfUser(*user), 0, TOKEN_ALL_ACCESS));
+    *phToken = OpenHandle(
+        std::make_shared<Token>(isOwn ? self : IdentityOfUser(*user), 0, TOKEN_ALL_ACCESS));
     return TRUE;
 }
 }

@@ -6,6 +6,8 @@
 #include "last_error.h"
 #include "text.h"
 
+using namespace platform;
+
 namespace {
 
 std::u16string_view TextOf(LPCWCH text, int length) {
@@ -15,13 +17,13 @@ std::u16string_view TextOf(LPCWCH text, int length) {
 
 // Negative, 0 or positive.
 int CompareIgnoringCase(std::u16string_view one, std::u16string_view other) {
-    const auto [first, second] = std::mismatch(
-        one.begin(), one.end(), other.begin(), other.end(),
-        [](char16_t a, char16_t b) { return platform::UpperCase(a) == platform::UpperCase(b); });
+    const auto [first, second] =
+        std::mismatch(one.begin(), one.end(), other.begin(), other.end(),
+                      [](char16_t a, char16_t b) { return UpperCase(a) == UpperCase(b); });
     if (first == one.end() || second == other.end()) {
         return int{first != one.end()} - int{second != other.end()};
     }
-    return platform::UpperCase(*first) < platform::UpperCase(*second) ? -1 : 1;
+    return UpperCase(*first) < UpperCase(*second) ? -1 : 1;
 }
 
 }  // namespace
@@ -29,7 +31,7 @@ int CompareIgnoringCase(std::u16string_view one, std::u16string_view other) {
 extern "C" int WINAPI CompareStringOrdinal(LPCWCH lpString1, int cchCount1, LPCWCH lpString2,
                                            int cchCount2, BOOL bIgnoreCase) {
     if (lpString1 == nullptr || lpString2 == nullptr || cchCount1 < -1 || cchCount2 < -1) {
-        return platform::Fail(ERROR_INVALID_PARAMETER);
+        return Fail(ERROR_INVALID_PARAMETER);
     }
     const std::u16string_view one = TextOf(lpString1, cchCount1);
     const std::u16string_view other = TextOf(lpString2, cchCount2);

@@ -11,7 +11,6 @@
 #include <array>
 #include <cstdlib>
 #include <optional>
-#include <utility>
 
 #include "last_error.h"
 
@@ -123,10 +122,6 @@ bool IsIdentifying() {
     return identified.has_value();
 }
 
-uid_t AccountInQuestion() {
-    return identified ? identified->user : ThreadAccount();
-}
-
 std::optional<Identity> ForeignIdentity() {
     if (identified) return identified;
     return ownIdentity ? std::optional(ThreadIdentity()) : std::nullopt;
@@ -140,33 +135,13 @@ bool StopImpersonating() {
     return true;
 }
 
-ActAsProcess::ActAsProcess() : wasImpersonating_(ownIdentity.has_value()) {
-    if (!wasImpersonating_) return;
-    impersonated_ = ThreadIdentity();
-    StopImpersonating();
-}
-
-ActAsProcess::~ActAsProcess() {
-    if (wasImpersonating_ && !Impersonate(impersonated_)) std::abort();
-}
-
-IdentifyFor::IdentifyFor(const Identity& identity) : before_(std::exchange(identified, identity)) {}
-
-IdentifyFor::~IdentifyFor() {
-    identified = std::move(before_);
-}
-
-ActAsAccountInQuestion::ActAsAccountInQuestion() {
-    if (!identified) return;
-    const Identity now = ThreadIdentity();
-    if (*identified == now) return;
-    acts_ = BecomeIdentity(*identified);
-    before_ = now;
+ActAs::ActAs(const Identity& identity)
+    : before_(ThreadIdentity()), acts_(identity == before_ || BecomeIdentity(identity)) {
     if (!acts_) Fail(ERROR_PRIVILEGE_NOT_HELD);
 }
 
-ActAsAccountInQuestion::~ActAsAccountInQuestion() {
-    if (before_ && !BecomeIdentity(*before_)) std::abort();
+ActAs::~ActAs() {
+    if (!BecomeIdentity(before_)) std::abort();  // it would run with a mixture of two accounts
 }
 
 }  // namespace platform

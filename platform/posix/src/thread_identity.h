@@ -40,8 +40,6 @@ bool Impersonate(const Identity& identity);
 void Identify(Identity identity);
 // Whether there is such an account.
 bool IsIdentifying();
-// The account that questions about the thread's rights are about: the identified one, or its own.
-uid_t AccountInQuestion();
 
 // The account that the thread identifies or impersonates; nothing when it does neither.
 std::optional<Identity> ForeignIdentity();
@@ -50,45 +48,24 @@ std::optional<Identity> ForeignIdentity();
 // when the system does not let the thread return.
 bool StopImpersonating();
 
-// During its lifetime the thread acts as the process: for files of the machine that belong to no
-// user.
-class ActAsProcess {
+// During its lifetime the thread acts as an account, for instance to see what that may do.
+class ActAs {
   public:
-    ActAsProcess();
-    ActAsProcess(const ActAsProcess&) = delete;
-    ActAsProcess& operator=(const ActAsProcess&) = delete;
-    ~ActAsProcess();
-
-  private:
-    bool wasImpersonating_;
-    Identity impersonated_;
-};
-
-// During its lifetime questions about the thread's rights are about that account.
-class IdentifyFor {
-  public:
-    explicit IdentifyFor(const Identity& identity);
-    IdentifyFor(const IdentifyFor&) = delete;
-    IdentifyFor& operator=(const IdentifyFor&) = delete;
-    ~IdentifyFor();
-
-  private:
-    std::optional<Identity> before_;
-};
-
-// During its lifetime the thread acts as the account in question, to see what that account may do.
-// False when it cannot: ERROR_PRIVILEGE_NOT_HELD.
-class ActAsAccountInQuestion {
-  public:
-    ActAsAccountInQuestion();
-    ActAsAccountInQuestion(const ActAsAccountInQuestion&) = delete;
-    ActAsAccountInQuestion& operator=(const ActAsAccountInQuestion&) = delete;
-    ~ActAsAccountInQuestion();
+    explicit ActAs(const Identity& identity);
+    ActAs(const ActAs&) = delete;
+    ActAs& operator=(const ActAs&) = delete;
+    ~ActAs();
+    // False, with ERROR_PRIVILEGE_NOT_HELD, when it cannot.
     explicit operator bool() const { return acts_; }
 
   private:
-    std::optional<Identity> before_;  // none: the thread is that account already
-    bool acts_ = true;
+    const Identity before_;
+    const bool acts_;
+};
+
+// The same as the process: for files of the machine that belong to no user.
+struct ActAsProcess : ActAs {
+    ActAsProcess() : ActAs(ProcessIdentity()) {}
 };
 
 }  // namespace platform

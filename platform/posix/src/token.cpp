@@ -31,8 +31,7 @@ bool ReadIdentity(const ProcessFolder& folder, Identity& identity) {
 
 BOOL OpenTokenOf(HANDLE processHandle, DWORD access, PHANDLE token) {
     if (token == nullptr) return Fail(ERROR_INVALID_PARAMETER);
-    const auto process =
-        ProcessOf(processHandle, PROCESS_QUERY_INFORMATION | PROCESS_QUERY_LIMITED_INFORMATION);
+    const auto process = ProcessOf(processHandle, PROCESS_QUERY_LIMITED_INFORMATION);
     if (!process) return FALSE;
     Identity identity;
     if (process->Id() == getpid()) {
@@ -68,63 +67,59 @@ BOOL ReturnUser(uid_t user, LPVOID buffer, DWORD size, PDWORD needed) {
 }  // namespace
 
 Token::Token(Identity account, pid_t process, DWORD access)
-    : account_(std::move(account)),
-      process_(process),
-      access_((access & MAXIMUM_ALLOWED) != 0 ? access | TOKEN_ALL_ACCESS : access) {}
+    : GrantedObject((access & MAXIMUM_ALLOWED) != 0 ? access | TOKEN_ALL_ACCESS : access),
+      account_(std::move(account)),
+      process_(process) {}
 
 }  // namespace platform
 
-using platform::Fail;
+using namespace platform;
 
 extern "C" {
 
 BOOL WINAPI OpenProcessToken(HANDLE ProcessHandle, DWORD DesiredAccess, PHANDLE TokenHandle) {
-    return platform::OpenTokenOf(ProcessHandle, DesiredAccess, TokenHandle);
+    return OpenTokenOf(ProcessHandle, DesiredAccess, TokenHandle);
 }
 
 BOOL WINAPI OpenThreadToken(HANDLE ThreadHandle, DWORD DesiredAccess, BOOL OpenAsSelf,
                             PHANDLE TokenHandle) {
     if (TokenHandle == nullptr) return Fail(ERROR_INVALID_PARAMETER);
     if (ThreadHandle != GetCurrentThread()) return Fail(ERROR_NOT_SUPPORTED);
-    if (!OpenAsSelf && platform::IsIdentifying()) return Fail(ERROR_BAD_IMPERSONATION_LEVEL);
-    auto account = platform::ForeignIdentity();
+    if (!OpenAsSelf && IsIdentifying()) return Fail(ERROR_BAD_IMPERSONATION_LEVEL);
+    auto account = ForeignIdentity();
     if (!account) return Fail(ERROR_NO_TOKEN);
-    *TokenHandle = platform::OpenHandle(
-        std::make_shared<platform::Token>(std::move(*account), 0, DesiredAccess));
+    *TokenHandle = OpenHandle(std::make_shared<Token>(std::move(*account), 0, DesiredAccess));
     return TRUE;
 }
 
 BOOL WINAPI DuplicateToken(HANDLE ExistingTokenHandle,
                            SECURITY_IMPERSONATION_LEVEL ImpersonationLevel,
                            PHANDLE DuplicateTokenHandle) {
-    const auto token = platform::ObjectOf<platform::Token>(ExistingTokenHandle);
-    if (!token) return FALSE;
     if (DuplicateTokenHandle == nullptr) return Fail(ERROR_INVALID_PARAMETER);
     if (ImpersonationLevel != SecurityIdentification) return Fail(ERROR_NOT_SUPPORTED);
-    if (!token->Allows(TOKEN_DUPLICATE)) return Fail(ERROR_ACCESS_DENIED);
-    *DuplicateTokenHandle = platform::OpenHandle(
-        std::make_shared<platform::Token>(token->Account(), 0, DWORD{TOKEN_QUERY}));
+    const auto token = ObjectOf<Token>(ExistingTokenHandle, TOKEN_DUPLICATE);
+    if (!token) return FALSE;
+    *DuplicateTokenHandle =
+        OpenHandle(std::make_shared<Token>(token->Account(), 0, DWORD{TOKEN_QUERY}));
     return TRUE;
 }
 
 BOOL WINAPI GetTokenInformation(HANDLE TokenHandle, TOKEN_INFORMATION_CLASS TokenInformationClass,
                                 LPVOID TokenInformation, DWORD TokenInformationLength,
                                 PDWORD ReturnLength) {
-    const auto token = platform::ObjectOf<platform::Token>(TokenHandle);
+    const auto token = ObjectOf<Token>(TokenHandle, TOKEN_QUERY);
     if (!token) return FALSE;
-    if (!token->Allows(TOKEN_QUERY)) return Fail(ERROR_ACCESS_DENIED);
     switch (TokenInformationClass) {
         case TokenUser:
-            return platform::ReturnUser(token->Account().user, TokenInformation,
-                                        TokenInformationLength, ReturnLength);
+            return ReturnUser(token->Account().user, TokenInformation, TokenInformationLength,
+                              ReturnLength);
         case TokenVirtualizationEnabled: {
-            const DWORD on = platform::IsVirtualizationOn(token->ProcessId()) ? 1 : 0;
-            return platform::Return(on, TokenInformation, TokenInformationLength, ReturnLength);
+            const DWORD on = IsVirtualizationOn(token->ProcessId()) ? 1 : 0;
+            return Return(on, TokenInformation, TokenInformationLength, ReturnLength);
         }
         case TokenElevation: {
             const TOKEN_ELEVATION elevation{token->Account().user == 0 ? 1U : 0U};
-            return platform::Return(elevation, TokenInformation, TokenInformationLength,
-                                    ReturnLength);
+            return Return(elevation, TokenInformation, TokenInformationLength, ReturnLength);
         }
         default:
             return Fail(ERROR_NOT_SUPPORTED);
@@ -133,9 +128,8 @@ BOOL WINAPI GetTokenInformation(HANDLE TokenHandle, TOKEN_INFORMATION_CLASS Toke
 
 BOOL WINAPI SetTokenInformation(HANDLE TokenHandle, TOKEN_INFORMATION_CLASS TokenInformationClass,
                                 LPVOID TokenInformation, DWORD TokenInformationLength) {
-    const auto token = platform::ObjectOf<platform::Token>(TokenHandle);
+    const auto token = ObjectOf<Token>(TokenHandle, TOKEN_ADJUST_DEFAULT);
     if (!token) return FALSE;
-    if (!token->Allows(TOKEN_ADJUST_DEFAULT)) return Fail(ERROR_ACCESS_DENIED);
     if (TokenInformationClass != TokenVirtualizationEnabled || token->ProcessId() != getpid()) {
         return Fail(ERROR_NOT_SUPPORTED);
     }
@@ -144,17 +138,15 @@ BOOL WINAPI SetTokenInformation(HANDLE TokenHandle, TOKEN_INFORMATION_CLASS Toke
         return Fail(ERROR_BAD_LENGTH);
     }
     std::memcpy(&on, TokenInformation, sizeof on);
-    return platform::SetVirtualization(on != 0) ? TRUE : FALSE;
+    return SetVirtualization(on != 0) ? TRUE : FALSE;
 }
 
 BOOL WINAPI ImpersonateLoggedOnUser(HANDLE hToken) {
-    const auto token = platform::ObjectOf<platform::Token>(hToken);
-    if (!token) return FALSE;
-    if (!token->Allows(TOKEN_QUERY | TOKEN_DUPLICATE)) return Fail(ERROR_ACCESS_DENIED);
-    return platform::Impersonate(token->Account()) ? TRUE : FALSE;
+    const auto token = ObjectOf<Token>(hToken, TOKEN_QUERY | TOKEN_DUPLICATE);
+    return token && Impersonate(token->Account());
 }
 
 BOOL WINAPI RevertToSelf() {
-    return platform::StopImpersonating() ? TRUE : FALSE;
+    return StopImpersonating() ? TRUE : FALSE;
 }
 }

@@ -6,19 +6,17 @@
 
 namespace platform {
 
-class Token final : public KernelObject {
+class Token final : public GrantedObject {
   public:
     // `process` is 0 for a token that belongs to no process.
     Token(Identity account, pid_t process, DWORD access);
 
     const Identity& Account() const { return account_; }
     pid_t ProcessId() const { return process_; }
-    bool Allows(DWORD access) const { return (access_ & access) == access; }
 
   private:
     const Identity account_;
     const pid_t process_;
-    const DWORD access_;
 };
 
 }  // namespace platform

@@ -9,7 +9,8 @@
 #include "process_info.h"
 #include "text.h"
 
-namespace platform {
+using namespace platform;
+
 namespace {
 
 class ProcessSnapshot final : public KernelObject {
@@ -43,23 +44,19 @@ BOOL NextEntry(HANDLE snapshot, bool fromStart, PROCESSENTRY32W* entry) {
 }
 
 }  // namespace
-}  // namespace platform
 
 extern "C" {
 
 HANDLE WINAPI CreateToolhelp32Snapshot(DWORD dwFlags, DWORD /*th32ProcessID*/) {
-    if (dwFlags != TH32CS_SNAPPROCESS) {
-        platform::Fail(ERROR_NOT_SUPPORTED);
-        return INVALID_HANDLE_VALUE;
-    }
-    return platform::OpenHandle(std::make_shared<platform::ProcessSnapshot>());
+    if (dwFlags != TH32CS_SNAPPROCESS) return FailToOpen(ERROR_NOT_SUPPORTED);
+    return OpenHandle(std::make_shared<ProcessSnapshot>());
 }
 
 BOOL WINAPI Process32FirstW(HANDLE hSnapshot, LPPROCESSENTRY32W lppe) {
-    return platform::NextEntry(hSnapshot, true, lppe);
+    return NextEntry(hSnapshot, true, lppe);
 }
 
 BOOL WINAPI Process32NextW(HANDLE hSnapshot, LPPROCESSENTRY32W lppe) {
-    return platform::NextEntry(hSnapshot, false, lppe);
+    return NextEntry(hSnapshot, false, lppe);
 }
 }

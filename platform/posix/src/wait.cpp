@@ -7,9 +7,11 @@
 #include "deadline.h"
 #include "handles.h"
 
+using namespace platform;
+
 extern "C" DWORD WINAPI WaitForSingleObject(HANDLE hHandle, DWORD dwMilliseconds) {
-    const auto object = platform::ObjectOf(hHandle);
-    return object ? object->Wait(platform::Deadline(dwMilliseconds)) : WAIT_FAILED;
+    const auto object = ObjectOf(hHandle);
+    return object ? object->Wait(Deadline(dwMilliseconds)) : WAIT_FAILED;
 }
 
 extern "C" void WINAPI Sleep(DWORD dwMilliseconds) {
