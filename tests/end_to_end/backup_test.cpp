@@ -102,17 +102,23 @@ TEST_F(BackupTest, SurvivesHostileArguments) {
     EXPECT_TRUE(std::filesystem::exists(file_)) << "a name that is no UTF-8 is a name all the same";
 }
 
-TEST_F(BackupTest, LeavesTheDestinationAloneUnlessComplete) {
+TEST_F(BackupTest, TellsOfADestinationThatCannotBe) {
     file_ = ScratchFolder() / "no folder" / "backup.xml";
     ExpectRun(Backup(), 0, "Access denied.");
     file_ = ScratchFolder();
     ExpectRun(Backup(), 0, "Access denied.");
+}
+
+TEST_F(BackupTest, LeavesAReadOnlyDestinationAlone) {
     SKIP_WITHOUT(kFilePermissions);
     file_ = ScratchFolder() / "read-only.xml";
     WriteWholeFile(file_, "old");
     std::filesystem::permissions(file_, std::filesystem::perms::owner_read);
     ExpectRun(Backup(), 0, "Access denied.");
     EXPECT_EQ(ReadWholeFile(file_), "old");
+}
+
+TEST_F(BackupTest, TellsOfAFullDestination) {
     SKIP_WITHOUT(kFullDisk);
     file_ = "/dev/full";
     ExpectRun(Backup(), 0, "Access denied.");

@@ -77,7 +77,7 @@ TEST_F(FileTest, DispositionsTellAndDoWhatTheySay) {
     }
 }
 
-TEST_F(FileTest, NewFilesBelongToTheirOwnerUnlessEveryoneIsAllowed) {
+TEST_F(FileTest, NewFilesBelongToTheirOwnerAlone) {
     CloseHandle(Open(File("mine"), GENERIC_WRITE, CREATE_NEW));
     EXPECT_TRUE(OnlyOwnerMayUse(File("mine")));
 
@@ -86,7 +86,13 @@ TEST_F(FileTest, NewFilesBelongToTheirOwnerUnlessEveryoneIsAllowed) {
     SECURITY_ATTRIBUTES security{sizeof security, &descriptor, FALSE};
     CloseHandle(Open(File("mine2"), GENERIC_WRITE, CREATE_NEW, 0, 0, &security));
     EXPECT_FALSE(EveryoneMayWrite(File("mine2")));
+}
+
+TEST_F(FileTest, NewFilesAreEveryonesWhenTheListSaysSo) {
     SKIP_WITHOUT(kFilePermissions);
+    SECURITY_DESCRIPTOR descriptor{};
+    SECURITY_ATTRIBUTES security{sizeof security, &descriptor, FALSE};
+    ASSERT_TRUE(InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION));
     ASSERT_TRUE(SetSecurityDescriptorDacl(&descriptor, TRUE, nullptr, FALSE));
     CloseHandle(Open(File("ours"), GENERIC_WRITE, CREATE_NEW, 0, 0, &security));
     EXPECT_TRUE(EveryoneMayWrite(File("ours")));
@@ -119,7 +125,7 @@ TEST_F(FileTest, ShareModesHoldBetweenProcessesAndEndWithThem) {
     EXPECT_EQ(ErrorOfDelete(path), ERROR_SUCCESS);
 }
 
-TEST_F(FileTest, ReadOnlyFilesAreNeitherWrittenNorDeletedByAnyone) {
+TEST_F(FileTest, ReadOnlyFilesAreNotDeleted) {
     const fs::path path = File("fixed", "old");
     SetReadOnly(path, true);
     EXPECT_TRUE(GetFileAttributesW(Wide(path).c_str()) & FILE_ATTRIBUTE_READONLY);
@@ -130,9 +136,12 @@ TEST_F(FileTest, ReadOnlyFilesAreNeitherWrittenNorDeletedByAnyone) {
     EXPECT_EQ(_wunlink(Wide(path).c_str()), -1);
     SetReadOnly(path, false);
     EXPECT_EQ(_wunlink(Wide(path).c_str()), 0);
+}
 
+TEST_F(FileTest, ReadOnlyFilesAreNotWrittenByAnyone) {
     SKIP_WITHOUT(kFilePermissions);
-    SetReadOnly(File("fixed", "old"), true);
+    const fs::path path = File("fixed", "old");
+    SetReadOnly(path, true);
     EXPECT_EQ(ErrorOfOpen(path, GENERIC_WRITE, OPEN_EXISTING), ERROR_ACCESS_DENIED);
     EXPECT_EQ(ErrorOfOpen(path, GENERIC_WRITE, CREATE_ALWAYS), ERROR_ACCESS_DENIED);
     EXPECT_EQ(ErrorOfCopy(File("new", "new"), path), ERROR_ACCESS_DENIED);
@@ -170,10 +179,12 @@ TEST_F(FileTest, ACopyIsTheWholeFileOrNothing) {
     EXPECT_EQ(ErrorOfCopy(source, ScratchFolder()), ERROR_ACCESS_DENIED);
     EXPECT_EQ(ErrorOfCopy(source, source), ERROR_SHARING_VIOLATION);
     EXPECT_EQ(ReadWholeFile(File("copy")), content);
+}
 
+TEST_F(FileTest, ACopyToAFullDeviceIsAnError) {
     SKIP_WITHOUT(kFullDisk);
-    EXPECT_EQ(ErrorOfCopy(source, "/dev/full"), ERROR_DISK_FULL);
-    EXPECT_EQ(std::distance(fs::directory_iterator(ScratchFolder()), {}), 2);
+    EXPECT_EQ(ErrorOfCopy(File("source", "content"), "/dev/full"), ERROR_DISK_FULL);
+    EXPECT_EQ(std::distance(fs::directory_iterator(ScratchFolder()), {}), 1);
 }
 
 // A reader that opens the destination again and again sees the old file or the new one.

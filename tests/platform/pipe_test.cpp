@@ -162,7 +162,12 @@ TEST_F(Pipe, AKilledServerBreaksThePipeAndFreesItsName) {
     const UniqueHandle server(NewServer(2, nullptr, FILE_FLAG_FIRST_PIPE_INSTANCE));
     EXPECT_TRUE(server);
     EXPECT_TRUE(UniqueHandle(NewClient()));
+}
+
+TEST_F(Pipe, HasOneFirstInstance) {
     SKIP_WITHOUT(kFirstInstances);
+    const UniqueHandle server(NewServer(2));
+    EXPECT_TRUE(server);
     EXPECT_EQ(ErrorOf(NewServer(2, nullptr, FILE_FLAG_FIRST_PIPE_INSTANCE)), ERROR_ACCESS_DENIED);
 }
 

@@ -160,7 +160,7 @@ void Add(const Words& words) {
     auto name = words.ValueName();
     if (!name && (words.Has(TEXT("t")) || words.Has(TEXT("d")))) name = WString();
     if (!name) return;
-    if (FindValue(key.get(), *name)) words.Demand(TEXT("f"), "The value exists");
+    if (HasValue(key.get(), *name)) words.Demand(TEXT("f"), "The value exists");
     SetValue(key.get(), {*name, type->type, *data});
 }
 

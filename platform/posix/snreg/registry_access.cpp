@@ -96,11 +96,8 @@ std::vector<WString> SubkeysOf(HKEY key) {
     }
 }
 
-std::optional<RegValue> FindValue(HKEY key, const WString& name) {
-    const std::vector<RegValue> values = ValuesOf(key);
-    const auto found = std::ranges::find_if(
-        values, [&](const RegValue& value) { return EqualIgnoringCase(value.name, name); });
-    return found == values.end() ? std::nullopt : std::optional(*found);
+bool HasValue(HKEY key, const WString& name) {
+    return RegQueryValueExW(key, name.c_str(), nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS;
 }
 
 void SetValue(HKEY key, const RegValue& value) {

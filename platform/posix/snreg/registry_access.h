@@ -45,6 +45,5 @@ UniqueRegKey CreateKey(HKEY parent, const WString& path);
 // In the registry's own order.
 std::vector<RegValue> ValuesOf(HKEY key);
 std::vector<WString> SubkeysOf(HKEY key);
-// Nothing when there is no such value.
-std::optional<RegValue> FindValue(HKEY key, const WString& name);
+bool HasValue(HKEY key, const WString& name);
 void SetValue(HKEY key, const RegValue& value);

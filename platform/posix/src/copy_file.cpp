@@ -133,10 +133,10 @@ bool IsTrusted(const struct stat& link) {
 }
 
 Place PlaceOf(std::string rest) {
-    constexpr int kMostLinks = 40;
+    constexpr int kMaxLinks = 40;
     constexpr int kPass = O_PATH | O_NOFOLLOW | O_CLOEXEC;
     UniqueDescriptor folder;
-    for (int links = 0; links <= kMostLinks;) {
+    for (int links = 0; links <= kMaxLinks;) {
         // 1. The next part; the last one needs not be there.
         if (!folder) folder = UniqueDescriptor(open(rest.starts_with('/') ? "/" : ".", kPass));
         rest.erase(0, rest.find_first_not_of('/'));

@@ -171,7 +171,7 @@ BOOL WINAPI CryptProtectData(DATA_BLOB* pDataIn, LPCWSTR /*szDataDescr*/,
     }
     const auto scope = (dwFlags & CRYPTPROTECT_LOCAL_MACHINE) != 0 ? ProtectionScope::kMachine
                                                                    : ProtectionScope::kUser;
-    return Protect(*pDataIn, pOptionalEntropy, scope, *pDataOut) ? TRUE : FALSE;
+    return Protect(*pDataIn, pOptionalEntropy, scope, *pDataOut);
 }
 
 BOOL WINAPI CryptUnprotectData(DATA_BLOB* pDataIn, LPWSTR* ppszDataDescr,
@@ -182,6 +182,6 @@ BOOL WINAPI CryptUnprotectData(DATA_BLOB* pDataIn, LPWSTR* ppszDataDescr,
         return FALSE;
     }
     if (ppszDataDescr != nullptr) return Fail(ERROR_NOT_SUPPORTED);
-    return Unprotect(*pDataIn, pOptionalEntropy, *pDataOut) ? TRUE : FALSE;
+    return Unprotect(*pDataIn, pOptionalEntropy, *pDataOut);
 }
 }

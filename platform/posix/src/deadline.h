@@ -26,8 +26,8 @@ class Deadline {
     int PollTimeout() const {
         if (isInfinite_) return -1;
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(end_ - Clock::now()).count();
-        constexpr std::int64_t kLongest = std::numeric_limits<int>::max();
-        return static_cast<int>(std::clamp<std::int64_t>(left, 0, kLongest));
+        constexpr std::int64_t kMaxWait = std::numeric_limits<int>::max();
+        return static_cast<int>(std::clamp<std::int64_t>(left, 0, kMaxWait));
     }
 
     // Waits for the condition, which is notified of changes; false when it did not hold in time.

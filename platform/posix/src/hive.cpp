@@ -24,10 +24,6 @@ bool Permits(const std::string& path, int rights) {
     return faccessat(AT_FDCWD, path.c_str(), rights, AT_EACCESS) == 0;
 }
 
-[[noreturn]] void Throw(LSTATUS code) {
-    throw HiveError{code};
-}
-
 // Throws ERROR_KEY_DELETED when the key itself is gone.
 void DemandKey(HiveDatabase& database, KeyId key) {
     if (!Run(database, "SELECT 1 FROM keys WHERE id = ?1").Bind(key).Step()) {

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 
@@ -62,39 +63,35 @@ PRAGMA temp_store = MEMORY;
 PRAGMA cache_size = -131072;
 )sql";
 
+// SQLITE_ERROR: not the tables that the statements expect.
+constexpr std::pair<int, LSTATUS> kErrors[] = {
+    {SQLITE_PERM, ERROR_ACCESS_DENIED},
+    {SQLITE_AUTH, ERROR_ACCESS_DENIED},
+    {SQLITE_READONLY, ERROR_ACCESS_DENIED},
+    {SQLITE_CANTOPEN, ERROR_ACCESS_DENIED},
+    {SQLITE_BUSY, ERROR_BUSY},
+    {SQLITE_LOCKED, ERROR_BUSY},
+    {SQLITE_NOMEM, ERROR_NOT_ENOUGH_MEMORY},
+    {SQLITE_FULL, ERROR_DISK_FULL},
+    {SQLITE_TOOBIG, ERROR_NO_SYSTEM_RESOURCES},
+    {SQLITE_CONSTRAINT, ERROR_INVALID_PARAMETER},
+    {SQLITE_CORRUPT, ERROR_BADDB},
+    {SQLITE_NOTADB, ERROR_BADDB},
+    {SQLITE_ERROR, ERROR_BADDB},
+};
+
 LSTATUS ErrorOfSqlite(int result) {
-    switch (result & 0xFF) {
-        case SQLITE_PERM:
-        case SQLITE_AUTH:
-        case SQLITE_READONLY:
-        case SQLITE_CANTOPEN:
-            return ERROR_ACCESS_DENIED;
-        case SQLITE_BUSY:
-        case SQLITE_LOCKED:
-            return ERROR_BUSY;
-        case SQLITE_NOMEM:
-            return ERROR_NOT_ENOUGH_MEMORY;
-        case SQLITE_FULL:
-            return ERROR_DISK_FULL;
-        case SQLITE_TOOBIG:
-            return ERROR_NO_SYSTEM_RESOURCES;
-        case SQLITE_CONSTRAINT:
-            return ERROR_INVALID_PARAMETER;
-        case SQLITE_CORRUPT:
-        case SQLITE_NOTADB:
-        case SQLITE_ERROR:  // not the tables that the statements expect
-            return ERROR_BADDB;
-        default:
-            return ERROR_REGISTRY_IO_FAILED;
-    }
+    const auto* const known =
+        std::ranges::find(kErrors, result & 0xFF, &std::pair<int, LSTATUS>::first);
+    return known == std::end(kErrors) ? ERROR_REGISTRY_IO_FAILED : known->second;
 }
 
 void Check(int result) {
-    if (result != SQLITE_OK) throw HiveError{ErrorOfSqlite(result)};
+    if (result != SQLITE_OK) Throw(ErrorOfSqlite(result));
 }
 
 [[noreturn]] void ThrowErrno() {
-    throw HiveError{static_cast<LSTATUS>(ErrorOfErrno(errno))};
+    Throw(static_cast<LSTATUS>(ErrorOfErrno(errno)));
 }
 
 // Gives a file its permissions, whatever the process's mask of file modes is, and closes it.
@@ -177,7 +174,7 @@ HiveDatabase::HiveDatabase(const std::string& path, bool writable)
         return 0;
     };
     Check(sqlite3_exec(database, "PRAGMA user_version", readFormat, &format, nullptr));
-    if (format != kFormat) throw HiveError{ERROR_BADDB};
+    if (format != kFormat) Throw(ERROR_BADDB);
 }
 
 HiveDatabase::State HiveDatabase::CurrentState() {
@@ -226,7 +223,7 @@ HiveDatabase::Run& HiveDatabase::Run::Bind(const BYTE* bytes, std::size_t size) 
 
 bool HiveDatabase::Run::Step() {
     const int result = sqlite3_step(statement_);
-    if (result != SQLITE_ROW && result != SQLITE_DONE) throw HiveError{ErrorOfSqlite(result)};
+    if (result != SQLITE_ROW && result != SQLITE_DONE) Throw(ErrorOfSqlite(result));
     return result == SQLITE_ROW;
 }
 

@@ -20,6 +20,10 @@ struct HiveError {
     LSTATUS code;
 };
 
+[[noreturn]] inline void Throw(LSTATUS code) {
+    throw HiveError{code};
+}
+
 using KeyId = std::int64_t;
 
 // The key that a hive consists of when it is empty. Ids are never used again: a handle whose key

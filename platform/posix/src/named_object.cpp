@@ -239,11 +239,9 @@ bool SyncObject::Store(const ObjectState& state) {
 }
 
 ObjectHandle::ObjectHandle(std::shared_ptr<SyncObject> object, DWORD access)
-    : object_(std::move(object)), access_(access) {
-    constexpr DWORD kEverything = GENERIC_ALL | MAXIMUM_ALLOWED;
     // All rights to an event are more than all rights to a mutex.
-    if ((access & kEverything) != 0) access_ |= EVENT_ALL_ACCESS;
-}
+    : GrantedObject((access & (GENERIC_ALL | MAXIMUM_ALLOWED)) != 0 ? EVENT_ALL_ACCESS : access),
+      object_(std::move(object)) {}
 
 DWORD ObjectHandle::Wait(const Deadline& deadline) {
     if (Allows(SYNCHRONIZE)) return object_->Wait(deadline);

@@ -88,18 +88,16 @@ class SyncObject {
 };
 
 // A handle of an object, and what it may do with it.
-class ObjectHandle final : public KernelObject {
+class ObjectHandle final : public GrantedObject {
   public:
     ObjectHandle(std::shared_ptr<SyncObject> object, DWORD access);
 
-    bool Allows(DWORD access) const { return (access_ & access) == access; }
     const std::shared_ptr<SyncObject>& Object() const { return object_; }
     DWORD Wait(const Deadline& deadline) override;
     std::optional<uid_t> Owner() override;
 
   private:
     const std::shared_ptr<SyncObject> object_;
-    DWORD access_;
 };
 
 // Keeps other processes from the state of a named object, and from opening or leaving it.
@@ -140,13 +138,8 @@ template <typename Kind>
 std::shared_ptr<Kind> SyncObjectOf(HANDLE handle, DWORD right) {
     const auto opened = ObjectOf<ObjectHandle>(handle);
     auto object = opened ? std::dynamic_pointer_cast<Kind>(opened->Object()) : nullptr;
-    if (!object) {
-        SetLastError(ERROR_INVALID_HANDLE);
-    } else if (!opened->Allows(right)) {
-        SetLastError(ERROR_ACCESS_DENIED);
-        object.reset();
-    }
-    return object;
+    if (!object) return Fail<std::shared_ptr<Kind>>(ERROR_INVALID_HANDLE);
+    return opened->Allows(right) ? object : Fail<std::shared_ptr<Kind>>(ERROR_ACCESS_DENIED);
 }
 
 }  // namespace platform

@@ -170,9 +170,6 @@ std::shared_ptr<PipeListener> PipeListener::Join(const std::string& name, mode_t
     return listener;
 }
 
-PipeListener::PipeListener(std::string name, UniqueDescriptor socket)
-    : name_(std::move(name)), socket_(std::move(socket)) {}
-
 PipeListener::~PipeListener() {
     const ActAsProcess asProcess;
     const PipeFolder folder = PipeFolder::Lock();

@@ -35,7 +35,8 @@ class PipeListener {
     static std::shared_ptr<PipeListener> Join(const std::string& name, mode_t mode, DWORD limit,
                                               Instances instances);
 
-    PipeListener(std::string name, UniqueDescriptor socket);
+    PipeListener(std::string name, UniqueDescriptor socket)
+        : name_(std::move(name)), socket_(std::move(socket)) {}
     PipeListener(const PipeListener&) = delete;
     PipeListener& operator=(const PipeListener&) = delete;
     ~PipeListener();

@@ -1,6 +1,5 @@
 #include "process_info.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -8,7 +7,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <memory>
+#include <filesystem>
 #include <sstream>
 
 namespace platform {
@@ -23,20 +22,15 @@ const struct Origin {
 
 std::vector<pid_t> ProcessNumbers() {
     std::vector<pid_t> numbers;
-    const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir("/proc"), closedir);
-    while (const dirent* entry = folder ? readdir(folder.get()) : nullptr) {
-        const std::string name = entry->d_name;
+    std::error_code ignored;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc", ignored)) {
+        const std::string name = entry.path().filename();
         if (name.find_first_not_of("0123456789") == std::string::npos) {
             numbers.push_back(static_cast<pid_t>(std::stol(name)));
         }
     }
     std::sort(numbers.begin(), numbers.end());
     return numbers;
-}
-
-std::string WithoutLineEnd(std::string text) {
-    while (!text.empty() && text.back() == '\n') text.pop_back();
-    return text;
 }
 
 // False when the process has ended meanwhile.
@@ -51,7 +45,8 @@ bool Describe(pid_t process, ProcessInfo& info) {
     info.parent = process == origin.process ? origin.parent : static_cast<pid_t>(parent.front());
     info.user = users[1];  // the effective one
     info.name = LastPart(folder.ProgramPath());
-    if (info.name.empty()) info.name = WithoutLineEnd(folder.Read("comm"));
+    std::istringstream shown(folder.Read("comm"));
+    if (info.name.empty()) std::getline(shown, info.name);
     return true;
 }
 

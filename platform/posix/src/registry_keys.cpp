@@ -9,15 +9,9 @@
 namespace platform {
 namespace {
 
-constexpr std::size_t kLongestKeyName = 255;
+constexpr std::size_t kMaxKeyName = 255;
 constexpr REGSAM kRightsToWrite =
     KEY_SET_VALUE | KEY_CREATE_SUB_KEY | KEY_CREATE_LINK | DELETE | WRITE_DAC | WRITE_OWNER;
-constexpr REGSAM kReadRights = KEY_READ;
-constexpr REGSAM kAllRights = KEY_ALL_ACCESS;
-
-[[noreturn]] void Throw(LSTATUS code) {
-    throw HiveError{code};
-}
 
 KeyPath SplitPath(std::u16string_view path) {
     KeyPath names;
@@ -25,7 +19,7 @@ KeyPath SplitPath(std::u16string_view path) {
     if (path.front() == u'\\') Throw(ERROR_BAD_PATHNAME);
     while (!path.empty()) {
         const std::size_t end = std::min(path.find(u'\\'), path.size());
-        if (end > kLongestKeyName) Throw(ERROR_INVALID_PARAMETER);
+        if (end > kMaxKeyName) Throw(ERROR_INVALID_PARAMETER);
         if (end > 0) names.emplace_back(path.substr(0, end));
         path.remove_prefix(std::min(end + 1, path.size()));
     }
@@ -78,7 +72,7 @@ REGSAM Grant(const Hive& hive, REGSAM desired) {
     // 3. All that the account may have.
     if ((desired & MAXIMUM_ALLOWED) == 0) return desired;
     return (desired & ~static_cast<REGSAM>(MAXIMUM_ALLOWED)) |
-           (hive.MayWrite() ? kAllRights : kReadRights);
+           static_cast<REGSAM>(hive.MayWrite() ? KEY_ALL_ACCESS : KEY_READ);
 }
 
 }  // namespace

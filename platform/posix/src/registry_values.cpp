@@ -7,8 +7,8 @@ using namespace platform;
 
 namespace {
 
-constexpr std::size_t kLongestValueName = 16383;
-constexpr DWORD kLargestData = 64u << 20;
+constexpr std::size_t kMaxValueName = 16383;
+constexpr DWORD kMaxData = 64u << 20;
 
 // Gives a value's type and data to the caller's places, each of which may be null.
 void DeliverData(const HiveValue& value, LPDWORD type, LPBYTE data, LPDWORD size) {
@@ -17,7 +17,7 @@ void DeliverData(const HiveValue& value, LPDWORD type, LPBYTE data, LPDWORD size
     const DWORD capacity = *size;
     *size = static_cast<DWORD>(value.data.size());
     if (data == nullptr) return;
-    if (capacity < *size) throw HiveError{ERROR_MORE_DATA};
+    if (capacity < *size) Throw(ERROR_MORE_DATA);
     std::copy(value.data.begin(), value.data.end(), data);
 }
 
@@ -40,10 +40,10 @@ LSTATUS WINAPI RegSetValueExW(HKEY hKey, LPCWSTR lpValueName, DWORD Reserved, DW
                               const BYTE* lpData, DWORD cbData) {
     if (Reserved != 0) return ERROR_INVALID_PARAMETER;
     if (lpData == nullptr && cbData != 0) return ERROR_NOACCESS;
-    if (cbData > kLargestData) return ERROR_NO_SYSTEM_RESOURCES;
+    if (cbData > kMaxData) return ERROR_NO_SYSTEM_RESOURCES;
     return Report([&] {
         std::u16string name = NameOf(lpValueName);
-        if (name.size() > kLongestValueName) throw HiveError{ERROR_INVALID_PARAMETER};
+        if (name.size() > kMaxValueName) Throw(ERROR_INVALID_PARAMETER);
         const KeyPlace key = KeyWithRight(hKey, KEY_SET_VALUE);
         key.hive->Write(key.id, {std::move(name), dwType, {lpData, lpData + cbData}});
     });

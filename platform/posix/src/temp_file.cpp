@@ -110,8 +110,8 @@ extern "C" UINT WINAPI GetTempFileNameW(LPCWSTR lpPathName, LPCWSTR lpPrefixStri
     const std::u16string_view prefix = lpPrefixString == nullptr ? u"" : lpPrefixString;
     const std::string shortPrefix = BytesOf(prefix.substr(0, 3));
     // 2. Room for the longest name, before a file is made.
-    constexpr std::size_t kLongestName = 3 + 4 + 4;
-    if (WideOf(folder).size() + kLongestName >= MAX_PATH) {
+    constexpr std::size_t kMaxNameSize = 3 + 4 + 4;
+    if (WideOf(folder).size() + kMaxNameSize >= MAX_PATH) {
         return static_cast<UINT>(Fail(ERROR_BUFFER_OVERFLOW));
     }
     // 3. The file, or with a number of the caller's its name alone.

@@ -29,20 +29,6 @@ bool ReadIdentity(const ProcessFolder& folder, Identity& identity) {
     return true;
 }
 
-BOOL OpenTokenOf(HANDLE processHandle, DWORD access, PHANDLE token) {
-    if (token == nullptr) return Fail(ERROR_INVALID_PARAMETER);
-    const auto process = ProcessOf(processHandle, PROCESS_QUERY_LIMITED_INFORMATION);
-    if (!process) return FALSE;
-    Identity identity;
-    if (process->Id() == getpid()) {
-        identity = ProcessIdentity();
-    } else if (!ReadIdentity(process->Folder(), identity)) {
-        return Fail(ERROR_ACCESS_DENIED);  // it has ended
-    }
-    *token = OpenHandle(std::make_shared<Token>(std::move(identity), process->Id(), access));
-    return TRUE;
-}
-
 // A fixed-size answer of GetTokenInformation.
 template <typename Answer>
 BOOL Return(const Answer& answer, LPVOID buffer, DWORD size, PDWORD needed) {
@@ -78,7 +64,16 @@ using namespace platform;
 extern "C" {
 
 BOOL WINAPI OpenProcessToken(HANDLE ProcessHandle, DWORD DesiredAccess, PHANDLE TokenHandle) {
-    return OpenTokenOf(ProcessHandle, DesiredAccess, TokenHandle);
+    if (TokenHandle == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+    const auto process = ProcessOf(ProcessHandle, PROCESS_QUERY_LIMITED_INFORMATION);
+    if (!process) return FALSE;
+    Identity identity = ProcessIdentity();
+    if (process->Id() != getpid() && !ReadIdentity(process->Folder(), identity)) {
+        return Fail(ERROR_ACCESS_DENIED);  // it has ended
+    }
+    *TokenHandle =
+        OpenHandle(std::make_shared<Token>(std::move(identity), process->Id(), DesiredAccess));
+    return TRUE;
 }
 
 BOOL WINAPI OpenThreadToken(HANDLE ThreadHandle, DWORD DesiredAccess, BOOL OpenAsSelf,
