@@ -122,14 +122,10 @@ DWORD Event::WaitForProcesses(const Deadline& deadline) {
     }
 }
 
-std::shared_ptr<SyncObject> MakeEvent(ObjectFile file, const ObjectState& state) {
-    return std::make_shared<Event>(std::move(file), state);
-}
-
 ObjectRequest RequestFor(LPCWSTR name, BOOL isManual, BOOL isSet) {
     const ObjectState state{
         .kind = ObjectKind::kEvent, .isManual = isManual ? 1U : 0U, .isSet = isSet ? 1U : 0U};
-    return {name, state, MakeEvent, false};
+    return {name, state, MakeSyncObject<Event>, false};
 }
 
 }  // namespace

@@ -6,6 +6,8 @@
 #include <mutex>
 #include <unordered_map>
 
+#include "deadline.h"
+
 #include "last_error.h"
 
 namespace platform {
@@ -86,6 +88,11 @@ using namespace platform;
 
 extern "C" BOOL WINAPI CloseHandle(HANDLE hObject) {
     return ReleaseHandle(hObject) ? TRUE : FALSE;
+}
+
+extern "C" DWORD WINAPI WaitForSingleObject(HANDLE hHandle, DWORD dwMilliseconds) {
+    const auto object = ObjectOf(hHandle);
+    return object ? object->Wait(Deadline(dwMilliseconds)) : WAIT_FAILED;
 }
 
 extern "C" BOOL WINAPI DuplicateHandle(HANDLE hSourceProcessHandle, HANDLE hSourceHandle,

@@ -143,12 +143,8 @@ void Mutex::GiveUp() {
     changed_.notify_one();
 }
 
-std::shared_ptr<SyncObject> MakeMutex(ObjectFile file, const ObjectState& state) {
-    return std::make_shared<Mutex>(std::move(file), state);
-}
-
 ObjectRequest RequestFor(LPCWSTR name, bool isOwned) {
-    return {name, {.kind = ObjectKind::kMutex}, MakeMutex, isOwned};
+    return {name, {.kind = ObjectKind::kMutex}, MakeSyncObject<Mutex>, isOwned};
 }
 
 }  // namespace

@@ -87,6 +87,11 @@ class SyncObject {
     ObjectState state_;  // of an object without a name
 };
 
+template <typename Kind>
+std::shared_ptr<SyncObject> MakeSyncObject(ObjectFile file, const ObjectState& state) {
+    return std::make_shared<Kind>(std::move(file), state);
+}
+
 // A handle of an object, and what it may do with it.
 class ObjectHandle final : public GrantedObject {
   public:

@@ -83,6 +83,22 @@ std::shared_ptr<Process> platform::ProcessOf(HANDLE handle, DWORD rights) {
     return ObjectOf<Process>(handle, rights);
 }
 
+extern "C" DWORD WINAPI GetCurrentProcessId() {
+    return static_cast<DWORD>(getpid());
+}
+
+extern "C" DWORD WINAPI GetCurrentThreadId() {
+    return static_cast<DWORD>(gettid());
+}
+
+extern "C" HANDLE WINAPI GetCurrentProcess() {
+    return reinterpret_cast<HANDLE>(LONG_PTR{-1});
+}
+
+extern "C" HANDLE WINAPI GetCurrentThread() {
+    return reinterpret_cast<HANDLE>(LONG_PTR{-2});
+}
+
 extern "C" HANDLE WINAPI OpenProcess(DWORD dwDesiredAccess, BOOL bInheritHandle,
                                      DWORD dwProcessId) {
     if ((dwDesiredAccess & ~kSupportedAccess) != 0 || bInheritHandle) {

@@ -1,6 +1,10 @@
+#include <synchapi.h>
 #include <sysinfoapi.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <ctime>
+#include <thread>
 
 namespace {
 
@@ -35,4 +39,11 @@ extern "C" ULONGLONG WINAPI GetTickCount64() {
     clock_gettime(CLOCK_BOOTTIME, &now);
     return static_cast<ULONGLONG>(now.tv_sec) * 1000 +
            static_cast<ULONGLONG>(now.tv_nsec) / 1'000'000;
+}
+
+extern "C" void WINAPI Sleep(DWORD dwMilliseconds) {
+    if (dwMilliseconds == INFINITE) {
+        for (;;) pause();
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(dwMilliseconds));
 }
