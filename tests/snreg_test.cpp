@@ -111,6 +111,8 @@ TEST_F(Snreg, ImportsAllOrNothingAndExportsWhatItImported) {
     EXPECT_EQ(Run({"export", "HKCU\\Software\\Test\\Sub", copy}, 1),
               "ERROR: The file exists: give /y to go on.\n");
     EXPECT_EQ(ReadWholeFile(copy), Utf16File(text));
+    EXPECT_EQ(Run({"add", "HKCU\\Software\\Test", "/v", "B", "/d", "x"}, 1),
+              "ERROR: The value exists: give /f to go on.\n");
 
     WriteWholeFile(file, kStart +
                              "[HKEY_CURRENT_USER\\Software\\Test]\n\"a\"=-\n\"never\"=-\n"

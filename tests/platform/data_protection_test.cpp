@@ -79,12 +79,16 @@ TEST_F(DataProtection, TheUsersFollowsTheImpersonatedUserTheMachinesDoesNot) {
     EXPECT_EQ(Unprotect(ofMachine), "text");
 }
 
-TEST_F(DataProtection, RefusesEveryChangedByteAndEveryCut) {
+TEST_F(DataProtection, RefusesEveryCut) {
     const std::string blob = Protect("plain", kUser);
     for (std::size_t i = 0; i < blob.size(); ++i) {
         EXPECT_EQ(Unprotect(blob.substr(0, i)), "failed") << "cut at " << i;
     }
+}
+
+TEST_F(DataProtection, RefusesEveryChangedByte) {
     SKIP_WITHOUT(kDataProtection);
+    const std::string blob = Protect("plain", kUser);
     for (std::size_t i = 0; i < blob.size(); ++i) {
         std::string changed = blob;
         changed[i] = static_cast<char>(changed[i] ^ 0x20);
