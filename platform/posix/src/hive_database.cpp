@@ -83,7 +83,7 @@ constexpr std::pair<int, LSTATUS> kErrors[] = {
 LSTATUS ErrorOfSqlite(int result) {
     const auto* const known =
         std::ranges::find(kErrors, result & 0xFF, &std::pair<int, LSTATUS>::first);
-    return known == std::end(kErrors) ? ERROR_REGISTRY_IO_FAILED : known->second;
+    return known == std::end(kErrors) ? LSTATUS{ERROR_REGISTRY_IO_FAILED} : known->second;
 }
 
 void Check(int result) {
