@@ -2,6 +2,10 @@
 
 #include "common/xml_file.h"
 
+bool IsPlain(std::string_view content) {
+    return content.starts_with(kDeclarationStart) || content.starts_with(kRootStartTag);
+}
+
 ConfigFile::ConfigFile(WStringView path) : path_(path) {}
 
 bool ConfigFile::Load() {

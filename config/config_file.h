@@ -14,6 +14,9 @@ inline constexpr std::string_view kDeclarationStart = "<?xml version=";
 inline constexpr std::string_view kRootStartTag = "<" SENTREL_ROOT_ELEMENT ">";
 inline constexpr std::string_view kRootEndTag = "</" SENTREL_ROOT_ELEMENT ">";
 
+// True for the content of a plain file, whole or its beginning.
+bool IsPlain(std::string_view content);
+
 // A document loaded from a path, changed and saved back.
 class ConfigFile {
   public:

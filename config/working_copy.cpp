@@ -112,10 +112,6 @@ bool WriteFileWhole(const WString& path, std::string_view text) {
     return file && WriteAll(file.get(), text.data(), text.size());
 }
 
-bool IsPlain(std::string_view text) {
-    return text.starts_with(kDeclarationStart) || text.starts_with(kRootStartTag);
-}
-
 bool CopyOver(const TemporaryFile& from, const TemporaryFile& to) {
     return CopyFileW(from.Path().c_str(), to.Path().c_str(), FALSE) != FALSE;
 }

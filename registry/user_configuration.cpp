@@ -4,8 +4,6 @@
 #include <product_registry.h>
 #include <utilsdll.h>
 
-#include <cerrno>
-#include <cstdlib>
 #include <memory>
 #include <regex>
 #include <string>
@@ -17,6 +15,7 @@
 #include "common/hex.h"
 #include "common/xml_file.h"
 #include "protect/encrypted_forms.h"
+#include "registry/user_section.h"
 
 namespace {
 
@@ -173,80 +172,8 @@ void AppendValue(TiXmlElement* section, const UserConfigValue& value) {
 
 // --- Import -----------------------------------------------------------------------------------
 
-// One value on its way back into the registry. Of a type that is not restored only its key is made.
-struct ValueToRestore {
-    struct Protected {
-        SecureText text;
-    };
-    WString key;  // path from the root of the user's hive
-    WString name;
-    std::variant<std::monostate, DWORD, WString, Protected, std::vector<BYTE>> data;
-};
-
-// strtoul for base 10 with a 32-bit result: a leading "-" wraps, what is too large is the largest.
-DWORD ParseDecimal(const std::string& text) {
-    constexpr unsigned long long kMax = 0xFFFFFFFFull;
-    const bool isNegative = text.find('-') < text.find_first_of("0123456789");
-    errno = 0;
-    const unsigned long long parsed = std::strtoull(text.c_str(), nullptr, 10);
-    const unsigned long long magnitude = isNegative ? 0 - parsed : parsed;
-    if (errno == ERANGE || magnitude > kMax) return static_cast<DWORD>(kMax);
-    return static_cast<DWORD>(isNegative ? 0 - magnitude : magnitude);
-}
-
-// The strings of a REG_MULTI_SZ from its hexadecimal: terminated whatever the text was, without
-// half a UTF-16 unit at its end.
-std::vector<BYTE> ListFromHex(const std::string& text) {
-    std::vector<BYTE> bytes;
-    if (!HexToBytes(text, bytes)) return {};
-    bytes.resize(bytes.size() / sizeof(WCHAR) * sizeof(WCHAR));
-    bytes.resize(bytes.size() + 2 * sizeof(WCHAR));
-    return bytes;
-}
-
-// What can be made of one element.
-enum class Reading { kValue, kNothing, kWrongPassword };
-
-Reading ReadEncrypted(const std::string& data, const SecureText& password, ValueToRestore& value) {
-    // A backup writes no more than this when it could not encrypt the value: there is nothing to
-    // restore, and no sign of a wrong password.
-    if (data.size() < kEncryptedValueMarker.size()) return Reading::kNothing;
-    auto& secret = value.data.emplace<ValueToRestore::Protected>();
-    return DecryptValue(data, password.c_str(), secret.text) ? Reading::kValue
-                                                             : Reading::kWrongPassword;
-}
-
-Reading ReadValue(const TiXmlElement& element, const SecureText& password, ValueToRestore& value) {
-    const std::string* const key = element.Attribute(std::string("key"));
-    const std::string* const name = element.Attribute(std::string("name"));
-    const std::string* const type = element.Attribute(std::string("type"));
-    const std::string* const data = element.Attribute(std::string("data"));
-    const std::string* const enc = element.Attribute(std::string("enc"));
-    if (key == nullptr || name == nullptr || type == nullptr || data == nullptr) {
-        return Reading::kNothing;
-    }
-    value.key = Utf8ToWide(WideToUtf8(kProductKey) + "\\" + *key);
-    value.name = Utf8ToWide(*name);
-    const bool isEncrypted = enc != nullptr && *enc != "0";
-    switch (ParseDecimal(*type)) {
-        case REG_DWORD:
-            value.data = ParseDecimal(*data);
-            break;
-        case REG_MULTI_SZ:
-            value.data = ListFromHex(*data);
-            break;
-        case REG_SZ:
-            if (isEncrypted) return ReadEncrypted(*data, password, value);
-            value.data = Utf8ToWide(*data);
-            break;
-        default:
-            break;
-    }
-    return Reading::kValue;
-}
-
 // The values of a file's section; none when there is no section, or one of them does not decrypt.
-std::vector<ValueToRestore> ReadSection(const WString& file, const SecureText& password) {
+std::vector<UserValue> ReadSection(const WString& file, const SecureText& password) {
     TiXmlDocument document;
     if (!LoadXmlFile(file, document)) return {};
     const TiXmlElement* const root = document.FirstChildElement(kRootElement);
@@ -254,17 +181,17 @@ std::vector<ValueToRestore> ReadSection(const WString& file, const SecureText& p
         root == nullptr ? nullptr : root->FirstChildElement(kUserConfigurationElement);
     if (section == nullptr) return {};
 
-    std::vector<ValueToRestore> values;
+    std::vector<UserValue> values;
     for (const TiXmlElement* element = section->FirstChildElement(); element != nullptr;
          element = element->NextSiblingElement()) {
-        ValueToRestore value;
-        switch (ReadValue(*element, password, value)) {
-            case Reading::kValue:
+        UserValue value;
+        switch (ReadUserValue(*element, password, value)) {
+            case UserValueReading::kValue:
                 values.push_back(std::move(value));
                 break;
-            case Reading::kNothing:
+            case UserValueReading::kNothing:
                 break;
-            case Reading::kWrongPassword:
+            case UserValueReading::kWrongPassword:
                 return {};
         }
     }
@@ -291,7 +218,7 @@ struct ValueWriter {
     void operator()(std::monostate /*nothing*/) const {}
     void operator()(DWORD number) const { reg_setDWORDW(key, name, number); }
     void operator()(const WString& text) const { reg_setstringW(key, name, text.c_str()); }
-    void operator()(const ValueToRestore::Protected& secret) const {
+    void operator()(const UserValue::Protected& secret) const {
         reg_setstring_enc_cuW(key, name, secret.text.c_str());
     }
     void operator()(const std::vector<BYTE>& list) const {
@@ -299,10 +226,10 @@ struct ValueWriter {
     }
 };
 
-void WriteValues(HKEY userRoot, const std::vector<ValueToRestore>& values) {
+void WriteValues(HKEY userRoot, const std::vector<UserValue>& values) {
     UniqueRegKey key;
     WString openPath;  // of the key that is open: consecutive values share it
-    for (const ValueToRestore& value : values) {
+    for (const UserValue& value : values) {
         if (value.key.empty() || value.name.empty()) return;
         if (!key || openPath != value.key) {
             key = OpenOrCreateKey(userRoot, value.key);

@@ -1,6 +1,15 @@
 #include "client/plugins/feature.h"
 
-#include <product_registry.h>
+#include <string_view>
 
-const Feature kFeature = {PLUGIN_ELEMENT, TEXT(SENTREL_PRODUCT_KEY "\\" PLUGIN_KEY), PLUGIN_FEATURE,
-                          TEXT(PLUGIN_SECTIONS)};
+namespace {
+
+consteval std::size_t IndexOf(std::basic_string_view<WCHAR> library) {
+    std::size_t index = 0;
+    while (library != kFeatures[index].library) ++index;
+    return index;
+}
+
+}  // namespace
+
+const Feature& kFeature = kFeatures[IndexOf(TEXT(PLUGIN_LIBRARY))];

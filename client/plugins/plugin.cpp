@@ -18,8 +18,7 @@
 #include <algorithm>
 #include <set>
 
-#include "client/plugins/feature.h"
-#include "client/plugins/value_types.h"
+#include "client/plugins/feature_settings.h"
 #include "common/handles.h"
 #include "common/registry_access.h"
 #include "common/xml_file.h"
@@ -32,40 +31,12 @@ constexpr int kFailed = 1;
 constexpr int kLocked = ERROR_ACCESS_DENIED;
 constexpr int kNotSupported = ERROR_NOT_SUPPORTED;
 
-// --- Sections -----------------------------------------------------------------------------------
-
-WString Subpath(const WString& path, const WString& name) {
-    return path.empty() ? name : path + TEXT('\\') + name;
-}
-
-// The element name of the section at a path below the feature's key; empty when it is none.
-WString SectionElement(WStringView path) {
-    for (WString& section : SplitText(kFeature.sections, TEXT(" "))) {
-        std::ranges::replace(section, TEXT('/'), TEXT('\\'));
-        if (EqualIgnoringCase(section, path))
-            return section.substr(section.find_last_of(TEXT('\\')) + 1);
-    }
-    return {};
-}
-
 TiXmlElement ElementOfKey(const WString& path, const WString& name) {
-    const WString section = SectionElement(path);
+    const WString section = SectionElement(kFeature, path);
     if (!section.empty()) return TiXmlElement(WideToUtf8(section));
     TiXmlElement element("key");
     SetTextAttribute(element, "name", name);
     return element;
-}
-
-// True when there are sections below the path.
-bool HasSections(WStringView path) {
-    for (WString& section : SplitText(kFeature.sections, TEXT(" "))) {
-        std::ranges::replace(section, TEXT('/'), TEXT('\\'));
-        const auto separator = section.find_last_of(TEXT('\\'));
-        const WString parent =
-            separator == WString::npos ? WString() : section.substr(0, separator);
-        if (EqualIgnoringCase(parent, path)) return true;
-    }
-    return false;
 }
 
 // --- Export -------------------------------------------------------------------------------------
@@ -123,47 +94,8 @@ int Export(const WCHAR* file, const WCHAR* password) {
 
 // --- Import -------------------------------------------------------------------------------------
 
-// What a key is to become.
-struct KeyPlan {
-    WString path;  // below the feature's key
-    std::vector<ValueToWrite> values;
-    std::vector<KeyPlan> subkeys;
-};
-
 WString WholePath(const WString& path) {
     return path.empty() ? WString(kFeature.key) : Subpath(kFeature.key, path);
-}
-
-// The name of the subkey that an element stands for; empty when it stands for none.
-WString SubkeyName(const TiXmlElement& element, const WString& path) {
-    WString name;
-    if (element.ValueStr() == "key") {
-        GetTextAttribute(element, "name", name);
-    } else {
-        const WString section = Utf8ToWide(element.ValueStr());
-        if (!SectionElement(Subpath(path, section)).empty()) name = section;
-    }
-    return name;
-}
-
-// Reads the plan for the key at `plan.path` from its element; false when a value cannot be read.
-bool KeyFromXml(const TiXmlElement& element, const WCHAR* password, KeyPlan& plan) {
-    for (const auto* child = element.FirstChildElement(); child != nullptr;
-         child = child->NextSiblingElement()) {
-        if (child->ValueStr() == "value") {
-            ValueToWrite value;
-            if (!ValueFromXml(*child, password, value)) return false;
-            plan.values.push_back(std::move(value));
-            continue;
-        }
-        const WString name = SubkeyName(*child, plan.path);
-        if (name.empty()) continue;
-        if (name.find(TEXT('\\')) != WString::npos) return false;  // no name of one key
-        KeyPlan& subkey = plan.subkeys.emplace_back();
-        subkey.path = Subpath(plan.path, name);
-        if (!KeyFromXml(*child, password, subkey)) return false;
-    }
-    return true;
 }
 
 using NameSet = std::set<WString, LessIgnoringCase>;
@@ -206,14 +138,14 @@ bool WriteKey(const KeyPlan& plan) {
     const UniqueRegKey key(reg_createkeyW(HKEY_LOCAL_MACHINE, whole.c_str()));
     if (!key) return false;
     std::vector<RegistryValue> previous;
-    bool complete = HasSections(plan.path) || ReadValues(key.get(), previous);
+    bool complete = HasSections(kFeature, plan.path) || ReadValues(key.get(), previous);
     for (const ValueToWrite& value : plan.values) {
         if (!WriteValue(key.get(), value)) complete = false;
     }
     for (const KeyPlan& subkey : plan.subkeys) {
         if (!WriteKey(subkey)) complete = false;
     }
-    if (HasSections(plan.path)) return complete;
+    if (HasSections(kFeature, plan.path)) return complete;
     if (!RemoveUnnamedValues(key.get(), plan, previous)) complete = false;
     if (!RemoveUnnamedSubkeys(key.get(), plan)) complete = false;
     return complete;
@@ -228,7 +160,7 @@ int Import(const WCHAR* file, const WCHAR* password) {
     if (own == nullptr) return 0;
 
     KeyPlan plan;
-    if (!KeyFromXml(*own, password, plan)) return kFailed;
+    if (!ReadFeature(kFeature, *own, password, plan)) return kFailed;
     if (!sec_may_write_registry()) return kLocked;
     return WriteKey(plan) ? 0 : kFailed;
 }

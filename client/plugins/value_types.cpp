@@ -174,6 +174,11 @@ bool IsHex(const TiXmlElement& element, const std::string& attribute) {
     return encoding != nullptr && *encoding == "hex";
 }
 
+bool IsProtected(const TiXmlElement& element) {
+    const std::string* enc = element.Attribute(std::string("enc"));
+    return enc != nullptr && *enc == "1";
+}
+
 }  // namespace
 
 void SetTextAttribute(TiXmlElement& element, const std::string& attribute, WStringView text) {
@@ -234,8 +239,7 @@ bool ValueFromXml(const TiXmlElement& element, const WCHAR* password, ValueToWri
     }
     value.value.type = static_cast<DWORD>(std::strtoul(type->c_str(), nullptr, 10));
 
-    const std::string* enc = element.Attribute(std::string("enc"));
-    if (enc != nullptr && *enc == "1") {
+    if (IsProtected(element)) {
         value.form = ValueToWrite::Form::kProtected;
         return OpenEncryptedForm(*data, password, value.text);
     }
@@ -247,6 +251,19 @@ bool ValueFromXml(const TiXmlElement& element, const WCHAR* password, ValueToWri
     }
     const ValueType* row = FindType(value.value.type);
     return row != nullptr && row->fromXml(*data, value);
+}
+
+bool ReencryptValue(TiXmlElement& element, const WCHAR* oldPassword, const WCHAR* newPassword) {
+    if (!IsProtected(element)) return true;
+    const std::string* const form = element.Attribute(std::string("data"));
+    SecureText text;
+    std::string data;
+    if (form == nullptr || !OpenEncryptedForm(*form, oldPassword, text) ||
+        !EncryptedForm({text.c_str(), text.size()}, newPassword, data)) {
+        return false;
+    }
+    element.SetAttribute("data", data);
+    return true;
 }
 
 bool WriteValue(HKEY key, const ValueToWrite& value) {

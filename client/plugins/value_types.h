@@ -42,5 +42,9 @@ struct ValueToWrite {
 // data does not open with the password.
 bool ValueFromXml(const TiXmlElement& element, const WCHAR* password, ValueToWrite& value);
 
+// Encrypts the data of a protected value's element with another password; leaves any other element
+// as it is. False, with nothing changed, when that fails.
+bool ReencryptValue(TiXmlElement& element, const WCHAR* oldPassword, const WCHAR* newPassword);
+
 // Writes it into the key; false when that fails.
 bool WriteValue(HKEY key, const ValueToWrite& value);

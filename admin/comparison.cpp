@@ -1,0 +1,79 @@
+#include "admin/comparison.h"
+
+#include <algorithm>
+#include <map>
+#include <utility>
+
+namespace {
+
+// The order of the registry's names.
+struct LessPlace {
+    bool operator()(const std::pair<WString, WString>& a,
+                    const std::pair<WString, WString>& b) const {
+        const LessIgnoringCase less;
+        if (less(a.first, b.first)) return true;
+        return !less(b.first, a.first) && less(a.second, b.second);
+    }
+};
+using ValueMap = std::map<std::pair<WString, WString>, const ContentValue*, LessPlace>;
+
+// A value that stands twice counts as it stands last, as for a restore.
+ValueMap MapOf(const ContentModule& module) {
+    ValueMap map;
+    for (const ContentValue& value : module.values) map[{value.key, value.name}] = &value;
+    return map;
+}
+
+bool AreEqual(const ContentValue& a, const ContentValue& b) {
+    return a.type == b.type && a.isProtected == b.isProtected && a.data == b.data;
+}
+
+void CompareModules(const ContentModule& first, const ContentModule& second,
+                    std::vector<Difference>& differences) {
+    const ValueMap before = MapOf(first);
+    const ValueMap after = MapOf(second);
+    const auto add = [&](Change change, const ContentValue& value) {
+        differences.push_back({change, first.name, value.key, value.name});
+    };
+    for (const auto& [place, value] : before) {
+        const auto found = after.find(place);
+        if (found == after.end()) {
+            add(Change::kOnlyInFirst, *value);
+        } else if (!AreEqual(*value, *found->second)) {
+            add(Change::kChanged, *value);
+        }
+    }
+    for (const auto& [place, value] : after) {
+        if (!before.contains(place)) add(Change::kOnlyInSecond, *value);
+    }
+}
+
+const ContentModule* Find(const BackupContent& content, const std::string& name) {
+    const auto found = std::ranges::find(content.modules, name, &ContentModule::name);
+    return found == content.modules.end() ? nullptr : &*found;
+}
+
+}  // namespace
+
+const char* NameOf(Change change) {
+    constexpr const char* kNames[] = {"only in the first", "only in the second", "changed"};
+    return kNames[static_cast<std::size_t>(change)];
+}
+
+std::vector<Difference> Compare(const BackupContent& first, const BackupContent& second) {
+    std::vector<Difference> differences;
+    const auto onlyIn = [&](Change change, const ContentModule& module) {
+        differences.push_back({change, module.name, {}, {}, true});
+    };
+    for (const ContentModule& module : first.modules) {
+        if (const ContentModule* const other = Find(second, module.name)) {
+            CompareModules(module, *other, differences);
+        } else {
+            onlyIn(Change::kOnlyInFirst, module);
+        }
+    }
+    for (const ContentModule& module : second.modules) {
+        if (Find(first, module.name) == nullptr) onlyIn(Change::kOnlyInSecond, module);
+    }
+    return differences;
+}
