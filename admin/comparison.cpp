@@ -56,7 +56,7 @@ const ContentModule* Find(const BackupContent& content, const std::string& name)
 }  // namespace
 
 const char* NameOf(Change change) {
-    constexpr const char* kNames[] = {"only in the first", "only in the second", "changed"};
+    constexpr const char* kNames[] = {"only_in_first", "only_in_second", "changed"};
     return kNames[static_cast<std::size_t>(change)];
 }
 

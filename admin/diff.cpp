@@ -5,7 +5,10 @@
 namespace {
 
 std::string Line(const Difference& difference) {
-    std::string line = std::string(NameOf(difference.change)) + ": " + difference.module;
+    // In the order of Change.
+    constexpr const char* kChanges[] = {"only in the first", "only in the second", "changed"};
+    std::string line = std::string(kChanges[static_cast<std::size_t>(difference.change)]) + ": " +
+                       difference.module;
     if (difference.isModule) return line + "\n";
     if (!difference.key.empty()) line += "\\" + Shown(difference.key);
     return line + " " + (difference.name.empty() ? "(default)" : Shown(difference.name)) + "\n";

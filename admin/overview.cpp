@@ -35,7 +35,7 @@ Overview::Overview(const WString& file, const StoredBackup& backup, const Backup
     table_ = std::string("  stored: ") + NameOf(backup.form) + "\n";
     for (const auto& [name, text] : content.header) {
         report_.facts["header"][name] = text;
-        table_ += "  " + name + ": " + Shown(Utf8ToWide(text)) + "\n";
+        if (!text.empty()) table_ += "  " + name + ": " + Shown(Utf8ToWide(text)) + "\n";
     }
     report_.facts["modules"] = nlohmann::ordered_json::array();
     table_ += "\n" + Row("module", "values", "protected", "");

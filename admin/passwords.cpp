@@ -25,7 +25,9 @@ const SecureText& PasswordSource::Get() {
     PasswordResult result = !file_.empty()       ? PasswordFromFile(file_)
                             : usesStandardInput_ ? PasswordFromStandardInput()
                                                  : FromConsole(what_, isNew_);
-    if (!result.password) throw Failure(ExitCode::kUsage, result.fault);
+    if (!result.password) {
+        throw Failure(file_.empty() ? ExitCode::kUsage : ExitCode::kInaccessible, result.fault);
+    }
     password_ = std::move(result.password);
     return *password_;
 }

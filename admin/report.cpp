@@ -3,8 +3,8 @@
 #include "common/format.h"
 
 const char* NameOf(ExitCode code) {
-    constexpr const char* kNames[] = {"good",           "not good", "usage",
-                                      "wrong password", "refused",  "inaccessible"};
+    constexpr const char* kNames[] = {"good",           "not_good", "usage",
+                                      "wrong_password", "refused",  "inaccessible"};
     return kNames[static_cast<std::size_t>(code)];
 }
 
