@@ -1,6 +1,6 @@
 # The client's folder as a zip: cpack in the build folder of a Windows target, after its programs.
 get_target_property(plugins plugins MANUALLY_ADDED_DEPENDENCIES)
-install(TARGETS SNConfig SNCryptDLL utilsdll ${plugins} sncryptd snclient sngui snservice
+install(TARGETS SNConfig snbackup SNCryptDLL utilsdll ${plugins} sncryptd snclient sngui snservice
         RUNTIME DESTINATION . LIBRARY DESTINATION .)
 # As they were made: OpenSSL's FIPS module does not run when a byte of it is another.
 get_target_property(openssl_files openssl_modules FILES)
