@@ -33,9 +33,10 @@ SecureBytes Bytes(const SecureText& text) {
 
 // --- A module -----------------------------------------------------------------------------------
 
-void AddValues(const KeyPlan& plan, std::vector<ContentValue>& values) {
+void AddKey(const KeyPlan& plan, ContentModule& module) {
+    module.keys.push_back(plan.path);
     for (const ValueToWrite& planned : plan.values) {
-        ContentValue& value = values.emplace_back();
+        ContentValue& value = module.values.emplace_back();
         value.key = plan.path;
         value.name = planned.value.name;
         value.type = planned.value.type;
@@ -43,16 +44,16 @@ void AddValues(const KeyPlan& plan, std::vector<ContentValue>& values) {
         value.data =
             planned.form == ValueToWrite::Form::kStored ? planned.value.data : Bytes(planned.text);
     }
-    for (const KeyPlan& subkey : plan.subkeys) AddValues(subkey, values);
+    for (const KeyPlan& subkey : plan.subkeys) AddKey(subkey, module);
 }
 
 ContentModule ReadModule(const Feature& feature, const TiXmlElement& element,
                          const SecureText& password) {
     ContentModule module = {
-        .name = feature.element, .feature = &feature, .values = {}, .damaged = {}};
+        .name = feature.element, .feature = &feature, .keys = {}, .values = {}, .damaged = {}};
     KeyPlan plan;
     ReadFeature(feature, element, password.c_str(), plan, &module.damaged);
-    AddValues(plan, module.values);
+    AddKey(plan, module);
     return module;
 }
 
@@ -94,7 +95,8 @@ bool IsOfCarriedType(const TiXmlElement& element) {
 }
 
 ContentModule ReadUserSection(const TiXmlElement& section, const SecureText& password) {
-    ContentModule module = {.name = kUserSection, .feature = nullptr, .values = {}, .damaged = {}};
+    ContentModule module = {
+        .name = kUserSection, .feature = nullptr, .keys = {}, .values = {}, .damaged = {}};
     for (const auto* element = section.FirstChildElement(); element != nullptr;
          element = element->NextSiblingElement()) {
         UserValue read;
@@ -214,8 +216,11 @@ BackupContent ListContent(TiXmlElement& root) {
     BackupContent content;
     content.header = ReadHeader(root);
     VisitModules(root, content, [&](const Feature* feature, const TiXmlElement& element) {
-        content.modules.push_back(
-            {.name = element.ValueStr(), .feature = feature, .values = {}, .damaged = {}});
+        content.modules.push_back({.name = element.ValueStr(),
+                                   .feature = feature,
+                                   .keys = {},
+                                   .values = {},
+                                   .damaged = {}});
     });
     return content;
 }

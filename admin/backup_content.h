@@ -23,6 +23,7 @@ struct ContentValue {
 struct ContentModule {
     std::string name;                  // of its element
     const Feature* feature = nullptr;  // none: the user section
+    std::vector<WString> keys;         // that a restore makes, below the module's key
     std::vector<ContentValue> values;  // that a restore would write
     std::vector<UnreadableValue> damaged;
 };

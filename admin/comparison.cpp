@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 #include <utility>
 
 namespace {
@@ -48,6 +49,18 @@ void CompareModules(const ContentModule& first, const ContentModule& second,
     }
 }
 
+using KeySet = std::set<WString, LessIgnoringCase>;
+
+// Whether a restore leaves alone what a key holds beyond the file: the nearest key to it that the
+// file has is merged.
+bool IsMerged(const Feature& feature, const KeySet& keysOfFile, WString key) {
+    while (!key.empty() && !keysOfFile.contains(key)) {
+        const std::size_t end = key.find_last_of(TEXT('\\'));
+        key = end == WString::npos ? WString() : key.substr(0, end);
+    }
+    return HasSections(feature, key);
+}
+
 const ContentModule* Find(const BackupContent& content, const std::string& name) {
     const auto found = std::ranges::find(content.modules, name, &ContentModule::name);
     return found == content.modules.end() ? nullptr : &*found;
@@ -76,4 +89,45 @@ std::vector<Difference> Compare(const BackupContent& first, const BackupContent&
         if (Find(first, module.name) == nullptr) onlyIn(Change::kOnlyInSecond, module);
     }
     return differences;
+}
+
+std::vector<Difference> CompareWithMachine(const BackupContent& file, const BackupContent& machine,
+                                           const std::vector<std::string>& modules) {
+    std::vector<Difference> differences = Compare(file, machine);
+    std::map<std::string, KeySet> keys;
+    for (const ContentModule& module : file.modules) {
+        keys[module.name] = {module.keys.begin(), module.keys.end()};
+    }
+    std::erase_if(differences, [&](const Difference& difference) {
+        const ContentModule* const module = Find(file, difference.module);
+        if (module == nullptr) return true;  // the machine has more modules than the file
+        const bool isUser = module->feature == nullptr;
+        if (!isUser && !modules.empty() &&
+            std::ranges::find(modules, difference.module) == modules.end()) {
+            return true;
+        }
+        if (difference.change != Change::kOnlyInSecond) return false;
+        return isUser || IsMerged(*module->feature, keys[difference.module], difference.key);
+    });
+    return differences;
+}
+
+std::string LineOf(const Difference& difference) {
+    // In the order of Change.
+    constexpr const char* kChanges[] = {"only in the first", "only in the second", "changed"};
+    std::string line = std::string(kChanges[static_cast<std::size_t>(difference.change)]) + ": " +
+                       difference.module;
+    if (difference.isModule) return line;
+    if (!difference.key.empty()) line += "\\" + Shown(difference.key);
+    return line + " " + (difference.name.empty() ? "(default)" : Shown(difference.name));
+}
+
+nlohmann::ordered_json FactOf(const Difference& difference) {
+    nlohmann::ordered_json fact = {{"change", NameOf(difference.change)},
+                                   {"module", difference.module}};
+    if (!difference.isModule) {
+        fact["key"] = WideToUtf8(difference.key);
+        fact["name"] = WideToUtf8(difference.name);
+    }
+    return fact;
 }

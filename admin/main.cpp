@@ -1,11 +1,15 @@
-// snbackup: looks after backups. They are checked, shown, compared and given other passwords.
+// snbackup: makes backups of this machine, restores them, and looks after them: they are checked,
+// shown, compared and given other passwords.
 #include <CLI/CLI.hpp>
 #include <functional>
 
 #include "admin/commands.h"
 #include "admin/event_record.h"
+#include "app/run_driver.h"
+#include "app/services/console.h"
 #include "app/services/interruption.h"
 #include "app/services/run_settings.h"
+#include "client/plugins/feature.h"
 #include "common/arguments.h"
 #include "common/console_text.h"
 #include "common/product_version.h"
@@ -32,6 +36,13 @@ struct Words {
     bool isEncrypted = false;
     bool isPlain = false;
     bool isJson = false;
+    std::vector<std::string> modules;
+    std::string session;
+    int keep = 0;
+    bool hasUser = false;
+    bool isVpnOnly = false;
+    bool isDryRun = false;
+    bool goesBack = false;
 };
 
 using Job = std::function<Report()>;
@@ -62,6 +73,7 @@ int Run(const char* command, const Words& words, const Job& job) {
     std::string error;
     try {
         report = job();
+        error = report.error;
     } catch (const Failure& failure) {
         report.exitCode = failure.Code();
         error = failure.what();
@@ -108,6 +120,30 @@ Report RunRekey(const Words& words) {
     return Rekey(Utf8ToWide(words.first), Utf8ToWide(out), envelope, password, changed);
 }
 
+MachineScope ScopeOf(const Words& words) {
+    return {words.modules, words.hasUser, Utf8ToWide(words.session), words.isVpnOnly};
+}
+
+Report RunCreate(const Words& words) {
+    PasswordSource password(TEXT("password"), TEXT("password"), true);
+    Configure(password, words.passwordFile, words.isPasswordOnInput);
+    const RunEnvironment environment;
+    return Create(Utf8ToWide(words.first), ScopeOf(words), words.isEncrypted, words.keep, password);
+}
+
+Report RunRestore(const Words& words) {
+    PasswordSource password(TEXT("password"), TEXT("password"));
+    PasswordSource unlock(TEXT("unlock password"), TEXT("unlock-password"));
+    Configure(password, words.passwordFile, words.isPasswordOnInput);
+    Configure(unlock, words.otherPasswordFile, words.isOtherPasswordOnInput);
+    const RunEnvironment environment;
+    return Restore(Utf8ToWide(words.first), {ScopeOf(words), words.isDryRun, words.goesBack},
+                   password, unlock);
+}
+
+// The options that a command has beside its file and password.
+enum class Options { kNone, kCreate, kRekey, kRestore };
+
 struct Command {
     const char* name;
     const char* help;
@@ -115,10 +151,16 @@ struct Command {
     Report (*run)(const Words& words);
     const char* second = nullptr;         // what a second file is
     const char* otherPassword = nullptr;  // the options of a second password
-    bool writes = false;
+    Options options = Options::kNone;
 };
 
 constexpr Command kCommands[] = {
+    {"create", "makes a backup of this machine and verifies it before it replaces an older one",
+     "snbackup create /backups --keep 30 --password-file password.txt", RunCreate, nullptr, nullptr,
+     Options::kCreate},
+    {"restore", "restores a backup, with a way back",
+     "snbackup restore backup.xml --rollback --password-file password.txt", RunRestore, nullptr,
+     "unlock-password", Options::kRestore},
     {"verify", "checks that a backup restores everything that it holds",
      "snbackup verify backup.xml --password-file password.txt", RunVerify},
     {"show", "tells what a backup holds, without its values", "snbackup show backup.xml", RunShow},
@@ -127,7 +169,7 @@ constexpr Command kCommands[] = {
      "the backup that it is compared with", "second-password"},
     {"rekey", "gives a backup another password",
      "snbackup rekey backup.xml --password-file old.txt --new-password-file new.txt", RunRekey,
-     nullptr, "new-password", true},
+     nullptr, "new-password", Options::kRekey},
 };
 
 void AddPassword(CLI::App& parser, const std::string& name, std::string& file, bool& isOnInput) {
@@ -137,6 +179,55 @@ void AddPassword(CLI::App& parser, const std::string& name, std::string& file, b
     parser
         .add_flag(option + "-stdin", isOnInput, "the next line of standard input is the password")
         ->excludes(fromFile);
+}
+
+void AddScope(CLI::App& parser, Words& words) {
+    std::vector<std::string> names;
+    for (const Feature& feature : kFeatures) names.emplace_back(feature.element);
+    parser
+        .add_option("-m,--module", words.modules, "this module alone; may be given several times")
+        ->allow_extra_args(false)
+        ->check(CLI::IsMember(names));
+    parser.add_option("--session", words.session, "the session whose user is told, and is meant")
+        ->check([](const std::string& text) {
+            const bool isNumber = !text.empty() && text.size() < 10 &&
+                                  text.find_first_not_of("0123456789") == std::string::npos;
+            return std::string(isNumber ? "" : "a session is a decimal number");
+        });
+}
+
+void AddOptions(CLI::App& parser, Options options, Words& words) {
+    switch (options) {
+        case Options::kNone:
+            break;
+        case Options::kCreate:
+            AddScope(parser, words);
+            parser.add_flag("--user", words.hasUser, "the user's own settings, too");
+            parser
+                .add_option("--keep", words.keep, "in a folder: how many backups of this host stay")
+                ->check(CLI::Range(1, 1'000'000));
+            parser.add_flag("--encrypt", words.isEncrypted, "the whole file is encrypted");
+            break;
+        case Options::kRekey: {
+            parser.add_option("--out", words.out,
+                              "where the result goes; without it, FILE is replaced");
+            CLI::Option* const encrypt =
+                parser.add_flag("--encrypt", words.isEncrypted, "the whole result is encrypted");
+            parser.add_flag("--plain", words.isPlain, "only protected values are encrypted")
+                ->excludes(encrypt);
+            break;
+        }
+        case Options::kRestore:
+            AddScope(parser, words);
+            parser.add_flag("--vpn-only", words.isVpnOnly, "VPN connections and nothing else");
+            CLI::Option* const dryRun = parser.add_flag(
+                "--dry-run", words.isDryRun, "says what would change, and changes nothing");
+            parser
+                .add_flag("--rollback", words.goesBack,
+                          "goes back to the state before when a module fails")
+                ->excludes(dryRun);
+            break;
+    }
 }
 
 void AddCommand(CLI::App& app, const Command& command, Words& words, int& exitCode) {
@@ -151,14 +242,7 @@ void AddCommand(CLI::App& app, const Command& command, Words& words, int& exitCo
         AddPassword(parser, command.otherPassword, words.otherPasswordFile,
                     words.isOtherPasswordOnInput);
     }
-    if (command.writes) {
-        parser.add_option("--out", words.out,
-                          "where the result goes; without it, FILE is replaced");
-        CLI::Option* const encrypt =
-            parser.add_flag("--encrypt", words.isEncrypted, "the whole result is encrypted");
-        parser.add_flag("--plain", words.isPlain, "only protected values are encrypted")
-            ->excludes(encrypt);
-    }
+    AddOptions(parser, command.options, words);
     parser.add_flag("--json", words.isJson, "the result as JSON on standard output");
     parser.callback([&command, &words, &exitCode] {
         exitCode = Run(command.name, words, [&] { return command.run(words); });
@@ -169,12 +253,13 @@ void AddCommand(CLI::App& app, const Command& command, Words& words, int& exitCo
 
 extern "C" int wmain(int argc, WCHAR** argv) {
     HandleInterruptions();
+    SendConsoleToStandardError();
     // Files are the caller's own, and nobody's desktop is told of them.
     g_RunSettings.bImpersonateUser = false;
     g_RunSettings.bQuiet = true;
     int exitCode = 0;
     Words words;
-    CLI::App app("Looks after backups of the Sentrel client.", "snbackup");
+    CLI::App app("Makes, checks and restores backups of the Sentrel client.", "snbackup");
     app.allow_windows_style_options(false)->require_subcommand(1)->footer(kNotes);
     app.get_formatter()->label("SUBCOMMAND", "COMMAND");
     app.set_version_flag("--version", WideToUtf8(TEXT("snbackup " SENTREL_VERSION)));

@@ -6,6 +6,8 @@
 
 namespace {
 
+constexpr std::size_t kMinPasswordLength = 8;
+
 PasswordResult FromConsole(const WCHAR* what, bool isNew) {
     const WString prompt = FormatWide(TEXT("%s: "), what);
     const WString again = FormatWide(TEXT("%s, again: "), what);
@@ -15,9 +17,13 @@ PasswordResult FromConsole(const WCHAR* what, bool isNew) {
 
 }  // namespace
 
+bool PasswordSource::CanGet() const {
+    return password_ || !file_.empty() || usesStandardInput_ || IsConsoleInput();
+}
+
 const SecureText& PasswordSource::Get() {
     if (password_) return *password_;
-    if (file_.empty() && !usesStandardInput_ && !IsConsoleInput()) {
+    if (!CanGet()) {
         throw Failure(ExitCode::kUsage,
                       FormatWide(TEXT("the %s is needed: give --%s-file FILE or --%s-stdin"), what_,
                                  option_, option_));
@@ -29,5 +35,13 @@ const SecureText& PasswordSource::Get() {
         throw Failure(file_.empty() ? ExitCode::kUsage : ExitCode::kInaccessible, result.fault);
     }
     password_ = std::move(result.password);
+    return *password_;
+}
+
+const SecureText& PasswordSource::GetLongEnough() {
+    if (Get().size() < kMinPasswordLength) {
+        throw Failure(ExitCode::kUsage,
+                      FormatWide(TEXT("the %s needs 8 characters at least"), what_));
+    }
     return *password_;
 }

@@ -16,8 +16,13 @@ class PasswordSource {
     void UseFile(const WString& path) { file_ = path; }
     void UseStandardInput() { usesStandardInput_ = true; }
 
+    // Whether it is given, or can be asked for.
+    bool CanGet() const;
     // Throws Failure when there is none.
     const SecureText& Get();
+    // The same for one that is set: throws Failure also when it has fewer than 8 UTF-16 units,
+    // which SNConfig would not take.
+    const SecureText& GetLongEnough();
 
   private:
     const WCHAR* what_;

@@ -22,7 +22,8 @@ const char* NameOf(ExitCode code);
 struct Report {
     ExitCode exitCode = ExitCode::kGood;
     nlohmann::ordered_json facts = nlohmann::ordered_json::object();
-    std::string text;  // for people, in lines, UTF-8
+    std::string text;   // for people, in lines, UTF-8
+    std::string error;  // what failed, as a sentence; empty: nothing
 };
 
 // Ends a command: what failed, as a sentence for people without a full stop.

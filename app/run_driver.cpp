@@ -10,7 +10,6 @@
 #include "app/ui_language.h"
 #include "common/handles.h"
 #include "common/security.h"
-#include "config/configuration_mutex.h"
 #include "config/request.h"
 #include "config/working_copy.h"
 
@@ -21,14 +20,6 @@ constexpr const WCHAR* kSavingFinishedEvent =
 constexpr const WCHAR* kLogComponent = TEXT("SA_CONFIGD");
 constexpr const WCHAR* kVpnModule = TEXT("vpn");
 constexpr const WCHAR* kRequestBroken = TEXT("The request broke off: %s");
-
-// Wipes the run's settings, passwords among them, when the run is over.
-struct SettingsRelease {
-    SettingsRelease() = default;
-    SettingsRelease(const SettingsRelease&) = delete;
-    SettingsRelease& operator=(const SettingsRelease&) = delete;
-    ~SettingsRelease() { g_RunSettings = RunSettings(); }
-};
 
 bool SetTokenVirtualization(DWORD enabled) {
     UniqueHandle token;
@@ -68,19 +59,23 @@ void DecryptOnly() {
 }
 
 // The request, whose closing steps follow whatever happens inside it.
-int RunRequest() {
+RequestOutcome RunRequest() {
     const RunSettings& settings = g_RunSettings;
     try {
-        return RunConfigRequest(settings.strConfigFile, settings.strModule, settings.strOperation,
-                                settings.strSessionId, settings.strPassword,
-                                settings.strUnlockPassword);
+        return RunReportedRequest(settings.strConfigFile, settings.strModule, settings.strOperation,
+                                  settings.strSessionId, settings.strPassword,
+                                  settings.strUnlockPassword);
     } catch (const std::exception& error) {
         log_error_fmt(g_hLog, kRequestBroken, Utf8ToWide(error.what()).c_str());
-        return kResultUnusable;
+        RequestOutcome broken;
+        broken.result = kResultUnusable;
+        return broken;
     }
 }
 
-int RunNormally(bool wasVirtualized) {
+}  // namespace
+
+RequestOutcome RunNormally(bool wasVirtualized) {
     RunSettings& settings = g_RunSettings;
     if (settings.bVpnOnly) settings.strModule = kVpnModule;
 
@@ -90,23 +85,26 @@ int RunNormally(bool wasVirtualized) {
         [&] { return SetEvent(savingFinished.get()) != FALSE || !savingFinished; });
     g_hLog = log_initialize(kLogComponent);
 
-    const int result = RunRequest();
+    RequestOutcome outcome = RunRequest();
 
     if (wasVirtualized) SetTokenVirtualization(1);
     if (g_hLog != nullptr) log_deinitialize(g_hLog);
     g_hLog = nullptr;
     SetEvent(savingFinished.get());
-    return result;
+    return outcome;
 }
 
-}  // namespace
+RunEnvironment::RunEnvironment() : wasVirtualized_(DisableTokenVirtualization()) {
+    SetUiLanguage();
+}
+
+RunEnvironment::~RunEnvironment() {
+    g_RunSettings = RunSettings();
+}
 
 int RunTool(int argc, WCHAR** argv) {
     HandleInterruptions();
-    const ConfigurationMutex serialised;
-    const SettingsRelease released;
-    const bool wasVirtualized = DisableTokenVirtualization();
-    SetUiLanguage();
+    const RunEnvironment environment;
     if (const auto exitCode = ParseCommandLine(argc, argv)) return *exitCode;
     const RunSettings& settings = g_RunSettings;
     if (!settings.strConfigFile.empty() && !settings.strOutputFile.empty() &&
@@ -119,5 +117,5 @@ int RunTool(int argc, WCHAR** argv) {
         }
         return kResultOk;
     }
-    return RunNormally(wasVirtualized);
+    return RunNormally(environment.WasVirtualized()).result;
 }

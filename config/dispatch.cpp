@@ -4,20 +4,24 @@
 #include "config/import_phases.h"
 #include "config/modules.h"
 
-bool DispatchModules(ConfigFile& file, const std::vector<WString>& modules,
-                     const Operation& operation, const SessionId& session,
-                     const SecureText& password) {
+OperationOutcome DispatchModules(ConfigFile& file, const std::vector<WString>& modules,
+                                 const Operation& operation, const SessionId& session,
+                                 const SecureText& password) {
     const WString& path = file.Path();
     const bool isReady = operation->isExport ? BeginExport(path, password)
                                              : BeginImport(file, operation, session.number);
-    if (!isReady) return false;
+    OperationOutcome outcome;
+    if (!isReady) return outcome;
     file.Unload();  // the plug-ins load and save it by themselves
 
-    const bool succeeded =
-        HaveSucceeded(RunModules(path, modules, operation, session.text, password));
+    outcome.modules = RunModules(path, modules, operation, session.text, password);
+    outcome.succeeded = HaveSucceeded(outcome.modules);
 
-    if (operation->isExport)
-        return FinishExport(path, operation, session.number, password, succeeded);
-    FinishImport(path, operation, session.number, password, succeeded);
-    return succeeded;
+    if (operation->isExport) {
+        outcome.succeeded =
+            FinishExport(path, operation, session.number, password, outcome.succeeded);
+    } else {
+        FinishImport(path, operation, session.number, password, outcome.succeeded);
+    }
+    return outcome;
 }

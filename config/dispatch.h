@@ -8,10 +8,11 @@
 #include "common/text.h"
 #include "config/config_file.h"
 #include "config/operations.h"
+#include "config/outcome.h"
 
 // Runs the operation on `file` - for an export a skeleton, for an import the plain document - with
-// every requested module. True when no plug-in that was called reported an error and no phase
-// failed.
-bool DispatchModules(ConfigFile& file, const std::vector<WString>& modules,
-                     const Operation& operation, const SessionId& session,
-                     const SecureText& password);
+// every requested module. It has succeeded when no plug-in that was called reported an error and no
+// phase failed.
+OperationOutcome DispatchModules(ConfigFile& file, const std::vector<WString>& modules,
+                                 const Operation& operation, const SessionId& session,
+                                 const SecureText& password);

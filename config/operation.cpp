@@ -39,9 +39,16 @@ bool IsBackupDisabled() {
     return disabled != 0;
 }
 
-void Refuse(const WCHAR* message) {
+OperationOutcome StoppedBy(Obstacle obstacle) {
+    OperationOutcome outcome;
+    outcome.obstacle = obstacle;
+    return outcome;
+}
+
+OperationOutcome Refuse(const WCHAR* message, Obstacle obstacle) {
     log_error_fmt(g_hLog, message);
     ConsolePrint(message);
+    return StoppedBy(obstacle);
 }
 
 void RemoveExistingFile(const WString& path) {
@@ -69,10 +76,13 @@ bool CreateSkeleton(const WString& path, const WString& destination) {
     return true;
 }
 
-void RunExport(const std::vector<WString>& modules, const WString& file, const Operation& operation,
-               const SessionId& session, const SecureText& password) {
-    if (operation->obeysBackupSwitch && IsBackupDisabled()) return Refuse(kBackupDisabled);
-    if (password.empty()) return Refuse(kPasswordRequired);
+OperationOutcome RunExport(const std::vector<WString>& modules, const WString& file,
+                           const Operation& operation, const SessionId& session,
+                           const SecureText& password) {
+    if (operation->obeysBackupSwitch && IsBackupDisabled()) {
+        return Refuse(kBackupDisabled, Obstacle::kBackupDisabled);
+    }
+    if (password.empty()) return Refuse(kPasswordRequired, Obstacle::kNoPassword);
 
     TemporaryFile temporary;
     std::optional<SessionUserContext> asUser;
@@ -81,38 +91,40 @@ void RunExport(const std::vector<WString>& modules, const WString& file, const O
     temporary = TemporaryFile::Make();
     if (temporary.Path().empty()) {
         log_error_fmt(g_hLog, kNoTemporaryFile);
-        return;
+        return StoppedBy(Obstacle::kNoTemporaryFile);
     }
     RemoveExistingFile(temporary.Path());
-    if (!CreateSkeleton(temporary.Path(), file)) return;
+    if (!CreateSkeleton(temporary.Path(), file)) return StoppedBy(Obstacle::kNoTemporaryFile);
 
     ConfigFile backup(temporary.Path());
-    const bool written = DispatchModules(backup, modules, operation, session, password);
+    OperationOutcome outcome = DispatchModules(backup, modules, operation, session, password);
     const bool copied = CopyFileW(temporary.Path().c_str(), file.c_str(), FALSE) != FALSE;
-    if (written && copied) {
+    outcome.succeeded = outcome.succeeded && copied;
+    if (outcome.succeeded) {
         NotifyGui(GuiCode::kBackupCompleted, session.number);
     } else {
         ConsolePrint(kAccessDenied);
     }
     // What this account may not delete goes with its owner.
     DeleteFileW(temporary.Path().c_str());
+    return outcome;
 }
 
-void RunImport(const std::vector<WString>& modules, ConfigFile& file, const Operation& operation,
-               const SessionId& session, const SecureText& password) {
+OperationOutcome RunImport(const std::vector<WString>& modules, ConfigFile& file,
+                           const Operation& operation, const SessionId& session,
+                           const SecureText& password) {
     const ConfigurationMutex serialised;
-    DispatchModules(file, modules, operation, session, password);
+    OperationOutcome outcome = DispatchModules(file, modules, operation, session, password);
     signal_scheduler();
+    return outcome;
 }
 
 }  // namespace
 
-void RunOperation(const WString& moduleText, ConfigFile& file, const Operation& operation,
-                  const SessionId& session, const SecureText& password) {
+OperationOutcome RunOperation(const WString& moduleText, ConfigFile& file,
+                              const Operation& operation, const SessionId& session,
+                              const SecureText& password) {
     const auto modules = SplitModuleText(moduleText);
-    if (operation->isExport) {
-        RunExport(modules, file.Path(), operation, session, password);
-    } else {
-        RunImport(modules, file, operation, session, password);
-    }
+    return operation->isExport ? RunExport(modules, file.Path(), operation, session, password)
+                               : RunImport(modules, file, operation, session, password);
 }

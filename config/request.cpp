@@ -67,14 +67,27 @@ std::optional<int> PrepareGuardedImport(const WString& source, std::optional<Wor
 
 // Runs the operation, announced to the crypto service where changes are to be announced. Without
 // the service's consent nothing runs.
-void RunAnnounced(const WString& modules, ConfigFile& file, const Operation& operation,
-                  const SessionId& session, const SecureText& password) {
+OperationOutcome RunAnnounced(const WString& modules, ConfigFile& file, const Operation& operation,
+                              const SessionId& session, const SecureText& password) {
     std::optional<ConfigurationChange> change;
     if (IsChangeAnnounced()) {
         WaitOutInterruptions();
         change.emplace();
     }
-    if (!change || change->HasBegun()) RunOperation(modules, file, operation, session, password);
+    if (!change || change->HasBegun()) {
+        return RunOperation(modules, file, operation, session, password);
+    }
+    OperationOutcome outcome;
+    outcome.obstacle = Obstacle::kNotAnnounced;
+    return outcome;
+}
+
+// A request that ends before its operation.
+RequestOutcome EndWith(int result) {
+    RequestOutcome outcome;
+    outcome.result = result;
+    outcome.operation.obstacle = Obstacle::kGuards;
+    return outcome;
 }
 
 }  // namespace
@@ -82,6 +95,14 @@ void RunAnnounced(const WString& modules, ConfigFile& file, const Operation& ope
 int RunConfigRequest(const WString& source, const WString& moduleText, const WString& operationName,
                      const WString& sessionId, const SecureText& password,
                      const SecureText& unlockPassword) {
+    return RunReportedRequest(source, moduleText, operationName, sessionId, password,
+                              unlockPassword)
+        .result;
+}
+
+RequestOutcome RunReportedRequest(const WString& source, const WString& moduleText,
+                                  const WString& operationName, const WString& sessionId,
+                                  const SecureText& password, const SecureText& unlockPassword) {
     const SessionId session(sessionId);
     const Operation operation(operationName.empty() ? kDefaultOperation : operationName);
     std::optional<WorkingCopy> working;
@@ -89,7 +110,7 @@ int RunConfigRequest(const WString& source, const WString& moduleText, const WSt
     if (operation->isGuarded) {
         if (const auto ended =
                 PrepareGuardedImport(source, working, file, password, session.number)) {
-            return *ended;
+            return EndWith(*ended);
         }
     } else {
         file.emplace(source);
@@ -97,7 +118,8 @@ int RunConfigRequest(const WString& source, const WString& moduleText, const WSt
     const WString modules = moduleText.empty() ? kEveryModule : moduleText;
     const bool isParentTrusted = IsParentTrusted();
     if (operation->isGuarded) {
-        if (const int refused = CheckLocks(unlockPassword, isParentTrusted)) return refused;
+        if (const int refused = CheckLocks(unlockPassword, isParentTrusted))
+            return EndWith(refused);
     }
 
     if (!operation->isExport) WaitOutInterruptions();
@@ -106,7 +128,9 @@ int RunConfigRequest(const WString& source, const WString& moduleText, const WSt
     if (operation->unlocksRegistry && !unlockPassword.empty() && !isParentTrusted) {
         sec_set_sa_registry_lock(false);
     }
-    RunAnnounced(modules, *file, operation, session, password);
+    RequestOutcome outcome;
+    outcome.operation = RunAnnounced(modules, *file, operation, session, password);
     if (operation->forgetsInstallerState) ForgetInstallerState();
-    return kResultOk;
+    outcome.result = kResultOk;
+    return outcome;
 }

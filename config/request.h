@@ -4,6 +4,7 @@
 #include "common/secure_text.h"
 #include "common/text.h"
 #include "config/guards.h"
+#include "config/outcome.h"
 
 // Does what the operation asks for and returns a result code (config/guards.h). An empty module
 // text means every module, an empty operation an export. The guarded imports - "import",
@@ -13,3 +14,8 @@
 int RunConfigRequest(const WString& source, const WString& moduleText, const WString& operationName,
                      const WString& sessionId, const SecureText& password,
                      const SecureText& unlockPassword);
+
+// The same; tells also what became of the operation and its modules.
+RequestOutcome RunReportedRequest(const WString& source, const WString& moduleText,
+                                  const WString& operationName, const WString& sessionId,
+                                  const SecureText& password, const SecureText& unlockPassword);

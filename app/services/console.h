@@ -7,5 +7,8 @@
 // console, as UTF-8 to a file or pipe. Output that cannot be written is lost without a message.
 void ConsolePrint(const WCHAR* format, ...);
 
-// The same, but only with the switch -d.
+// From now on the messages go to standard error: of a program whose standard output is data.
+void SendConsoleToStandardError();
+
+// ConsolePrint, but only with the switch -d.
 void DebugPrint(const WCHAR* format, ...);
