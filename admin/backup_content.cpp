@@ -190,6 +190,11 @@ std::size_t BackupContent::CountProtected() const {
     return count;
 }
 
+bool HasUserSection(const BackupContent& content) {
+    return std::ranges::any_of(
+        content.modules, [](const ContentModule& module) { return module.feature == nullptr; });
+}
+
 ValueCount CountValues(const TiXmlElement& element) {
     ValueCount count;
     for (const auto* child = element.FirstChildElement(); child != nullptr;

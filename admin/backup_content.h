@@ -44,6 +44,9 @@ struct BackupContent {
 // The element of the user section among the modules.
 extern const char* const kUserSection;
 
+// Whether a restore reads settings of a user from it.
+bool HasUserSection(const BackupContent& content);
+
 // How many values an element holds, without reading them.
 struct ValueCount {
     std::size_t all = 0;

@@ -36,6 +36,9 @@ Report Show(const WString& file, PasswordSource& password);
 Report Diff(const WString& first, const WString& second, PasswordSource& firstPassword,
             PasswordSource& secondPassword);
 
+// Compares a backup with this machine, as far as the file goes. Not good when they differ.
+Report DiffLive(const WString& file, const MachineScope& scope, PasswordSource& password);
+
 // How the result of a rekey is stored.
 enum class Envelope { kAsBefore, kEncrypted, kPlain };
 

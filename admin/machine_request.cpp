@@ -1,11 +1,14 @@
 #include "admin/machine_request.h"
 
+#include "admin/module_report.h"
 #include "admin/report.h"
 #include "app/run_driver.h"
 #include "app/services/run_settings.h"
+#include "config/config_file.h"
 
 namespace {
 
+constexpr const WCHAR* kNoSnapshot = TEXT("the machine cannot be backed up; nothing was changed");
 constexpr const WCHAR* kNoTemporaryFile = TEXT("no temporary file can be made");
 
 WString ModuleText(const MachineScope& scope) {
@@ -46,8 +49,15 @@ MachineBackup BackUp(const MachineScope& scope, const SecureText& password) {
     return Export(TEXT("export"), scope, password, false);
 }
 
-MachineBackup TakeSnapshot(const MachineScope& scope, const SecureText& password) {
-    return Export(TEXT("export-install"), scope, password, true);
+Snapshot TakeSnapshot(const MachineScope& scope, const SecureText& password) {
+    MachineScope whole = scope;
+    whole.isVpnOnly = false;
+    Snapshot snapshot = {Export(TEXT("export-install"), whole, password, true), {}};
+    ExpectToHaveRun(snapshot.backup.outcome);
+    ConfigFile file(snapshot.backup.file.Path());
+    if (!file.Load() || file.Root() == nullptr) throw Failure(ExitCode::kInaccessible, kNoSnapshot);
+    snapshot.content = ReadContent(*file.Root(), password);
+    return snapshot;
 }
 
 RequestOutcome RestoreFrom(const WString& file, const MachineScope& scope,

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "admin/backup_content.h"
 #include "common/secure_text.h"
 #include "common/text.h"
 #include "config/outcome.h"
@@ -26,9 +27,13 @@ struct MachineBackup {
 // Makes a backup, as SNConfig does it.
 MachineBackup BackUp(const MachineScope& scope, const SecureText& password);
 
-// The same for this program's own use: also where the administrator has disabled backups, and
-// nobody's desktop is told of it.
-MachineBackup TakeSnapshot(const MachineScope& scope, const SecureText& password);
+// A backup for this program's own use: also where the administrator has disabled backups, and
+// nobody's desktop is told of it. Throws Failure when it cannot be made.
+struct Snapshot {
+    MachineBackup backup;
+    BackupContent content;
+};
+Snapshot TakeSnapshot(const MachineScope& scope, const SecureText& password);
 
 // Restores the plain file, as SNConfig does it.
 RequestOutcome RestoreFrom(const WString& file, const MachineScope& scope,

@@ -41,6 +41,7 @@ struct Words {
     int keep = 0;
     bool hasUser = false;
     bool isVpnOnly = false;
+    bool isLive = false;
     bool isDryRun = false;
     bool goesBack = false;
 };
@@ -87,6 +88,10 @@ int Run(const char* command, const Words& words, const Job& job) {
     return static_cast<int>(report.exitCode);
 }
 
+MachineScope ScopeOf(const Words& words) {
+    return {words.modules, words.hasUser, Utf8ToWide(words.session), words.isVpnOnly};
+}
+
 Report RunVerify(const Words& words) {
     PasswordSource password(TEXT("password"), TEXT("password"));
     Configure(password, words.passwordFile, words.isPasswordOnInput);
@@ -100,10 +105,18 @@ Report RunShow(const Words& words) {
 }
 
 Report RunDiff(const Words& words) {
+    if (words.isLive == !words.second.empty()) {
+        throw Failure(ExitCode::kUsage,
+                      TEXT("either SECOND or --live says what FILE is compared with"));
+    }
     PasswordSource first(TEXT("password"), TEXT("password"));
     PasswordSource second(TEXT("password of the second file"), TEXT("second-password"));
     Configure(first, words.passwordFile, words.isPasswordOnInput);
     Configure(second, words.otherPasswordFile, words.isOtherPasswordOnInput);
+    if (words.isLive) {
+        const RunEnvironment environment;
+        return DiffLive(Utf8ToWide(words.first), ScopeOf(words), first);
+    }
     const bool hasOwn = !words.otherPasswordFile.empty() || words.isOtherPasswordOnInput;
     return Diff(Utf8ToWide(words.first), Utf8ToWide(words.second), first, hasOwn ? second : first);
 }
@@ -118,10 +131,6 @@ Report RunRekey(const Words& words) {
                                                 : Envelope::kAsBefore;
     const std::string& out = words.out.empty() ? words.first : words.out;
     return Rekey(Utf8ToWide(words.first), Utf8ToWide(out), envelope, password, changed);
-}
-
-MachineScope ScopeOf(const Words& words) {
-    return {words.modules, words.hasUser, Utf8ToWide(words.session), words.isVpnOnly};
 }
 
 Report RunCreate(const Words& words) {
@@ -142,7 +151,7 @@ Report RunRestore(const Words& words) {
 }
 
 // The options that a command has beside its file and password.
-enum class Options { kNone, kCreate, kRekey, kRestore };
+enum class Options { kNone, kCreate, kDiff, kRekey, kRestore };
 
 struct Command {
     const char* name;
@@ -164,9 +173,9 @@ constexpr Command kCommands[] = {
     {"verify", "checks that a backup restores everything that it holds",
      "snbackup verify backup.xml --password-file password.txt", RunVerify},
     {"show", "tells what a backup holds, without its values", "snbackup show backup.xml", RunShow},
-    {"diff", "compares two backups, protected values included, and names what differs",
+    {"diff", "compares a backup with another or with this machine, and names what differs",
      "snbackup diff monday.xml today.xml --password-file password.txt", RunDiff,
-     "the backup that it is compared with", "second-password"},
+     "the backup that it is compared with", "second-password", Options::kDiff},
     {"rekey", "gives a backup another password",
      "snbackup rekey backup.xml --password-file old.txt --new-password-file new.txt", RunRekey,
      nullptr, "new-password", Options::kRekey},
@@ -208,6 +217,10 @@ void AddOptions(CLI::App& parser, Options options, Words& words) {
                 ->check(CLI::Range(1, 1'000'000));
             parser.add_flag("--encrypt", words.isEncrypted, "the whole file is encrypted");
             break;
+        case Options::kDiff:
+            parser.add_flag("--live", words.isLive, "compares with this machine instead of SECOND");
+            AddScope(parser, words);
+            break;
         case Options::kRekey: {
             parser.add_option("--out", words.out,
                               "where the result goes; without it, FILE is replaced");
@@ -235,7 +248,7 @@ void AddCommand(CLI::App& app, const Command& command, Words& words, int& exitCo
     parser.group("Commands")->footer(std::string("Example:\n  ") + command.example);
     parser.add_option("FILE", words.first, "the backup")->required();
     if (command.second != nullptr) {
-        parser.add_option("SECOND", words.second, command.second)->required();
+        parser.add_option("SECOND", words.second, command.second);
     }
     AddPassword(parser, "password", words.passwordFile, words.isPasswordOnInput);
     if (command.otherPassword != nullptr) {

@@ -15,7 +15,6 @@
 namespace {
 
 constexpr const WCHAR* kNotReduced = TEXT("%s cannot be reduced to its VPN connections");
-constexpr const WCHAR* kNoSnapshot = TEXT("the machine cannot be backed up; nothing was changed");
 constexpr const WCHAR* kNotAsInFile = TEXT("the machine is not as %s says");
 constexpr const char* kWentBack = "the machine is as it was before";
 constexpr const char* kNotBack = "the machine is NOT as it was before";
@@ -56,25 +55,6 @@ void Reduce(const WString& path, const MachineScope& scope, const SecureText& pa
         throw Failure(ExitCode::kInaccessible, FormatWide(kNotReduced, path.c_str()));
     }
     backup.content = ReadContent(*file.Root(), password);
-}
-
-// What can be changed of the machine, as it is now.
-struct Snapshot {
-    MachineBackup backup;
-    BackupContent content;
-};
-
-Snapshot Snap(const MachineScope& scope, const SecureText& password) {
-    MachineScope whole = scope;
-    whole.isVpnOnly = false;
-    Snapshot snapshot = {TakeSnapshot(whole, password), {}};
-    ExpectToHaveRun(snapshot.backup.outcome);
-    ConfigFile file(snapshot.backup.file.Path());
-    if (!file.Load() || file.Root() == nullptr) {
-        throw Failure(ExitCode::kInaccessible, kNoSnapshot);
-    }
-    snapshot.content = ReadContent(*file.Root(), password);
-    return snapshot;
 }
 
 // Each module of the file that was asked for, with how its restore ended.
@@ -122,7 +102,7 @@ bool GoBack(const Snapshot& before, const MachineScope& scope, const SecureText&
     MachineScope whole = scope;
     whole.isVpnOnly = false;
     RestoreFrom(before.backup.file.Path(), whole, password, unlockPassword);
-    return Compare(before.content, Snap(scope, password).content).empty();
+    return Compare(before.content, TakeSnapshot(scope, password).content).empty();
 }
 
 }  // namespace
@@ -134,11 +114,9 @@ Report Restore(const WString& file, const RestoreWords& words, PasswordSource& p
     const SecureText& word = password.Get();
     MachineScope scope = words.scope;
     if (scope.isVpnOnly) scope.modules = {"vpn"};
-    scope.hasUser = std::ranges::any_of(backup.content.modules, [](const ContentModule& module) {
-        return module.feature == nullptr;
-    });
+    scope.hasUser = HasUserSection(backup.content);
     Reduce(file, scope, word, backup);
-    const Snapshot before = Snap(scope, word);
+    const Snapshot before = TakeSnapshot(scope, word);
     const auto changes = CompareWithMachine(backup.content, before.content, scope.modules);
     Report report;
     report.facts["file"] = WideToUtf8(file);
@@ -161,7 +139,8 @@ Report Restore(const WString& file, const RestoreWords& words, PasswordSource& p
     const RequestOutcome outcome = RestoreFrom(backup.stored.file->Path(), scope, word, unlock);
     ExpectResult(outcome.result);
     ExpectToHaveRun(outcome.operation);
-    const auto left = CompareWithMachine(backup.content, Snap(scope, word).content, scope.modules);
+    const auto left =
+        CompareWithMachine(backup.content, TakeSnapshot(scope, word).content, scope.modules);
     const bool areAllGood = AddStates(StatesOfImport(outcome, backup.content, left), report);
     AddDifferences(left, report);
     if (areAllGood && left.empty() && outcome.operation.succeeded) return report;
