@@ -33,18 +33,19 @@ SecureBytes Bytes(const SecureText& text) {
 
 // --- A module -----------------------------------------------------------------------------------
 
-void AddKey(const KeyPlan& plan, ContentModule& module) {
+// Moves what the plan holds.
+void AddKey(KeyPlan& plan, ContentModule& module) {
     module.keys.push_back(plan.path);
-    for (const ValueToWrite& planned : plan.values) {
+    for (ValueToWrite& planned : plan.values) {
         ContentValue& value = module.values.emplace_back();
         value.key = plan.path;
-        value.name = planned.value.name;
+        value.name = std::move(planned.value.name);
         value.type = planned.value.type;
         value.isProtected = planned.form == ValueToWrite::Form::kProtected;
         value.data =
             planned.form == ValueToWrite::Form::kStored ? planned.value.data : Bytes(planned.text);
     }
-    for (const KeyPlan& subkey : plan.subkeys) AddKey(subkey, module);
+    for (KeyPlan& subkey : plan.subkeys) AddKey(subkey, module);
 }
 
 ContentModule ReadModule(const Feature& feature, const TiXmlElement& element,

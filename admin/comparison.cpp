@@ -3,26 +3,41 @@
 #include <algorithm>
 #include <map>
 #include <set>
-#include <utility>
+#include <unordered_map>
 
 namespace {
 
-// The order of the registry's names.
+// The place of a value, its names compared exactly or as the registry compares them.
+WString ExactPlace(const ContentValue& value) {
+    return value.key + WCHAR{0} + value.name;
+}
 struct LessPlace {
-    bool operator()(const std::pair<WString, WString>& a,
-                    const std::pair<WString, WString>& b) const {
+    bool operator()(const ContentValue* a, const ContentValue* b) const {
         const LessIgnoringCase less;
-        if (less(a.first, b.first)) return true;
-        return !less(b.first, a.first) && less(a.second, b.second);
+        if (less(a->key, b->key)) return true;
+        return !less(b->key, a->key) && less(a->name, b->name);
     }
 };
-using ValueMap = std::map<std::pair<WString, WString>, const ContentValue*, LessPlace>;
-
 // A value that stands twice counts as it stands last, as for a restore.
-ValueMap MapOf(const ContentModule& module) {
-    ValueMap map;
-    for (const ContentValue& value : module.values) map[{value.key, value.name}] = &value;
+using ExactMap = std::unordered_map<WString, const ContentValue*>;
+using PlaceSet = std::set<const ContentValue*, LessPlace>;
+
+ExactMap MapOf(const ContentModule& module) {
+    ExactMap map(module.values.size());
+    for (const ContentValue& value : module.values) map[ExactPlace(value)] = &value;
     return map;
+}
+
+// The values of a module whose place the other one does not have exactly so.
+PlaceSet Unmatched(const ContentModule& module, const ExactMap& own, const ExactMap& other) {
+    PlaceSet unmatched;
+    for (const ContentValue& value : module.values) {
+        const WString place = ExactPlace(value);
+        if (other.contains(place) || own.at(place) != &value) continue;
+        unmatched.erase(&value);
+        unmatched.insert(&value);
+    }
+    return unmatched;
 }
 
 bool AreEqual(const ContentValue& a, const ContentValue& b) {
@@ -31,21 +46,27 @@ bool AreEqual(const ContentValue& a, const ContentValue& b) {
 
 void CompareModules(const ContentModule& first, const ContentModule& second,
                     std::vector<Difference>& differences) {
-    const ValueMap before = MapOf(first);
-    const ValueMap after = MapOf(second);
+    const ExactMap before = MapOf(first);
+    const ExactMap after = MapOf(second);
     const auto add = [&](Change change, const ContentValue& value) {
         differences.push_back({change, first.name, value.key, value.name});
     };
-    for (const auto& [place, value] : before) {
-        const auto found = after.find(place);
-        if (found == after.end()) {
-            add(Change::kOnlyInFirst, *value);
-        } else if (!AreEqual(*value, *found->second)) {
-            add(Change::kChanged, *value);
+    // Nearly all names are spelled the same: those that are not are few.
+    const PlaceSet onlyBefore = Unmatched(first, before, after);
+    const PlaceSet onlyAfter = Unmatched(second, after, before);
+    for (const ContentValue& value : first.values) {
+        const WString place = ExactPlace(value);
+        if (before.at(place) != &value) continue;
+        if (const auto same = after.find(place); same != after.end()) {
+            if (!AreEqual(value, *same->second)) add(Change::kChanged, value);
+        } else if (const auto found = onlyAfter.find(&value); found == onlyAfter.end()) {
+            add(Change::kOnlyInFirst, value);
+        } else if (!AreEqual(value, **found)) {
+            add(Change::kChanged, value);
         }
     }
-    for (const auto& [place, value] : after) {
-        if (!before.contains(place)) add(Change::kOnlyInSecond, *value);
+    for (const ContentValue* value : onlyAfter) {
+        if (!onlyBefore.contains(value)) add(Change::kOnlyInSecond, *value);
     }
 }
 

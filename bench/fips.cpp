@@ -40,7 +40,7 @@ double SecondsInProcess(Job job) {
 template <typename Job>
 void Measure(benchmark::State& state, Job job) {
     const auto before = std::filesystem::current_path();
-    std::filesystem::current_path(std::filesystem::path(SNCONFIG_PROGRAM).parent_path());
+    std::filesystem::current_path(PROGRAM_FOLDER);
     cfg_set_fips_mode(true);
     for (auto _ : state) {
         double best = SecondsInProcess(job);

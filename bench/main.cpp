@@ -62,6 +62,10 @@ constexpr Promise kPromises[] = {
     {"peak memory: decryption / file", "DecryptOnlyPeak", "EncryptedFileSize", 2.5, false},
     {"50 MB restored / TinyXML's share", "RestoreLargeFile", "TinyXmlLargeFile", 2.0},
     {"100,000 restored / 10,000", "RestoreManySettings", "RestoreFewSettings", 11.0},
+    {"backup verified / key stretch", "VerifyDemoBackup", "KeyStretch", 1.3},
+    {"made / backed up and verified", "CreateBackup", "BackUpAndVerify", 1.3},
+    {"100,000 verified / 10,000", "VerifyManyValues", "VerifyFewValues", 11.0},
+    {"100,000 compared / 10,000", "CompareManyValues", "CompareFewValues", 11.0},
     {"start in FIPS mode / module alone", "FipsStart", "FipsModule", 1.1},
 };
 

@@ -1,4 +1,4 @@
-// The built tool, run as a process of its own.
+// Built programs, run as processes of their own.
 #pragma once
 
 #include <string>
@@ -9,5 +9,8 @@ struct ProgramRun {
     double peakBytes;  // the most memory that it held at once
 };
 
-// Runs SNConfig, whose output is dropped, to its end.
+// Runs a program of the build, whose output is dropped, to its end.
+ProgramRun RunProgram(const std::string& program, const std::vector<std::string>& arguments);
+
+// The same for SNConfig.
 ProgramRun RunTool(const std::vector<std::string>& arguments);
