@@ -15,6 +15,8 @@ const char* StateOf(const ModuleOutcome& outcome, const BackupContent& content) 
     return module->values.empty() ? "empty" : "exported";
 }
 
+constexpr std::size_t kStateColumn = 20;  // behind the longest name of a module
+
 struct ObstacleRow {
     ExitCode exitCode;
     const WCHAR* text;
@@ -46,9 +48,9 @@ bool AddStates(const std::vector<ModuleState>& states, Report& report) {
     report.facts["modules"] = nlohmann::ordered_json::array();
     for (const auto& [module, state, isGood] : states) {
         report.facts["modules"].push_back({{"name", module}, {"state", state}});
-        report.text += "  " + module +
-                       std::string(20 - std::min<std::size_t>(module.size(), 19), ' ') + state +
-                       "\n";
+        report.text.append("  ").append(module);
+        report.text.append(kStateColumn - std::min(module.size(), kStateColumn - 1), ' ');
+        report.text.append(state).append("\n");
     }
     return std::ranges::all_of(states, &ModuleState::isGood);
 }
