@@ -46,7 +46,7 @@ int CompareNames(WStringView a, WStringView b) {
 
 WString Utf8ToWide(std::string_view text) {
     // Most texts are ASCII, which needs no call of the system's.
-    const auto isAscii = [](char byte) { return byte > 0; };
+    const auto isAscii = [](char unit) { return unit > 0; };
     if (std::ranges::all_of(text, isAscii)) return {text.begin(), text.end()};
     return BytesToWide(CP_UTF8, text);
 }
