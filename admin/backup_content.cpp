@@ -14,7 +14,6 @@ const char* const kUserSection = kUserConfigurationElement;
 
 namespace {
 
-constexpr const char* kVerifierAttribute = "authentication";
 constexpr const char* kHeaderAttributes[] = {"generatedby", "policy"};
 constexpr const char* kHeaderElements[] = {
     "sentrel_version",       "version",    "exported_by_version", "date",

@@ -44,7 +44,7 @@ int CheckFilePassword(ConfigFile& workingCopy, const SecureText& password, DWORD
         return kResultUnusable;
     }
     const TiXmlElement* const root = workingCopy.Document().FirstChildElement(kRootElement);
-    const char* const verifier = root == nullptr ? nullptr : root->Attribute("authentication");
+    const char* const verifier = root == nullptr ? nullptr : root->Attribute(kVerifierAttribute);
     if (verifier == nullptr || *verifier == '\0' || CheckPasswordVerifier(verifier, password)) {
         return kResultOk;
     }

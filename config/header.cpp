@@ -77,7 +77,7 @@ void WriteHeader(TiXmlElement* root, const SecureText& password) {
     root->SetAttribute("policy", PolicyName());
     if (!password.empty()) {
         const std::string verifier = MakePasswordVerifier(password);
-        if (!verifier.empty()) root->SetAttribute("authentication", verifier);
+        if (!verifier.empty()) root->SetAttribute(kVerifierAttribute, verifier);
     }
 
     const ClientVersion version = DecideVersion();

@@ -1,10 +1,13 @@
-// The password verifier in a configuration file's header: the attribute `authentication`.
+// The password verifier in a configuration file's header.
 #pragma once
 
 #include <string>
 #include <string_view>
 
 #include "common/secure_text.h"
+
+// The attribute of the root element.
+inline constexpr const char* kVerifierAttribute = "authentication";
 
 // The verifier for a password: upper-case hexadecimal of the ciphertext of one zero byte under it.
 // Empty when the encryption fails.
